@@ -1,0 +1,110 @@
+#include <cfloat>
+#include <ctime>
+
+#include "util/timer.h"
+#include "support.h"
+
+namespace {
+
+using Timer = HostTest;
+
+// Burns CPU until the process clock has moved by at least `seconds`.
+void spin(double seconds) {
+  std::clock_t start = std::clock();
+  volatile double sink = 0.0;
+  while (double(std::clock() - start) / CLOCKS_PER_SEC < seconds) sink = sink + 1.0;
+}
+
+TEST_F(Timer, FreshTimerNeverReachesItsLimits) {
+  int32_t status = -1;
+  IPM_timer* t = IPM_timerCreate(&env, pool, &status);
+  ASSERT_NE(t, nullptr);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(t->owner, &env);
+  EXPECT_EQ(t->ticksPerSecond, 1000000.0);
+  EXPECT_EQ(t->cpuLimit, DBL_MAX);
+  EXPECT_EQ(t->realLimit, DBL_MAX);
+  IPM_timerStart(t);
+  spin(0.01);
+  int32_t reached = -1;
+  IPM_timerReachLimit(t, &reached);
+  EXPECT_EQ(reached, 0);
+  t->useRealTime = 1;
+  IPM_timerReachLimit(t, &reached);
+  EXPECT_EQ(reached, 0);
+  EXPECT_EQ(IPM_timerFree(pool, &t), 0);
+  EXPECT_EQ(t, nullptr);
+  EXPECT_EQ(IPM_timerFree(pool, &t), 0);
+  EXPECT_EQ(IPM_timerFree(pool, nullptr), 0);
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+TEST_F(Timer, CpuTimeGrowsAndALimitOfZeroIsReachedAtOnce) {
+  int32_t status;
+  IPM_timer* t = IPM_timerCreate(&env, pool, &status);
+  ASSERT_NE(t, nullptr);
+  IPM_timerSetLimit(t, 0.0);
+  IPM_timerStart(t);
+  int32_t reached = 0;
+  IPM_timerReachLimit(t, &reached);
+  EXPECT_EQ(reached, 1);
+
+  IPM_timerSetLimit(t, 0.05);
+  double limit = 0;
+  IPM_timerGetLimit(t, &limit);
+  EXPECT_EQ(limit, 0.05);
+  spin(0.08);
+  double used = 0, left = 0;
+  IPM_timerUsedTime(t, &used);
+  EXPECT_GE(used, 0.05);
+  EXPECT_LT(used, 5.0);
+  IPM_timerLeftTime(t, &left);
+  EXPECT_LT(left, 0.0);  // past the limit the time left goes negative
+  IPM_timerReachLimit(t, &reached);
+  EXPECT_EQ(reached, 1);
+  // Readings are repeatable and never go backwards.
+  double again = IPM_timerInterval(t);
+  EXPECT_GE(again, used);
+  IPM_timerFree(pool, &t);
+}
+
+TEST_F(Timer, RealTimeSwitchLeavesTheCpuSideAlone) {
+  int32_t status;
+  IPM_timer* t = IPM_timerCreate(&env, pool, &status);
+  ASSERT_NE(t, nullptr);
+  t->useRealTime = 1;
+  IPM_timerSetLimit(t, 3600.0);
+  EXPECT_EQ(t->cpuLimit, DBL_MAX);
+  EXPECT_EQ(t->realLimit, 3600.0);
+  IPM_timerStart(t);
+  spin(0.02);
+  double cpu = 0, real = 0, left = 0;
+  IPM_timerCpuUsedTime(t, &cpu);
+  EXPECT_GT(cpu, 0.0);
+  IPM_timerUsedTime(t, &real);
+  EXPECT_GT(real, 0.0);
+  EXPECT_LT(real, 60.0);
+  IPM_timerLeftTime(t, &left);
+  EXPECT_GT(left, 3500.0);
+  EXPECT_GE(IPM_timerRealInterval(t), real);
+  double cpuLimit = 0;
+  IPM_timerGetCpuLimit(t, &cpuLimit);
+  EXPECT_EQ(cpuLimit, DBL_MAX);
+  IPM_timerFree(pool, &t);
+}
+
+TEST_F(Timer, RefusedRecordOrMissingChronisReportOutOfMemory) {
+  int32_t status = 0;
+  host.failAllocation(0);
+  EXPECT_EQ(IPM_timerCreate(&env, pool, &status), nullptr);
+  EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY);
+  host.clearFailures();
+
+  host.registerModule("chronis", [](QVKernel*) -> QVModule* { return nullptr; });
+  status = 0;
+  EXPECT_EQ(IPM_timerCreate(&env, pool, &status), nullptr);
+  EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY);
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+}  // namespace
