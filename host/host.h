@@ -39,9 +39,10 @@ constexpr int64_t kWaitBadObject = 0x103;  // not an event or thread of this hos
 // host's kernel table, or returns null.
 using ModuleFactory = std::function<QVModule*(QVKernel* kernel)>;
 
-// Where log lines go.  kind: 0 plain text, 1 error-like ("%1z"), 2 note
-// ("%2z"), 3 warning ("%3z"), 7 trace ("%7h..."); message severities 2, 3, 4,
-// 100 and 101 arrive with their severity as kind.
+// Where log lines go, one line per call, control prefix stripped and no
+// trailing newline.  kind: 0 plain text, 1 error-like ("%1z"), 2 note
+// ("%2z"), 3 warning ("%3z"), 7 trace ("%7hTRACE: %m", lead-in stripped);
+// message severities 2, 3, 4, 100 and 101 arrive with their severity as kind.
 using LineSink = std::function<void(int kind, const std::string& line)>;
 
 class Host {
@@ -54,7 +55,11 @@ class Host {
   // The kernel table, to be handed to qvextent.
   QVKernel* kernel();
 
-  // Pools.  A child pool goes with its parent.
+  // Pools.  A child pool goes with its parent.  Pool operations are safe
+  // from any thread.  poolAlloc of size 0 gives a distinct block (never
+  // null), and poolFree of null does nothing; a free of a block that is not
+  // live in that pool is reported on stderr, counted in poolMisuse() and
+  // otherwise ignored.
   QVPool* createPool(const char* name, QVPool* parent = nullptr);
   // Stats of one pool; with children, its live descendants are added in.
   PoolStats poolStats(QVPool* pool, bool withChildren = true) const;
@@ -76,13 +81,18 @@ class Host {
   // is also reported on stderr.
   int64_t poolMisuse() const;
 
-  // Module registry for loadModule; "chronis" is there from the start.
+  // Module registry for loadModule; "chronis" is there from the start.  A
+  // null factory removes the name.
   void registerModule(const std::string& name, ModuleFactory factory);
 
-  // Logs: a sink for text and messages; null restores the default (stderr).
+  // Logs: a sink for text and messages; null restores the default, which
+  // writes kinds 1, 3 and 4 to stderr, trace lines to stdout after "TRACE: ",
+  // and the rest to stdout.  silence(true) drops every line.
   void setSink(LineSink sink);
   void silence(bool quiet);
-  // The call-backs to put in an instance's slots 1 and 2.
+  // The call-backs to put in an instance's slots 1 and 2.  The text
+  // call-back has no context, so it writes to the most recently constructed
+  // Host still alive; the message object belongs to this host.
   TextLogFn textLog();
   MessageLog* messageLog();
 
@@ -90,6 +100,12 @@ class Host {
   struct Impl;
   Impl* impl_;
 };
+
+// The kernel clock (slot 33): for QV_CLOCK_SELECTOR and QV_CLOCK_CODE it
+// writes the GMT date-time in seconds and the local zone's offset from GMT
+// in seconds (east positive) negated, and returns 0; anything else returns
+// non-zero and writes nothing.
+int64_t queryClock(int64_t selector, double* out, int64_t code);
 
 // Sets or clears an event made by this host's createEvent.  Events stay set
 // until cleared, so every waiter sees a signal.

@@ -172,15 +172,19 @@ TEST_F(ModuleAbi, HostApiRunsAWholeLifecycleWithoutLeaks) {
 TEST_F(ModuleAbi, RefusedPoolOrBlockGivesNullAndNothingLeaks) {
   ASSERT_EQ(entries.qvextent(host.kernel()), 0);
   QVPool* parent = host.createPool("abi parent");
-  // The extension object is the first allocation of halvex().
-  host.failAllocation(0);
-  EXPECT_EQ(entries.halvex(nullptr, parent), nullptr);
-  host.clearFailures();
+  // Refusal 0 is the new pool, refusal 1 the object or instance in it.
+  for (int k = 0; k < 2; ++k) {
+    host.failAllocation(k);
+    EXPECT_EQ(entries.halvex(nullptr, parent), nullptr) << "refusal " << k;
+    host.clearFailures();
+  }
   HalvexExtension* object = entries.halvex(nullptr, parent);
   ASSERT_NE(object, nullptr);
-  host.failAllocation(0);
-  EXPECT_EQ(object->createInstance(nullptr), nullptr);
-  host.clearFailures();
+  for (int k = 0; k < 2; ++k) {
+    host.failAllocation(k);
+    EXPECT_EQ(object->createInstance(nullptr), nullptr) << "refusal " << k;
+    host.clearFailures();
+  }
   object->realDestroy(object, nullptr);
   parent->poolDestroy(parent);
   EXPECT_EQ(host.totalStats().liveBlocks, 0);

@@ -169,13 +169,15 @@ TEST_F(ModuleEntry, AbandonedSolveReleasesSiblingObjectBeforeItsModule) {
 
 TEST_F(ModuleEntry, RefusedAllocationLeavesNoPartialObjectBehind) {
   int64_t poolsBefore = host.livePools();
-  for (int which = 0; which < 2; ++which) {
-    host.failAllocation(0);
-    void* made = which == 0 ? (void*)halvex(nullptr, pool) : halvex_create_instance(nullptr);
-    EXPECT_EQ(made, nullptr) << (which == 0 ? "extension" : "instance");
-    host.clearFailures();
-    EXPECT_EQ(host.livePools(), poolsBefore);
-  }
+  // Refusal 0 is the object's pool, refusal 1 the object in it.
+  for (int which = 0; which < 2; ++which)
+    for (int k = 0; k < 2; ++k) {
+      host.failAllocation(k);
+      void* made = which == 0 ? (void*)halvex(nullptr, pool) : halvex_create_instance(nullptr);
+      EXPECT_EQ(made, nullptr) << (which == 0 ? "extension" : "instance") << ", refusal " << k;
+      host.clearFailures();
+      EXPECT_EQ(host.livePools(), poolsBefore);
+    }
   HalvexExtension* object = halvex(nullptr, pool);
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->pool != pool, true);
