@@ -1,6 +1,7 @@
 #include <cstring>
 #include <vector>
 
+#include "frame/qv.h"
 #include "records/model.h"
 #include "records/statistics.h"
 #include "support.h"

@@ -1,0 +1,169 @@
+// The sparse factorisation library: environment, parameters, matrix header,
+// status codes and the LA_ calls.  Callers see LASymbolic and LANumeric only
+// as opaque handles; their layouts live in la/la_internal.h.
+#ifndef HALVEX_LA_LA_H
+#define HALVEX_LA_LA_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "frame/qv.h"
+
+// ---- status codes -----------------------------------------------------------
+enum {
+  LA_OK = 0,
+  LA_ERR_MEMORY = 1,          // the pool refused an allocation
+  LA_ERR_INTERNAL = 2,        // counts or structures that must agree did not
+  LA_ERR_TOO_BIG = 4,         // a size estimate reaches 2^64
+  LA_ERR_MATCHING = 5,        // no static permutation can be built
+  LA_REFINE_CONVERGED = 6,    // FGMRES reached refineTol
+  LA_REFINE_STOPPED = 7,      // FGMRES stopped above refineTol, best point kept
+  LA_ERR_SOLVE_OVERFLOW = 8,  // a triangular solve overflowed
+  LA_ERR_BAD_PARAM = 9        // parameter id or value out of range
+};
+
+// ---- parameter ids ------------------------------------------------------------
+enum {
+  LA_PARAM_NUM_THREADS = 0,
+  LA_PARAM_ORDER_CLASS = 1,
+  LA_PARAM_USE_CONSTRAINED_ORDERING = 2,
+  LA_PARAM_USE_STATIC_PERM_GEN = 3,
+  LA_PARAM_USE_STATIC_PERM_AUG = 4,
+  LA_PARAM_NUM_LEADING_ROWS = 5,
+  LA_PARAM_CHOL_PARAM = 6,
+  LA_PARAM_ORDERING_METHOD = 7,
+  LA_PARAM_REQUIRE_PERFECT = 8,
+  LA_PARAM_COLLECT_INERTIA = 9,
+  LA_PARAM_NUM_NEGATIVE_PIVOTS = 10,
+  LA_PARAM_NUM_POSITIVE_PIVOTS = 11,
+  LA_PARAM_PIVOT_RATIO = 12,
+  LA_PARAM_RESERVED_FLAG = 13,
+  LA_PARAM_USE_FGMRES = 14,
+  LA_PARAM_MAX_REFINE = 15,
+  LA_PARAM_FGMRES_RESTART = 16,
+  LA_PARAM_FGMRES_MAX_RESTART = 17,
+  LA_PARAM_ORTHO_SCHEME = 18,
+  LA_PARAM_REFINE_TOL = 19,
+  LA_PARAM_BACKWARD_ERROR = 20,
+  LA_PARAM_MIN_ID = 0,
+  LA_PARAM_MAX_ID = 20
+};
+
+// Defaults of a fresh environment.
+#define LA_DEFAULT_NUM_THREADS 1
+#define LA_DEFAULT_ORDER_CLASS 1
+#define LA_DEFAULT_CHOL_PARAM 1
+#define LA_DEFAULT_ORDERING_METHOD (-1)
+#define LA_DEFAULT_USE_FGMRES 1
+#define LA_DEFAULT_MAX_REFINE 64
+#define LA_DEFAULT_FGMRES_RESTART 4
+#define LA_DEFAULT_FGMRES_MAX_RESTART 16
+#define LA_DEFAULT_ORTHO_SCHEME 0
+#define LA_DEFAULT_REFINE_TOL 1e-16
+
+// Limits accepted on a set call.
+#define LA_MAX_ORDER_CLASS 5
+#define LA_MIN_ORDERING_METHOD (-1)
+#define LA_MAX_ORDERING_METHOD 4
+#define LA_MAX_ORTHO_SCHEME 2
+
+// ---- records ------------------------------------------------------------------
+
+// One per factorisation user.  The layout is exchanged with callers.
+struct LAEnv {
+  QVPool* pool;                    // every allocation of the library
+  void* owner;                     // carried, never interpreted
+  int32_t orderClass;              // id 1
+  int32_t orderingMethod;          // id 7
+  int32_t numThreads;              // id 0
+  int32_t useConstrainedOrdering;  // id 2
+  int32_t cholParam;               // id 6
+  int32_t useStaticPermGen;        // id 3
+  int32_t useStaticPermAug;        // id 4
+  int32_t numLeadingRows;          // id 5
+  int32_t requirePerfect;          // id 8
+  int32_t collectInertia;          // id 9
+  int32_t numPositivePivots;       // id 11, result
+  int32_t numNegativePivots;       // id 10, result
+  int32_t useFgmres;               // id 14
+  double pivotRatio;               // id 12, result
+  int32_t reservedFlag;            // id 13, read by nothing
+  int32_t maxRefine;               // id 15
+  int32_t fgmresRestart;           // id 16
+  int32_t fgmresMaxRestart;        // id 17
+  int32_t orthoScheme;             // id 18
+  double refineTol;                // id 19
+  double backwardError;            // id 20, result
+};
+typedef struct LAEnv LAEnv;
+
+static_assert(offsetof(LAEnv, pool) == 0, "LAEnv layout");
+static_assert(offsetof(LAEnv, owner) == 8, "LAEnv layout");
+static_assert(offsetof(LAEnv, orderClass) == 16, "LAEnv layout");
+static_assert(offsetof(LAEnv, orderingMethod) == 20, "LAEnv layout");
+static_assert(offsetof(LAEnv, numThreads) == 24, "LAEnv layout");
+static_assert(offsetof(LAEnv, useConstrainedOrdering) == 28, "LAEnv layout");
+static_assert(offsetof(LAEnv, cholParam) == 32, "LAEnv layout");
+static_assert(offsetof(LAEnv, useStaticPermGen) == 36, "LAEnv layout");
+static_assert(offsetof(LAEnv, useStaticPermAug) == 40, "LAEnv layout");
+static_assert(offsetof(LAEnv, numLeadingRows) == 44, "LAEnv layout");
+static_assert(offsetof(LAEnv, requirePerfect) == 48, "LAEnv layout");
+static_assert(offsetof(LAEnv, collectInertia) == 52, "LAEnv layout");
+static_assert(offsetof(LAEnv, numPositivePivots) == 56, "LAEnv layout");
+static_assert(offsetof(LAEnv, numNegativePivots) == 60, "LAEnv layout");
+static_assert(offsetof(LAEnv, useFgmres) == 64, "LAEnv layout");
+static_assert(offsetof(LAEnv, pivotRatio) == 72, "LAEnv layout");
+static_assert(offsetof(LAEnv, reservedFlag) == 80, "LAEnv layout");
+static_assert(offsetof(LAEnv, maxRefine) == 84, "LAEnv layout");
+static_assert(offsetof(LAEnv, fgmresRestart) == 88, "LAEnv layout");
+static_assert(offsetof(LAEnv, fgmresMaxRestart) == 92, "LAEnv layout");
+static_assert(offsetof(LAEnv, orthoScheme) == 96, "LAEnv layout");
+static_assert(offsetof(LAEnv, refineTol) == 104, "LAEnv layout");
+static_assert(offsetof(LAEnv, backwardError) == 112, "LAEnv layout");
+static_assert(sizeof(LAEnv) == 120, "LAEnv layout");
+
+// The library's own column-wise matrix header, 0-based, no gaps.
+struct LAMatrix {
+  int32_t numRows;
+  int32_t numCols;
+  int32_t numCoef;
+  int32_t* colBegin;  // numCols + 1
+  int32_t* rowIndex;
+  double* value;      // null for a pattern
+};
+typedef struct LAMatrix LAMatrix;
+
+static_assert(offsetof(LAMatrix, numCoef) == 8, "LAMatrix layout");
+static_assert(offsetof(LAMatrix, colBegin) == 16, "LAMatrix layout");
+static_assert(offsetof(LAMatrix, rowIndex) == 24, "LAMatrix layout");
+static_assert(offsetof(LAMatrix, value) == 32, "LAMatrix layout");
+static_assert(sizeof(LAMatrix) == 40, "LAMatrix layout");
+
+// Results of analysis and factorisation; opaque to callers.
+typedef struct LASymbolic LASymbolic;
+typedef struct LANumeric LANumeric;
+
+// ---- calls --------------------------------------------------------------------
+// Matrices come as bare arrays: colBegin (n+1), rowIndex, value, 0-based,
+// symmetric with both triangles stored; diagonal entries optional.
+
+HALVEX_EXPORT LAEnv* LA_CreateLAEnv(QVPool* pool, void* owner, int32_t* status);
+HALVEX_EXPORT void LA_FreeLAEnv(LAEnv** env);
+HALVEX_EXPORT int32_t LA_SetIntParam(LAEnv* env, int32_t id, int32_t value);
+HALVEX_EXPORT int32_t LA_GetIntParam(LAEnv* env, int32_t id, int32_t* value);
+HALVEX_EXPORT int32_t LA_SetDblParam(LAEnv* env, double value, int32_t id);
+HALVEX_EXPORT int32_t LA_GetDblParam(LAEnv* env, int32_t id, double* value);
+
+HALVEX_EXPORT int32_t LA_AnalyzeMatrixLDL(int32_t n, const int32_t* colBegin,
+                                          const int32_t* rowIndex, const double* value,
+                                          LAEnv* env, LASymbolic** symbolic,
+                                          LANumeric** numeric);
+HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t* colBegin,
+                                         const int32_t* rowIndex, const double* value,
+                                         LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
+HALVEX_EXPORT int32_t LA_SolveMatrixLDL(int32_t mode, const int32_t* colBegin,
+                                        const int32_t* rowIndex, const double* value, double* x,
+                                        LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
+HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric);
+
+#endif

@@ -1,0 +1,747 @@
+// The LA environment, the symbolic steps and the LDL analysis driver.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "host/host.h"
+#include "la/la.h"
+#include "la/la_internal.h"
+
+namespace {
+
+using IntVec = std::vector<int32_t>;
+
+// A symmetric pattern with both triangles stored, diagonal everywhere.
+struct Pattern {
+  int32_t n = 0;
+  IntVec colBegin, rowIndex;
+  std::vector<double> value;
+};
+
+Pattern fromDense(const std::vector<std::vector<bool>>& a) {
+  Pattern p;
+  p.n = (int32_t)a.size();
+  p.colBegin.push_back(0);
+  for (int32_t j = 0; j < p.n; j++) {
+    for (int32_t i = 0; i < p.n; i++)
+      if (a[i][j] || i == j) {
+        p.rowIndex.push_back(i);
+        p.value.push_back(i == j ? 4.0 : -1.0);
+      }
+    p.colBegin.push_back((int32_t)p.rowIndex.size());
+  }
+  return p;
+}
+
+Pattern randomPattern(int32_t n, double density, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  std::vector<std::vector<bool>> a(n, std::vector<bool>(n, false));
+  for (int32_t j = 0; j < n; j++)
+    for (int32_t i = j + 1; i < n; i++)
+      if (u(rng) < density) a[i][j] = a[j][i] = true;
+  return fromDense(a);
+}
+
+// Dense blocks joined by a dense border: few, wide supernodes with updates
+// between them, heavy enough for the threaded path.
+Pattern blockArrow(int32_t blocks, int32_t blockSize, int32_t border) {
+  int32_t n = blocks * blockSize + border;
+  std::vector<std::vector<bool>> a(n, std::vector<bool>(n, false));
+  for (int32_t b = 0; b < blocks; b++)
+    for (int32_t i = 0; i < blockSize; i++)
+      for (int32_t j = 0; j < blockSize; j++) a[b * blockSize + i][b * blockSize + j] = true;
+  for (int32_t i = blocks * blockSize; i < n; i++)
+    for (int32_t j = 0; j < n; j++) a[i][j] = a[j][i] = true;
+  return fromDense(a);
+}
+
+// Structure of L by elimination on a dense boolean matrix, in the order
+// given by perm (position -> original index).
+struct BruteFactor {
+  int32_t n;
+  std::vector<std::vector<bool>> l;  // l[i][j], i > j
+  IntVec parent, colCounts;
+};
+
+BruteFactor bruteFactor(const Pattern& p, const IntVec& perm) {
+  BruteFactor f;
+  f.n = p.n;
+  IntVec inv(p.n);
+  for (int32_t k = 0; k < p.n; k++) inv[perm[k]] = k;
+  f.l.assign(p.n, std::vector<bool>(p.n, false));
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++) {
+      int32_t a = inv[p.rowIndex[q]], b = inv[j];
+      if (a != b) f.l[std::max(a, b)][std::min(a, b)] = true;
+    }
+  for (int32_t k = 0; k < p.n; k++) {
+    IntVec below;
+    for (int32_t i = k + 1; i < p.n; i++)
+      if (f.l[i][k]) below.push_back(i);
+    for (size_t x = 0; x < below.size(); x++)
+      for (size_t y = 0; y < x; y++) f.l[below[x]][below[y]] = true;
+  }
+  f.parent.assign(p.n, -1);
+  f.colCounts.assign(p.n, 1);
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t i = j + 1; i < p.n; i++)
+      if (f.l[i][j]) {
+        if (f.parent[j] == -1) f.parent[j] = i;
+        f.colCounts[j]++;
+      }
+  return f;
+}
+
+IntVec randomPerm(int32_t n, uint32_t seed) {
+  IntVec perm(n);
+  for (int32_t i = 0; i < n; i++) perm[i] = i;
+  std::mt19937 rng(seed);
+  std::shuffle(perm.begin(), perm.end(), rng);
+  return perm;
+}
+
+// Builds upper and lower patterns of p under perm into owned storage.
+struct Patterns {
+  IntVec ub, ui, lb, li;
+  LAMatrix upper{}, lower{};
+};
+
+void buildPatterns(const Pattern& p, const IntVec& perm, Patterns* out) {
+  IntVec inv(p.n);
+  for (int32_t k = 0; k < p.n; k++) inv[perm[k]] = k;
+  int32_t nnz = p.colBegin[p.n];
+  out->ub.assign(p.n + 1, 0);
+  out->lb.assign(p.n + 1, 0);
+  out->ui.assign(nnz, 0);
+  out->li.assign(nnz, 0);
+  out->upper.colBegin = out->ub.data();
+  out->upper.rowIndex = out->ui.data();
+  out->upper.numCoef = nnz;
+  out->lower.colBegin = out->lb.data();
+  out->lower.rowIndex = out->li.data();
+  out->lower.numCoef = nnz;
+  ASSERT_EQ(0, PermuteSymMatrixPattern(p.n, p.colBegin.data(), p.rowIndex.data(), 1, &out->upper,
+                                       &out->lower, perm.data(), inv.data()));
+}
+
+class LATest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    pool = host.createPool("la");
+    int32_t status = -1;
+    env = LA_CreateLAEnv(pool, nullptr, &status);
+    ASSERT_EQ(0, status);
+    ASSERT_NE(nullptr, env);
+  }
+  void TearDown() override {
+    LA_FreeLAEnv(&env);
+    EXPECT_EQ(0, host.poolStats(pool).liveBlocks);
+  }
+  int64_t live() { return host.poolStats(pool).liveBlocks; }
+
+  hxhost::Host host;
+  QVPool* pool = nullptr;
+  LAEnv* env = nullptr;
+};
+
+// ---- environment and parameters ---------------------------------------------
+
+TEST_F(LATest, FreshEnvironmentHoldsTheDefaults) {
+  int32_t v = -7;
+  double d = -7.0;
+  const int32_t intDefaults[][2] = {{0, 1}, {1, 1},  {2, 0},  {3, 0},  {4, 0},  {5, 0},
+                                    {6, 1}, {7, -1}, {8, 0},  {9, 0},  {10, 0}, {11, 0},
+                                    {13, 0}, {14, 1}, {15, 64}, {16, 4}, {17, 16}, {18, 0}};
+  for (auto& e : intDefaults) {
+    ASSERT_EQ(0, LA_GetIntParam(env, e[0], &v));
+    EXPECT_EQ(e[1], v) << "id " << e[0];
+  }
+  ASSERT_EQ(0, LA_GetDblParam(env, 19, &d));
+  EXPECT_EQ(1e-16, d);
+  ASSERT_EQ(0, LA_GetDblParam(env, 12, &d));
+  EXPECT_EQ(0.0, d);
+  ASSERT_EQ(0, LA_GetDblParam(env, 20, &d));
+  EXPECT_EQ(0.0, d);
+  EXPECT_EQ(pool, env->pool);
+}
+
+TEST_F(LATest, ParameterLimitsAreEnforcedAndRejectionsChangeNothing) {
+  int32_t v;
+  double d;
+  for (int32_t id : {-1, 21}) {
+    EXPECT_EQ(9, LA_SetIntParam(env, id, 0));
+    EXPECT_EQ(9, LA_GetIntParam(env, id, &v));
+    EXPECT_EQ(9, LA_SetDblParam(env, 0.0, id));
+    EXPECT_EQ(9, LA_GetDblParam(env, id, &d));
+  }
+  struct Case { int32_t id, value, status; };
+  const Case cases[] = {
+      {7, -1, 0}, {7, 4, 0},  {7, -2, 9}, {7, 5, 9},  {1, 5, 0},  {1, 6, 9},  {1, -1, 9},
+      {18, 2, 0}, {18, 3, 9}, {0, 1, 0},  {0, 0, 9},  {2, 1, 0},  {2, 2, 9},  {5, 0, 0},
+      {5, -1, 9}, {6, 0, 9},  {13, 1, 0}, {13, 2, 9}, {15, 0, 0}, {15, -1, 9}, {16, 0, 9},
+      {17, 1, 0}, {14, 0, 0}, {14, 2, 9}, {9, 1, 0},  {8, 2, 9}};
+  for (const Case& c : cases) {
+    int32_t before;
+    ASSERT_EQ(0, LA_GetIntParam(env, c.id, &before));
+    EXPECT_EQ(c.status, LA_SetIntParam(env, c.id, c.value)) << "id " << c.id << " value " << c.value;
+    ASSERT_EQ(0, LA_GetIntParam(env, c.id, &v));
+    EXPECT_EQ(c.status == 0 ? c.value : before, v) << "id " << c.id;
+  }
+  EXPECT_EQ(4, env->orderingMethod);
+  EXPECT_EQ(1, env->reservedFlag);
+
+  // Results and floating ids take an integer set call and ignore it.
+  for (int32_t id : {10, 11, 12, 19, 20}) EXPECT_EQ(0, LA_SetIntParam(env, id, 123));
+  EXPECT_EQ(0, env->numNegativePivots);
+  EXPECT_EQ(0, env->numPositivePivots);
+  EXPECT_EQ(1e-16, env->refineTol);
+
+  EXPECT_EQ(9, LA_SetDblParam(env, -1e-300, 19));
+  EXPECT_EQ(1e-16, env->refineTol);
+  EXPECT_EQ(0, LA_SetDblParam(env, 0.0, 19));
+  EXPECT_EQ(0.0, env->refineTol);
+  EXPECT_EQ(0, LA_SetDblParam(env, NAN, 19));
+  EXPECT_TRUE(std::isnan(env->refineTol));
+  EXPECT_EQ(0, LA_SetDblParam(env, 5.0, 12));
+  EXPECT_EQ(0.0, env->pivotRatio);
+  EXPECT_EQ(0, LA_SetDblParam(env, 5.0, 3));
+  EXPECT_EQ(0, env->useStaticPermGen);
+  ASSERT_EQ(0, LA_GetDblParam(env, 15, &d));
+  EXPECT_EQ(0.0, d);
+}
+
+TEST(LAEnvLifecycle, CreationFailuresAndFree) {
+  hxhost::Host host;
+  QVPool* pool = host.createPool("env");
+  int32_t status = -1;
+  EXPECT_EQ(nullptr, LA_CreateLAEnv(nullptr, nullptr, &status));
+  EXPECT_EQ(9, status);
+  host.failAllocation(0);
+  EXPECT_EQ(nullptr, LA_CreateLAEnv(pool, nullptr, &status));
+  EXPECT_EQ(1, status);
+  host.clearFailures();
+  int owner = 0;
+  LAEnv* env = LA_CreateLAEnv(pool, &owner, &status);
+  ASSERT_NE(nullptr, env);
+  EXPECT_EQ(&owner, env->owner);
+  EXPECT_EQ(1, host.poolStats(pool).liveBlocks);
+  LA_FreeLAEnv(&env);
+  EXPECT_EQ(nullptr, env);
+  EXPECT_EQ(0, host.poolStats(pool).liveBlocks);
+}
+
+// ---- symbolic steps against a brute-force factorisation ---------------------
+
+TEST(LASymbolicSteps, TreePostorderAndCountsMatchBruteForce) {
+  for (uint32_t seed = 1; seed <= 40; seed++) {
+    int32_t n = 5 + (int32_t)(seed * 7 % 36);
+    double density = 0.02 + 0.01 * (seed % 12);
+    Pattern p = randomPattern(n, density, seed);
+    IntVec perm = randomPerm(n, seed * 31);
+    Patterns pat;
+    buildPatterns(p, perm, &pat);
+    BruteFactor bf = bruteFactor(p, perm);
+
+    IntVec parent(n), work(5 * n);
+    BuildETree(&pat.upper, parent.data(), work.data());
+    ASSERT_EQ(bf.parent, parent) << "seed " << seed;
+
+    // Postorder: perm follows the tree, children come before parents and
+    // each subtree is contiguous.
+    IntVec permBefore = perm, inv(n), pivots(n);
+    for (int32_t k = 0; k < n; k++) pivots[k] = 1000 + k;
+    LASymbolic sym{};
+    sym.perm = perm.data();
+    sym.invPerm = inv.data();
+    sym.pivots = pivots.data();
+    PostOrder(n, parent.data(), &sym, work.data());
+    IntVec post(n);
+    for (int32_t k = 0; k < n; k++) {
+      post[k] = pivots[k] - 1000;
+      EXPECT_EQ(permBefore[post[k]], perm[k]);
+      EXPECT_EQ(k, inv[perm[k]]);
+      EXPECT_TRUE(parent[k] == -1 || parent[k] > k);
+    }
+    IntVec size(n, 1);
+    for (int32_t k = 0; k < n; k++)
+      if (parent[k] != -1) size[parent[k]] += size[k];
+    for (int32_t k = 0; k < n; k++)
+      for (int32_t d = k - size[k] + 1; d < k; d++) {
+        int32_t a = d;
+        while (a != -1 && a < k) a = parent[a];
+        EXPECT_EQ(k, a) << "subtree of " << k << " not contiguous, seed " << seed;
+      }
+
+    // In the postordered numbering the tree and counts still match.
+    Patterns pat2;
+    buildPatterns(p, perm, &pat2);
+    BruteFactor bf2 = bruteFactor(p, perm);
+    IntVec parent2(n);
+    BuildETree(&pat2.upper, parent2.data(), work.data());
+    EXPECT_EQ(bf2.parent, parent2);
+    EXPECT_EQ(parent, parent2);
+    IntVec counts(n);
+    double entries = -1, ops = -1;
+    FindColCounts(&pat2.lower, parent2.data(), counts.data(), &entries, &ops, work.data());
+    EXPECT_EQ(bf2.colCounts, counts) << "seed " << seed;
+    double wantEntries = -n, wantOps = 0;
+    for (int32_t c : bf2.colCounts) {
+      wantEntries += c;
+      wantOps += (double)(c - 1) * c;
+    }
+    EXPECT_EQ(wantEntries, entries);
+    EXPECT_EQ(wantOps, ops);
+  }
+}
+
+TEST(LASymbolicSteps, DiagonalMatrixIsAForestOfRoots) {
+  const int32_t n = 6;
+  std::vector<std::vector<bool>> a(n, std::vector<bool>(n, false));
+  Pattern p = fromDense(a);
+  IntVec perm = randomPerm(n, 0), inv(n), parent(n), work(5 * n), counts(n);
+  for (int32_t k = 0; k < n; k++) perm[k] = k;
+  Patterns pat;
+  buildPatterns(p, perm, &pat);
+  EXPECT_EQ(0, pat.upper.numCoef);
+  BuildETree(&pat.upper, parent.data(), work.data());
+  LASymbolic sym{};
+  sym.perm = perm.data();
+  sym.invPerm = inv.data();
+  PostOrder(n, parent.data(), &sym, work.data());
+  for (int32_t k = 0; k < n; k++) {
+    EXPECT_EQ(-1, parent[k]);
+    EXPECT_EQ(n - 1 - k, perm[k]);
+  }
+  double entries, ops;
+  FindColCounts(&pat.lower, parent.data(), counts.data(), &entries, &ops, work.data());
+  EXPECT_EQ(IntVec(n, 1), counts);
+  EXPECT_EQ(0.0, entries);
+  sym.estFactorEntries = entries;
+  sym.estOperations = ops;
+  ChooseSequentialOrThreaded(&sym, 8, 1);
+  EXPECT_EQ(0, sym.threaded);
+  EXPECT_EQ(1, sym.threadsUsed);
+}
+
+TEST(LASymbolicSteps, PathChoiceThresholds) {
+  LASymbolic sym{};
+  sym.estFactorEntries = 1.0;
+  struct Case { double ratio; int32_t threads, ldl, threaded, used; };
+  const Case cases[] = {{4900.0, 1, 1, 0, 1},      {4900.5, 1, 1, 1, 1}, {720.0, 2, 1, 0, 1},
+                        {720.5, 2, 1, 1, 2},       {400.5, 3, 1, 1, 3},  {220.0, 4, 1, 0, 1},
+                        {320.0, 6, 1, 0, 1},       {320.5, 6, 1, 1, 6},  {0.0, 2, 0, 1, 2},
+                        {399.0, 1, 0, 0, 1},       {400.0, 1, 0, 1, 1}};
+  for (const Case& c : cases) {
+    sym.estOperations = c.ratio;
+    ChooseSequentialOrThreaded(&sym, c.threads, c.ldl);
+    EXPECT_EQ(c.threaded, sym.threaded) << c.ratio << " " << c.threads;
+    EXPECT_EQ(c.used, sym.threadsUsed) << c.ratio << " " << c.threads;
+  }
+}
+
+TEST(LASymbolicSteps, RelaxationMergesExactFitsWhateverTheirSize) {
+  // Two chains of 500 columns where the first's rows are exactly its own
+  // columns plus the second's: no zero is added.
+  const int32_t n = 1000;
+  IntVec parent(n), start = {0, 500, 1000}, sparent = {1, -1}, toS(n), rows = {1000, 500};
+  IntVec pivots(n, -2), work(3 * n);
+  for (int32_t j = 0; j < n; j++) {
+    parent[j] = j + 1 < n ? j + 1 : -1;
+    toS[j] = j < 500 ? 0 : 1;
+  }
+  LASymbolic sym{};
+  sym.numSNodes = 2;
+  sym.snodeStart = start.data();
+  sym.snodeParent = sparent.data();
+  sym.colToSNode = toS.data();
+  FindRelaxedSupernodes(parent.data(), pivots.data(), &sym, rows.data(), work.data());
+  EXPECT_EQ(1, sym.numSNodes);
+  EXPECT_EQ(1000, sym.maxSNodeCols);
+  EXPECT_EQ(1000, rows[0]);
+  EXPECT_EQ(-1, sparent[0]);
+  EXPECT_EQ(0, toS[999]);
+}
+
+TEST(LASymbolicSteps, TaskCapacityAndNarrowHeight) {
+  EXPECT_EQ(10000, ChooseTaskCapacity(100000, 100001));
+  EXPECT_EQ(10000, ChooseTaskCapacity(100000, 1000000));
+  EXPECT_EQ(20000, ChooseTaskCapacity(100001, 1000000));
+  EXPECT_EQ(10000, ChooseTaskCapacity(300000, 333334));   // r just under 0.9
+  EXPECT_EQ(20000, ChooseTaskCapacity(300001, 333334));
+  EXPECT_EQ(40000, ChooseTaskCapacity(450001, 500001));
+  EXPECT_EQ(10000, ChooseTaskCapacity(450001, 450001));
+  EXPECT_EQ(20736, laNarrowHeight(144, 1));
+  EXPECT_EQ(144, laNarrowHeight(144, 144));
+  EXPECT_EQ(2080, laNarrowHeight(144, 10));
+}
+
+TEST(LASymbolicSteps, PairCompressionMergesNeighbours) {
+  // Path 0-1-2-3-4-5 plus 0-5; positions 1,2 and 4,5 are pairs.
+  std::vector<std::vector<bool>> a(6, std::vector<bool>(6, false));
+  auto link = [&](int i, int j) { a[i][j] = a[j][i] = true; };
+  for (int i = 0; i < 5; i++) link(i, i + 1);
+  link(0, 5);
+  link(1, 4);
+  Pattern p = fromDense(a);
+  IntVec perm0 = {0, 1, 2, 3, 4, 5}, inv0 = perm0, pivots = {-2, -1, -1, -2, -1, -1};
+  IntVec begin(7), index(p.colBegin[6]), work(18);
+  ASSERT_EQ(0, PermuteCompressMatrix(6, p.colBegin.data(), p.rowIndex.data(), pivots.data(),
+                                     perm0.data(), inv0.data(), 4, begin.data(), index.data(),
+                                     work.data()));
+  // Groups: {0}, {1,2}, {3}, {4,5}.
+  std::vector<std::set<int32_t>> want = {{1, 3}, {0, 2, 3}, {1, 3}, {0, 1, 2}};
+  for (int32_t g = 0; g < 4; g++) {
+    std::set<int32_t> got(index.begin() + begin[g], index.begin() + begin[g + 1]);
+    EXPECT_EQ(want[g], got) << "group " << g;
+    EXPECT_EQ((int32_t)want[g].size(), begin[g + 1] - begin[g]) << "duplicates in group " << g;
+  }
+  EXPECT_EQ((IntVec{-2, -1, -2, -1}), IntVec(pivots.begin(), pivots.begin() + 4));
+
+  // A pair marker without its partner is a broken layout.
+  IntVec bad = {-2, -1, -2, -2, -1, -1};
+  EXPECT_EQ(2, PermuteCompressMatrix(6, p.colBegin.data(), p.rowIndex.data(), bad.data(),
+                                     perm0.data(), inv0.data(), 4, begin.data(), index.data(),
+                                     work.data()));
+}
+
+// ---- the analysis driver ------------------------------------------------------
+
+// Checks the plan against a brute-force factor in the analysis order.
+void checkPlan(const Pattern& p, const LASymbolic* sym, const LANumeric* num) {
+  int32_t n = p.n;
+  IntVec perm(sym->perm, sym->perm + n);
+  for (int32_t k = 0; k < n; k++) ASSERT_EQ(k, sym->invPerm[perm[k]]);
+  BruteFactor bf = bruteFactor(p, perm);
+  double entries = -n;
+  for (int32_t c : bf.colCounts) entries += c;
+  EXPECT_EQ(entries, sym->estFactorEntries);
+
+  int32_t ns = sym->numSNodes;
+  ASSERT_GE(ns, 1);
+  EXPECT_EQ(0, sym->snodeStart[0]);
+  EXPECT_EQ(n, sym->snodeStart[ns]);
+  int32_t widest = 0;
+  for (int32_t s = 0; s < ns; s++) {
+    int32_t first = sym->snodeStart[s], end = sym->snodeStart[s + 1];
+    ASSERT_LT(first, end);
+    widest = std::max(widest, end - first);
+    for (int32_t j = first; j < end; j++) EXPECT_EQ(s, sym->colToSNode[j]);
+    EXPECT_TRUE(sym->snodeParent[s] == -1 || sym->snodeParent[s] > s);
+    // Row list: own columns, then the union of the columns' structures.
+    std::set<int32_t> want;
+    for (int32_t j = first; j < end; j++) {
+      want.insert(j);
+      for (int32_t i = j + 1; i < n; i++)
+        if (bf.l[i][j]) want.insert(i);
+    }
+    IntVec got(sym->rowList + sym->rowBegin[s], sym->rowList + sym->rowBegin[s + 1]);
+    EXPECT_EQ(IntVec(want.begin(), want.end()), got) << "supernode " << s;
+    if (end < n) {
+      int32_t p0 = bf.parent[end - 1];
+      EXPECT_EQ(p0 == -1 ? -1 : sym->colToSNode[p0], sym->snodeParent[s]);
+    }
+    int64_t r = (int64_t)got.size(), c = end - first;
+    int64_t size = 0;
+    if (!sym->threaded) {
+      size = r * c;
+    } else {
+      for (int64_t done = 0, left = r; done < c; done += sym->blockSize, left -= sym->blockSize)
+        size += std::min<int64_t>(sym->blockSize, c - done) * left;
+    }
+    EXPECT_EQ(size, sym->factorBegin[s + 1] - sym->factorBegin[s]) << "supernode " << s;
+  }
+  EXPECT_LE(sym->maxSNodeCols, widest);
+  EXPECT_EQ(sym->rowBegin[ns], sym->numRowEntries);
+  EXPECT_EQ(sym->factorBegin[ns], sym->numFactorEntries);
+  for (int32_t k = 0; k < n; k++) EXPECT_EQ(-2, sym->pivots[k]);
+  int64_t lowerCount = 0;
+  for (int32_t j = 0; j < n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++)
+      if (sym->invPerm[p.rowIndex[q]] >= sym->invPerm[j]) lowerCount++;
+  EXPECT_EQ(lowerCount, num->lowerCopy.numCoef);
+  EXPECT_NE(nullptr, sym->factor);
+  EXPECT_NE(nullptr, sym->work);
+}
+
+TEST_F(LATest, SequentialPlanMatchesBruteForce) {
+  for (uint32_t seed = 1; seed <= 12; seed++) {
+    Pattern p = randomPattern(20 + (int32_t)seed * 5, 0.03 + 0.01 * (seed % 5), seed);
+    int64_t before = live();
+    LASymbolic* sym = nullptr;
+    LANumeric* num = nullptr;
+    ASSERT_EQ(0, LA_AnalyzeMatrixLDL(p.n, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                     env, &sym, &num));
+    EXPECT_EQ(0, sym->threaded);
+    EXPECT_EQ(0, sym->blockSize);
+    EXPECT_EQ(96, num->panelWidth);
+    checkPlan(p, sym, num);
+    int64_t maxUpdate = 0;
+    for (int32_t s = 0; s < sym->numSNodes; s++)
+      maxUpdate = std::max<int64_t>(maxUpdate, (sym->rowBegin[s + 1] - sym->rowBegin[s]) -
+                                                   (sym->snodeStart[s + 1] - sym->snodeStart[s]));
+    EXPECT_EQ((maxUpdate * maxUpdate + 15) / 16 * 16, (int64_t)sym->updateBufferSize);
+    LA_CleanUpLDL(env, &sym, &num);
+    EXPECT_EQ(before, live()) << "seed " << seed;
+  }
+}
+
+TEST_F(LATest, DenseMatrixIsOneSupernode) {
+  Pattern p = randomPattern(100, 1.0, 3);
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  ASSERT_EQ(0, LA_AnalyzeMatrixLDL(p.n, p.colBegin.data(), p.rowIndex.data(), nullptr, env, &sym,
+                                   &num));
+  EXPECT_EQ(1, sym->numSNodes);
+  EXPECT_EQ(100, sym->maxSNodeCols);
+  EXPECT_EQ(100 * 100, sym->numFactorEntries);
+  checkPlan(p, sym, num);
+  LA_CleanUpLDL(env, &sym, &num);
+}
+
+// Counts the update events per block table entry from their definition:
+// a source's update rows, in pairs of its row blocks for a wide source,
+// against the target's column and row blocks.
+std::vector<IntVec> expectedDeps(const LASymbolic* sym) {
+  int32_t ns = sym->numSNodes, nb = sym->blockSize;
+  std::vector<IntVec> deps(ns);
+  auto rowsOf = [&](int32_t s) {
+    return IntVec(sym->rowList + sym->rowBegin[s], sym->rowList + sym->rowBegin[s + 1]);
+  };
+  for (int32_t s = 0; s < ns; s++) {
+    LABlockShape b = laBlockShape(sym, s);
+    deps[s].assign(b.wide ? b.ncb * b.nrb : b.nrb, 0);
+    if (b.wide)
+      for (int32_t J = 0; J < b.ncb; J++)
+        for (int32_t I = J; I < b.nrb; I++) deps[s][J * b.nrb + I] += I == J ? J : J + 1;
+  }
+  auto apply = [&](const IntVec& colRows, const IntVec& rowRows, int32_t add) {
+    // Group the column part by target and column block.
+    std::set<std::pair<int32_t, int32_t>> parts;
+    for (int32_t row : colRows) {
+      int32_t t = sym->colToSNode[row];
+      LABlockShape bt = laBlockShape(sym, t);
+      parts.insert({t, bt.wide ? (row - sym->snodeStart[t]) / nb : 0});
+    }
+    for (auto [t, J] : parts) {
+      LABlockShape bt = laBlockShape(sym, t);
+      IntVec trows = rowsOf(t);
+      int32_t blockStart = sym->snodeStart[t] + J * bt.w;
+      std::set<int32_t> hit;
+      for (int32_t row : rowRows) {
+        if (row < blockStart) continue;
+        auto it = std::find(trows.begin(), trows.end(), row);
+        if (it == trows.end()) continue;
+        hit.insert((int32_t)(it - trows.begin()) / bt.h);
+      }
+      for (int32_t I : hit) deps[t][J * bt.nrb + I] += add;
+    }
+  };
+  for (int32_t s = 0; s < ns; s++) {
+    LABlockShape b = laBlockShape(sym, s);
+    IntVec rows = rowsOf(s);
+    int32_t c = laSNodeCols(sym, s), r = (int32_t)rows.size();
+    if (r <= c) continue;
+    if (!b.wide) {
+      IntVec upd(rows.begin() + c, rows.end());
+      apply(upd, upd, 1);
+      continue;
+    }
+    for (int32_t K = c / nb; K < b.nrb; K++)
+      for (int32_t I = K; I < b.nrb; I++) {
+        IntVec kr(rows.begin() + std::max(K * nb, c), rows.begin() + std::min((K + 1) * nb, r));
+        IntVec ir(rows.begin() + std::max(I * nb, c), rows.begin() + std::min((I + 1) * nb, r));
+        apply(kr, ir, b.ncb);
+      }
+  }
+  for (int32_t s = 0; s < ns; s++) {
+    LABlockShape b = laBlockShape(sym, s);
+    if (b.wide) continue;
+    for (int32_t I = 1; I < b.nrb; I++) {
+      deps[s][0] += deps[s][I];
+      deps[s][I] = 0;
+    }
+  }
+  return deps;
+}
+
+// Dense blocks of random sizes, sparse links between them and a border.
+Pattern randomBlocks(uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int32_t> size(60, 260);
+  IntVec starts = {0};
+  for (int32_t b = 0; b < 4; b++) starts.push_back(starts.back() + size(rng));
+  int32_t border = 100 + (int32_t)(seed % 3) * 40;
+  int32_t n = starts.back() + border;
+  std::vector<std::vector<bool>> a(n, std::vector<bool>(n, false));
+  for (int32_t b = 0; b < 4; b++)
+    for (int32_t i = starts[b]; i < starts[b + 1]; i++)
+      for (int32_t j = starts[b]; j < starts[b + 1]; j++) a[i][j] = true;
+  std::uniform_int_distribution<int32_t> any(0, n - 1);
+  for (int32_t k = 0; k < 40; k++) {
+    int32_t i = any(rng), j = any(rng);
+    a[i][j] = a[j][i] = true;
+  }
+  for (int32_t i = starts.back(); i < n; i++)
+    for (int32_t j = 0; j < n; j++)
+      if (j >= starts.back() || rng() % 3 == 0) a[i][j] = a[j][i] = true;
+  return fromDense(a);
+}
+
+class LAThreadedPlan : public LATest, public ::testing::WithParamInterface<uint32_t> {};
+
+INSTANTIATE_TEST_SUITE_P(LARandomBlocks, LAThreadedPlan, ::testing::Values(0u, 1u, 2u, 4u, 5u, 7u));
+
+TEST_P(LAThreadedPlan, BlockTablesMatchTheUpdateEvents) {
+  Pattern p = GetParam() == 0 ? blockArrow(3, 200, 150) : randomBlocks(GetParam());
+  ASSERT_EQ(0, LA_SetIntParam(env, 0, 4));
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  ASSERT_EQ(0, LA_AnalyzeMatrixLDL(p.n, p.colBegin.data(), p.rowIndex.data(), p.value.data(), env,
+                                   &sym, &num));
+  ASSERT_EQ(1, sym->threaded) << "ratio " << sym->estOperations / sym->estFactorEntries;
+  EXPECT_EQ(4, sym->threadsUsed);
+  EXPECT_EQ(144, sym->blockSize);
+  EXPECT_EQ(144, num->panelWidth);
+  checkPlan(p, sym, num);
+
+  int64_t blocks = 0;
+  bool anyWide = false;
+  std::vector<IntVec> want = expectedDeps(sym);
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    LABlockShape b = laBlockShape(sym, s);
+    anyWide |= b.wide != 0;
+    ASSERT_EQ(sym->blockDepsInit[0] + blocks, sym->blockDepsInit[s]);
+    IntVec got(sym->blockDepsInit[s], sym->blockDepsInit[s] + want[s].size());
+    EXPECT_EQ(want[s], got) << "supernode " << s;
+    blocks += (int64_t)want[s].size();
+  }
+  EXPECT_TRUE(anyWide);
+  EXPECT_EQ(blocks, sym->numBlocks);
+
+  std::vector<bool> hasChild(sym->numSNodes, false);
+  for (int32_t s = 0; s < sym->numSNodes; s++)
+    if (sym->snodeParent[s] != -1) hasChild[sym->snodeParent[s]] = true;
+  IntVec leaves;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    // A narrow supernode counts every update on its first entry; a wide one
+    // may start on its first diagonal block before its children are done.
+    if (hasChild[s] && !laBlockShape(sym, s).wide) {
+      EXPECT_GT(sym->blockDepsInit[s][0], 0) << "supernode " << s;
+    }
+    if (!hasChild[s] || sym->blockDepsInit[s][0] == 0) leaves.push_back(s);
+  }
+  EXPECT_EQ(leaves, IntVec(sym->leaves, sym->leaves + sym->numLeaves));
+  EXPECT_EQ(10000, sym->taskCapacity);
+  int32_t slotBase = 0;
+  for (int32_t s = 0; s < sym->numSNodes; s++)
+    if (laSNodeCols(sym, s) > 144) slotBase = std::max(slotBase, laSNodeRows(sym, s) / 144);
+  EXPECT_EQ(slotBase * 4, sym->numSlots);
+  LA_CleanUpLDL(env, &sym, &num);
+}
+
+TEST_F(LATest, BadPatternsAreRefused) {
+  // An entry above the diagonal without its mirror: the halves differ.
+  Pattern p = randomPattern(12, 0.3, 5);
+  Pattern q = p;
+  q.rowIndex.insert(q.rowIndex.begin() + q.colBegin[5], 0);  // (0,5) only
+  for (int32_t j = 6; j <= q.n; j++) q.colBegin[j]++;
+  int64_t before = live();
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  EXPECT_EQ(2, LA_AnalyzeMatrixLDL(q.n, q.colBegin.data(), q.rowIndex.data(), nullptr, env, &sym,
+                                   &num));
+  LA_CleanUpLDL(env, &sym, &num);
+  EXPECT_EQ(before, live());
+
+  Pattern r = p;
+  r.rowIndex[3] = r.n;  // row out of range
+  EXPECT_EQ(2, LA_AnalyzeMatrixLDL(r.n, r.colBegin.data(), r.rowIndex.data(), nullptr, env, &sym,
+                                   &num));
+  LA_CleanUpLDL(env, &sym, &num);
+  EXPECT_EQ(before, live());
+
+  // The halves are counted after permuting, so the order of the entries
+  // does not matter; the same pattern without the diagonal analyses fine.
+  Pattern d;
+  d.n = p.n;
+  d.colBegin.push_back(0);
+  for (int32_t j = 0; j < p.n; j++) {
+    for (int32_t k = p.colBegin[j + 1] - 1; k >= p.colBegin[j]; k--)
+      if (p.rowIndex[k] != j) d.rowIndex.push_back(p.rowIndex[k]);
+    d.colBegin.push_back((int32_t)d.rowIndex.size());
+  }
+  EXPECT_EQ(0, LA_AnalyzeMatrixLDL(d.n, d.colBegin.data(), d.rowIndex.data(), nullptr, env, &sym,
+                                   &num));
+  checkPlan(d, sym, num);
+  LA_CleanUpLDL(env, &sym, &num);
+  EXPECT_EQ(before, live());
+}
+
+TEST_F(LATest, StaticPermutationWithoutMatchingCodeIsRefused) {
+  if (FindStaticPermAug && FindStaticPermGen) GTEST_SKIP() << "matching is built in";
+  Pattern p = randomPattern(10, 0.3, 9);
+  for (int32_t id : {3, 4}) {
+    LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
+    ASSERT_NE(nullptr, e);
+    ASSERT_EQ(0, LA_SetIntParam(e, id, 1));
+    LASymbolic* sym = nullptr;
+    LANumeric* num = nullptr;
+    EXPECT_EQ(2, LA_AnalyzeMatrixLDL(p.n, p.colBegin.data(), p.rowIndex.data(), p.value.data(), e,
+                                     &sym, &num));
+    LA_CleanUpLDL(e, &sym, &num);
+    LA_FreeLAEnv(&e);
+  }
+}
+
+TEST_F(LATest, EmptyMatrixAnalysesToAnEmptyPlan) {
+  IntVec begin = {0};
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  ASSERT_EQ(0, LA_AnalyzeMatrixLDL(0, begin.data(), nullptr, nullptr, env, &sym, &num));
+  EXPECT_EQ(0, sym->numSNodes);
+  EXPECT_EQ(0, sym->numFactorEntries);
+  LA_CleanUpLDL(env, &sym, &num);
+}
+
+// Every allocation of an analysis refused in turn: status 1, and the
+// clean-up gives everything back.
+void outOfMemoryAtEachAllocation(hxhost::Host& host, QVPool* pool, LAEnv* env, const Pattern& p) {
+  int64_t before = host.poolStats(pool).liveBlocks;
+  int32_t refusals = 0;
+  for (int64_t k = 0; k < 200; k++) {
+    host.clearFailures();
+    host.failAllocation(k);
+    LASymbolic* sym = nullptr;
+    LANumeric* num = nullptr;
+    int64_t refusedBefore = host.poolStats(pool).refused;
+    int32_t status = LA_AnalyzeMatrixLDL(p.n, p.colBegin.data(), p.rowIndex.data(), nullptr, env,
+                                         &sym, &num);
+    bool refused = host.poolStats(pool).refused > refusedBefore;
+    host.clearFailures();
+    LA_CleanUpLDL(env, &sym, &num);
+    EXPECT_EQ(before, host.poolStats(pool).liveBlocks) << "allocation " << k;
+    if (!refused) {
+      EXPECT_EQ(0, status);
+      break;
+    }
+    EXPECT_EQ(1, status) << "allocation " << k;
+    refusals++;
+  }
+  EXPECT_GT(refusals, 5);
+}
+
+TEST_F(LATest, OutOfMemoryAtEachAllocationSequential) {
+  outOfMemoryAtEachAllocation(host, pool, env, randomPattern(60, 0.08, 17));
+}
+
+TEST_F(LATest, OutOfMemoryAtEachAllocationThreaded) {
+  ASSERT_EQ(0, LA_SetIntParam(env, 0, 4));
+  outOfMemoryAtEachAllocation(host, pool, env, blockArrow(2, 180, 120));
+}
+
+}  // namespace
