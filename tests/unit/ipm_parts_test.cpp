@@ -1,0 +1,603 @@
+// The pieces of the iteration on one model: the record, the augmented
+// matrix in both layouts, the diagonal refresh, the measures and the step,
+// each against a direct dense computation.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "unit/ipm_support.h"
+
+using namespace ipmtest;
+
+namespace {
+
+// A model with every kind of column and row: bounded both ways, upper only,
+// lower only (at zero and not), free; rows E, G and L, and a range row.
+Problem mixedModel(bool quad) {
+  Problem p({{1, 2, 0, 1, 0}, {0, 1, -1, 0, 2}, {3, 0, 1, 1, 0}, {0, -1, 0, 2, 1}}, "EGLR",
+            {4, 1, 9, 6}, {1, -2, 0.5, 3, -1}, {-1, -kInf, 0, 2, -kInf}, {5, 7, kInf, kInf, kInf},
+            {0, 0, 0, 4});
+  if (quad)
+    p.setQuad(
+        {{2, 1, 0, 0, 0}, {1, 3, 0, 0.5, 0}, {0, 0, 1, 0, 0}, {0, 0.5, 0, 0, 0}, {0, 0, 0, 0, 1}});
+  return p;
+}
+
+class IpmParts : public HostTest {
+ protected:
+  ~IpmParts() override { release(); }
+
+  // Slacks added, Ipm made and analysed, a point with every slack and dual
+  // positive and residuals in all parts.
+  Problem& setUp(Problem model) {
+    owned.reset(new Problem(std::move(model)));
+    owned->link();
+    Problem& p = *owned;
+    problem = &p;
+    setUpOwned(p);
+    return p;
+  }
+  void setUpOwned(Problem& p) {
+    ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
+    ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
+              0);
+    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
+    ASSERT_NE(ipm, nullptr);
+    ipmGetOption(ipm, &p.option);
+    ipmSetParam(ipm, &p.option);
+    ASSERT_EQ(CreateIpm(ipm), 0);
+    AssignIpm(ipm, &p.model, solution);
+    AnalyzeIpm(ipm);
+    for (int32_t j = 0; j < ipm->numCol; j++) {
+      ipm->solPrimal[j] = 0.3 + 0.1 * j;
+      if (ipm->varBndType[j] & VARBND_UPPER) {
+        ipm->upperSlack[j] = 0.7 + 0.05 * j;
+        ipm->upperDual[j] = 1.1 - 0.1 * j;
+      }
+      if (ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO)) {
+        ipm->lowerSlack[j] = 0.4 + 0.2 * j;
+        ipm->lowerDual[j] = 0.9 + 0.03 * j;
+      }
+    }
+    for (int32_t i = 0; i < ipm->numRow; i++) {
+      ipm->solDual[i] = 0.5 + 0.25 * i;
+      ipm->ineqnSlack[i] = ipm->rowSense[i] == 'G' ? 1.5 - 0.2 * i : 0.0;
+    }
+  }
+
+  void release() {
+    if (ipm) {
+      FreeIpm(ipm);
+      poolFree(pool, ipm);
+      ipm = nullptr;
+    }
+    FreeSolution(&env, solution);
+    solution = nullptr;
+    if (problem) {
+      if (problem->storage.rangeRow) poolFree(pool, problem->storage.rangeRow);
+      if (problem->storage.lcontRow) poolFree(pool, problem->storage.lcontRow);
+      problem->storage.rangeRow = problem->storage.lcontRow = nullptr;
+      problem = nullptr;
+    }
+  }
+
+  bool hasLower(int32_t j) const { return ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO); }
+  bool hasUpper(int32_t j) const { return ipm->varBndType[j] & VARBND_UPPER; }
+  bool isG(int32_t i) const { return ipm->rowSense[i] == 'G'; }
+
+  // Dense A (rows by columns) and Q of the model with slacks.
+  Dense denseA() const {
+    Dense a(ipm->numRow, std::vector<double>(ipm->numCol, 0.0));
+    for (int32_t j = 0; j < ipm->numCol; j++)
+      for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++)
+        a[ipm->rowIndex[k]][j] += ipm->matValue[k];
+    return a;
+  }
+  Dense denseQ() const {
+    Dense q(ipm->numCol, std::vector<double>(ipm->numCol, 0.0));
+    if (ipm->modelType != IPM_MODEL_QP) return q;
+    for (int32_t j = 0; j < ipm->numCol; j++) {
+      q[j][j] = ipm->quadDiag[j];
+      for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j];
+           k++) {
+        q[ipm->quadRowIndex[k]][j] += ipm->quadMatValue[k];
+        q[j][ipm->quadRowIndex[k]] += ipm->quadMatValue[k];
+      }
+    }
+    return q;
+  }
+  std::vector<double> times(const Dense& m, const double* v) const {
+    std::vector<double> out(m.size(), 0.0);
+    for (size_t i = 0; i < m.size(); i++)
+      for (size_t j = 0; j < m[i].size(); j++) out[i] += m[i][j] * v[j];
+    return out;
+  }
+  std::vector<double> timesT(const Dense& m, const double* v, size_t cols) const {
+    std::vector<double> out(cols, 0.0);
+    for (size_t i = 0; i < m.size(); i++)
+      for (size_t j = 0; j < cols; j++) out[j] += m[i][j] * v[i];
+    return out;
+  }
+  // Solves the current augmented system densely, in place.
+  void denseSolveInPlace(double* v) {
+    Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+    std::vector<double> z = denseSolve(k, std::vector<double>(v, v + ipm->numDim));
+    std::copy(z.begin(), z.end(), v);
+  }
+
+  std::unique_ptr<Problem> owned;
+  Problem* problem = nullptr;
+  ipmSolution* solution = nullptr;
+  Ipm* ipm = nullptr;
+};
+
+TEST_F(IpmParts, AnalysisFlagsCountsAndNorms) {
+  Problem p = mixedModel(false);
+  p.lower[3] = 1e-11;  // below 1e-10: counts as a bound at zero
+  p.lower[0] = 1e-10;  // at 1e-10: an ordinary lower bound
+  p.upper[4] = kInf;   // exactly infinity is no bound
+  p.lower[4] = -kInf;
+  setUp(p);
+  ASSERT_EQ(ipm->numCol, 6);  // one range slack
+  EXPECT_EQ(ipm->varBndType[0], VARBND_LOWER | VARBND_UPPER);
+  EXPECT_EQ(ipm->varBndType[1], VARBND_UPPER);
+  EXPECT_EQ(ipm->varBndType[2], VARBND_LOWER_ZERO);
+  EXPECT_EQ(ipm->varBndType[3], VARBND_LOWER_ZERO);
+  EXPECT_EQ(ipm->varBndType[4], VARBND_FREE);
+  EXPECT_EQ(ipm->varBndType[5], VARBND_LOWER_ZERO | VARBND_UPPER);  // the range slack
+  EXPECT_EQ(ipm->numFreeVar, 1);
+  EXPECT_EQ(ipm->numVarLowerBnd, 4);
+  EXPECT_EQ(ipm->numVarUpperBnd, 3);
+  // After addSlack: E, G, G (was L), E (was R).
+  ASSERT_EQ(ipm->numIneqn, 2);
+  EXPECT_EQ(ipm->ineqnIndex[0], 1);
+  EXPECT_EQ(ipm->ineqnIndex[1], 2);
+  EXPECT_EQ(ipm->numComplement, 2 + 4 + 3);
+  EXPECT_NEAR(ipm->normRhs, sqrt(16.0 + 1 + 81 + 36), 1e-12);
+  EXPECT_NEAR(ipm->normUpper, sqrt(25.0 + 49 + 16), 1e-12);
+  double a2 = 0;
+  for (double v : {1, 2, 1, 1, -1, 2, 3, 1, 1, -1, 2, 1, 1}) a2 += v * v;
+  EXPECT_NEAR(ipm->normA, sqrt(a2), 1e-12);
+  EXPECT_EQ(ipm->numDim, ipm->numRow + ipm->numCol);
+  EXPECT_EQ(ipm->numIpmCoef, ipm->numDim + 2 * ipm->numCoef);
+  EXPECT_EQ(ipm->freeVarLimit, 1000.0);
+}
+
+TEST_F(IpmParts, PlainLayoutMatchesTheDenseMatrixAndItsDiagonalIndex) {
+  Problem p = mixedModel(true);  // the plain form serves a QP's start too
+  setUp(p);
+  createAugmentMatrix(ipm->numRow, ipm->numCol, ipm->colBegin, ipm->colLength, ipm->rowIndex,
+                      ipm->matValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                      ipm->varBndDiagIndex, ipm->ineqnDiagIndex);
+  const int32_t n = ipm->numCol, dim = ipm->numDim;
+  EXPECT_EQ(ipm->kktBegin[dim], dim + 2 * ipm->numCoef);
+  Dense a = denseA();
+  Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  for (int32_t r = 0; r < dim; r++)
+    for (int32_t c = 0; c < dim; c++) {
+      double want = 0.0;
+      if (r >= n && c < n) want = -a[r - n][c];
+      if (c >= n && r < n) want = -a[c - n][r];
+      EXPECT_EQ(k[r][c], want) << r << "," << c;
+    }
+  for (int32_t j = 0; j < n; j++) {
+    EXPECT_EQ(ipm->varBndDiagIndex[j], ipm->kktBegin[j]);  // diagonal first
+    EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[j]], j);
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++) {
+    EXPECT_EQ(ipm->ineqnDiagIndex[i], ipm->kktBegin[n + i + 1] - 1);  // diagonal last
+    EXPECT_EQ(ipm->kktIndex[ipm->ineqnDiagIndex[i]], n + i);
+  }
+}
+
+TEST_F(IpmParts, QuadLayoutKeepsItsEntryOrder) {
+  Problem p = mixedModel(true);
+  setUp(p);
+  ASSERT_EQ(createAugmentMatrixQP(&env, ipm->numRow, ipm->numCol, ipm->numCoef, ipm->numQuadCoef,
+                                  ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue,
+                                  ipm->quadColBegin, ipm->quadColLength, ipm->quadRowIndex,
+                                  ipm->quadMatValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                                  ipm->varBndDiagIndex, ipm->ineqnDiagIndex),
+            0);
+  const int32_t n = ipm->numCol, dim = ipm->numDim;
+  EXPECT_EQ(ipm->kktBegin[dim], ipm->numIpmCoef);
+  Dense a = denseA(), q = denseQ();
+  Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  for (int32_t r = 0; r < dim; r++)
+    for (int32_t c = 0; c < dim; c++) {
+      double want = 0.0;
+      if (r < n && c < n && r != c) want = q[r][c];
+      if (r >= n && c < n) want = -a[r - n][c];
+      if (c >= n && r < n) want = -a[c - n][r];
+      EXPECT_EQ(k[r][c], want) << r << "," << c;
+    }
+  // Q's lower triangle is stored, so each variable column runs in row order:
+  // transposed triangle, diagonal, triangle, then the rows of A.
+  for (int32_t j = 0; j < n; j++) {
+    EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[j]], j);
+    for (int32_t pos = ipm->kktBegin[j] + 1; pos < ipm->kktBegin[j + 1]; pos++)
+      EXPECT_LT(ipm->kktIndex[pos - 1], ipm->kktIndex[pos]) << "column " << j;
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++)
+    EXPECT_EQ(ipm->ineqnDiagIndex[i], ipm->kktBegin[n + i + 1] - 1);
+}
+
+TEST_F(IpmParts, QuadLayoutReleasesItsTemporariesOnEveryPath) {
+  Problem p = mixedModel(true);
+  setUp(p);
+  const int64_t before = liveBlocks();
+  for (int k = 0; k < 8; k++) {
+    host.failAllocation(k);
+    EXPECT_EQ(createAugmentMatrixQP(&env, ipm->numRow, ipm->numCol, ipm->numCoef, ipm->numQuadCoef,
+                                    ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue,
+                                    ipm->quadColBegin, ipm->quadColLength, ipm->quadRowIndex,
+                                    ipm->quadMatValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                                    ipm->varBndDiagIndex, ipm->ineqnDiagIndex),
+              IPM_STATUS_OUT_OF_MEMORY);
+    host.clearFailures();
+    EXPECT_EQ(liveBlocks(), before);
+  }
+}
+
+TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
+  Problem p = mixedModel(false);
+  setUp(p);
+  const int32_t colMap[] = {0, -1, 1, 2, -1, 3};
+  const int32_t rowMap[] = {0, -1, 1, 2};
+  createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
+                             ipm->ineqnDiagIndex, colMap, 4, rowMap, 3);
+  Dense a = denseA();
+  Dense k = denseOf(7, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  for (int32_t j = 0; j < ipm->numCol; j++)
+    for (int32_t i = 0; i < ipm->numRow; i++) {
+      if (colMap[j] < 0 || rowMap[i] < 0) continue;
+      EXPECT_EQ(k[4 + rowMap[i]][colMap[j]], -a[i][j]);
+      EXPECT_EQ(k[colMap[j]][4 + rowMap[i]], -a[i][j]);
+    }
+  int64_t kept = 0;
+  for (int32_t j = 0; j < ipm->numCol; j++)
+    for (int32_t i = 0; i < ipm->numRow; i++) kept += colMap[j] >= 0 && rowMap[i] >= 0 && a[i][j];
+  EXPECT_EQ(ipm->kktBegin[7], 7 + 2 * kept);
+  for (int32_t c = 0; c < 4; c++) EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[c]], c);
+  for (int32_t r = 0; r < 3; r++) EXPECT_EQ(ipm->kktIndex[ipm->ineqnDiagIndex[r]], 4 + r);
+
+  // Null maps are the identity: the plain layout.
+  std::vector<int32_t> begin(ipm->kktBegin, ipm->kktBegin + ipm->numDim + 1);
+  createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
+                             ipm->ineqnDiagIndex, nullptr, 0, nullptr, 0);
+  EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numDim + 2 * ipm->numCoef);
+}
+
+TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
+  Problem p = mixedModel(true);
+  setUp(p);
+  ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
+  computeAugmentDiag(ipm);
+  double least = 1e20;
+  std::vector<double> h(ipm->numCol);
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    h[j] = ipm->quadDiag[j];
+    if (hasUpper(j)) h[j] += ipm->upperDual[j] / ipm->upperSlack[j];
+    if (hasLower(j)) h[j] += ipm->lowerDual[j] / ipm->lowerSlack[j];
+    if (h[j] != 0) least = std::min(least, fabs(h[j]));
+  }
+  ASSERT_EQ(h[4], 1.0);  // the free column keeps its quadratic term
+  for (int32_t j = 0; j < ipm->numCol; j++)
+    EXPECT_DOUBLE_EQ(ipm->kktValue[ipm->varBndDiagIndex[j]], h[j]);
+  for (int32_t i = 0; i < ipm->numRow; i++) {
+    const double d = ipm->kktValue[ipm->ineqnDiagIndex[i]];
+    if (isG(i)) {
+      EXPECT_DOUBLE_EQ(d, -ipm->ineqnSlack[i] / ipm->solDual[i]);
+    } else {
+      EXPECT_EQ(d, -1e-10);  // equations get -reg, reg capped at 1e-10
+    }
+  }
+
+  // A tiny real entry pulls reg down: the free LP column and the equations
+  // follow it, and nothing exceeds the smallest real entry.
+  ipm->modelType = IPM_MODEL_LP;
+  ipm->lowerDual[2] = 1e-14 * ipm->lowerSlack[2];
+  computeAugmentDiag(ipm);
+  const double reg = ipm->kktValue[ipm->varBndDiagIndex[2]];
+  EXPECT_NEAR(reg, 1e-14, 1e-20);
+  EXPECT_EQ(ipm->kktValue[ipm->varBndDiagIndex[4]], reg);  // free column of an LP
+  EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[0]], -reg);
+  // ... and back up again: the equations do not keep yesterday's value.
+  ipm->lowerDual[2] = 0.9;
+  computeAugmentDiag(ipm);
+  EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[0]], -1e-10);
+  EXPECT_EQ(ipm->kktValue[ipm->varBndDiagIndex[4]], 1e-10);
+  // A row diagonal of exactly -reg stays; a small one of either sign goes.
+  ipm->ineqnSlack[1] = 1e-10 * ipm->solDual[1];
+  ipm->ineqnSlack[2] = 1e-12 * ipm->solDual[2];
+  computeAugmentDiag(ipm);
+  EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[2]], -1e-12);
+  EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[0]], -1e-12);
+  EXPECT_EQ(ipm->kktValue[ipm->varBndDiagIndex[4]], 1e-12);
+}
+
+TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
+  for (bool quad : {false, true}) {
+    Problem p = mixedModel(quad);
+    setUp(p);
+    // Break the bound identities at two columns, so the right side's
+    // correction has something to carry.
+    ipm->upperSlack[0] += 0.3;
+    ipm->lowerSlack[3] -= 0.1;
+    computeMeasurement(ipm);
+    const int32_t n = ipm->numCol, m = ipm->numRow;
+    Dense a = denseA(), q = denseQ();
+    const double* x = ipm->solPrimal;
+    const double* y = ipm->solDual;
+    std::vector<double> ax = times(a, x), qx = times(q, x), aty = timesT(a, y, n);
+    double pSum = 0, dSum = 0, bSum = 0, compl_ = 0, ratio = 0, objP = 0, objD = 0;
+    for (int32_t i = 0; i < m; i++) {
+      EXPECT_NEAR(ipm->vecRhs[n + i], ax[i] - ipm->rhs[i], 1e-12);
+      pSum += pow(ax[i] - ipm->ineqnSlack[i] - ipm->rhs[i], 2);
+      objD += ipm->rhs[i] * y[i];
+    }
+    auto pair = [&](double s, double z) {
+      compl_ += fabs(s * z);
+      const double lo = std::min(fabs(s), fabs(z)), hi = std::max(fabs(s), fabs(z));
+      if (lo > 1e-6) ratio = std::max(ratio, lo / hi);
+    };
+    for (int32_t j = 0; j < n; j++) {
+      double r = ipm->obj[j] + qx[j] - aty[j];
+      double t = -r;
+      objP += ipm->obj[j] * x[j] + 0.5 * x[j] * qx[j];
+      objD -= 0.5 * x[j] * qx[j];
+      if (hasUpper(j)) {
+        r += ipm->upperDual[j];
+        bSum += pow(ipm->upper[j] - x[j] - ipm->upperSlack[j], 2);
+        t -= ipm->upperDual[j] * (ipm->upperSlack[j] - (ipm->upper[j] - x[j])) / ipm->upperSlack[j];
+        objD -= ipm->upper[j] * ipm->upperDual[j];
+        pair(ipm->upperSlack[j], ipm->upperDual[j]);
+      }
+      if (hasLower(j)) {
+        r -= ipm->lowerDual[j];
+        bSum += pow(x[j] - ipm->lower[j] - ipm->lowerSlack[j], 2);
+        t += ipm->lowerDual[j] * (ipm->lowerSlack[j] - (x[j] - ipm->lower[j])) / ipm->lowerSlack[j];
+        objD += ipm->lower[j] * ipm->lowerDual[j];
+        pair(ipm->lowerSlack[j], ipm->lowerDual[j]);
+      }
+      dSum += r * r;
+      EXPECT_NEAR(ipm->vecRhs[j], t, 1e-12) << j;
+    }
+    for (int32_t i = 0; i < m; i++)
+      if (isG(i)) pair(ipm->ineqnSlack[i], y[i]);
+    EXPECT_NEAR(ipm->primalInfeas, sqrt(pSum) / (ipm->normRhs + 1), 1e-12);
+    EXPECT_NEAR(ipm->dualInfeas, sqrt(dSum) / (ipm->normObj + 1), 1e-12);
+    EXPECT_NEAR(ipm->boundInfeas, sqrt(bSum) / (ipm->normLower + 1 + ipm->normUpper), 1e-12);
+    EXPECT_NEAR(ipm->complementarity, compl_, 1e-12);
+    EXPECT_NEAR(ipm->mu, compl_ / ipm->numComplement, 1e-12);
+    EXPECT_NEAR(ipm->complRatio, ratio, 1e-12);
+    EXPECT_NEAR(ipm->objValuePrimal, objP, 1e-12);
+    EXPECT_NEAR(ipm->objValueDual, objD, 1e-12);
+    EXPECT_NEAR(ipm->dualityGap, fabs(objP - objD) / (fabs(objP) + 1), 1e-12);
+
+    // The candidate measure gives the same numbers on the same point, with
+    // the plain dual residual, and leaves the record alone.
+    double pi, di, bi, gap, cm;
+    const double before = ipm->vecRhs[0];
+    ASSERT_EQ(computeMeasurementReset(ipm, x, y, ipm->ineqnSlack, ipm->lowerSlack, ipm->lowerDual,
+                                      ipm->upperSlack, ipm->upperDual, &pi, &di, &bi, &gap, &cm),
+              0);
+    EXPECT_NEAR(pi, ipm->primalInfeas, 1e-12);
+    EXPECT_NEAR(di, ipm->dualInfeas, 1e-12);
+    EXPECT_NEAR(bi, ipm->boundInfeas, 1e-12);
+    EXPECT_NEAR(gap, ipm->dualityGap, 1e-12);
+    EXPECT_NEAR(cm, ipm->complementarity, 1e-12);
+    EXPECT_EQ(ipm->vecRhs[0], before);
+    const int64_t live = liveBlocks();
+    host.failAllocation(1);
+    EXPECT_EQ(computeMeasurementReset(ipm, x, y, ipm->ineqnSlack, ipm->lowerSlack, ipm->lowerDual,
+                                      ipm->upperSlack, ipm->upperDual, &pi, &di, &bi, &gap, &cm),
+              IPM_STATUS_OUT_OF_MEMORY);
+    host.clearFailures();
+    EXPECT_EQ(liveBlocks(), live);
+    release();
+  }
+}
+
+TEST_F(IpmParts, ComplementarityRatioIgnoresPairsThatHaveGone) {
+  Problem p = mixedModel(false);
+  setUp(p);
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    ipm->upperDual[j] = ipm->lowerDual[j] = 1e-7;  // every dual gone
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++) ipm->solDual[i] = 1e-7;
+  computeMeasurement(ipm);
+  EXPECT_EQ(ipm->complRatio, 0.0);
+  EXPECT_GT(ipm->complementarity, 0.0);
+  ipm->upperDual[0] = ipm->upperSlack[0];  // one undecided pair
+  computeMeasurement(ipm);
+  EXPECT_EQ(ipm->complRatio, 1.0);
+}
+
+// The predictor and the combined step satisfy the Newton equations of the
+// problem: the rows, the dual equation, and the linearised complementarity,
+// with the corrector's second-order and centring terms for the latter.
+TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
+  for (bool quad : {false, true}) {
+    Problem p = mixedModel(quad);
+    setUp(p);
+    ipm->upperSlack[0] += 0.3;  // a bound residual that the step must remove
+    ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
+    computeMeasurement(ipm);
+    computeAugmentDiag(ipm);
+    denseSolveInPlace(ipm->vecRhs);
+    computePredictor(ipm);
+    const int32_t n = ipm->numCol, m = ipm->numRow;
+    Dense a = denseA(), q = denseQ();
+    auto checkNewton = [&](const char* which) {
+      const double* dx = ipm->vecRhs;
+      const double* dy = ipm->vecRhs + n;
+      std::vector<double> xn(n), yn(m);
+      for (int32_t j = 0; j < n; j++) xn[j] = ipm->solPrimal[j] + dx[j];
+      for (int32_t i = 0; i < m; i++) yn[i] = ipm->solDual[i] + dy[i];
+      std::vector<double> ax = times(a, xn.data()), qx = times(q, xn.data()),
+                          aty = timesT(a, yn.data(), n);
+      for (int32_t i = 0; i < m; i++) {
+        const double s = isG(i) ? ipm->ineqnSlack[i] + ipm->ineqnSlackDelta[i] : 0.0;
+        EXPECT_NEAR(ax[i] - s - ipm->rhs[i], 0.0, 1e-8) << which << " row " << i;
+      }
+      for (int32_t j = 0; j < n; j++) {
+        double r = ipm->obj[j] + qx[j] - aty[j];
+        if (hasUpper(j)) {
+          r += ipm->upperDual[j] + ipm->upperDualDelta[j];
+          EXPECT_NEAR(xn[j] + ipm->upperSlack[j] + ipm->upperSlackDelta[j], ipm->upper[j], 1e-12);
+        }
+        if (hasLower(j)) {
+          r -= ipm->lowerDual[j] + ipm->lowerDualDelta[j];
+          EXPECT_NEAR(xn[j] - ipm->lowerSlack[j] - ipm->lowerSlackDelta[j], ipm->lower[j], 1e-12);
+        }
+        EXPECT_NEAR(r, 0.0, 1e-8) << which << " column " << j;
+      }
+    };
+    checkNewton("predictor");
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j)) {
+        EXPECT_NEAR(ipm->upperDual[j] * (ipm->upperSlack[j] + ipm->upperSlackDelta[j]) +
+                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
+                    0.0, 1e-12);
+      }
+    }
+    // The step length stops at the first blocker, and no pair turns negative.
+    EXPECT_LE(ipm->alphaPrimal, 1.0);
+    if (quad) {
+      EXPECT_EQ(ipm->alphaPrimal, ipm->alphaDual);
+    }
+    if (ipm->blockPrimal >= 0 && ipm->alphaPrimal < 1.0 && !quad) {
+      // Some primal quantity at the blocking index lands on zero.
+      const int32_t b = ipm->blockPrimal;
+      double closest = 1e20;
+      if (b < n && hasUpper(b))
+        closest = std::min(closest,
+                           fabs(ipm->upperSlack[b] + ipm->alphaPrimal * ipm->upperSlackDelta[b]));
+      if (b < n && hasLower(b))
+        closest = std::min(closest,
+                           fabs(ipm->lowerSlack[b] + ipm->alphaPrimal * ipm->lowerSlackDelta[b]));
+      if (b < m && isG(b))
+        closest = std::min(closest,
+                           fabs(ipm->ineqnSlack[b] + ipm->alphaPrimal * ipm->ineqnSlackDelta[b]));
+      EXPECT_LT(closest, 1e-12);
+    }
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j)) {
+        EXPECT_GE(ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j], -1e-12);
+        EXPECT_GE(ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j], -1e-12);
+      }
+      if (hasLower(j)) {
+        EXPECT_GE(ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j], -1e-12);
+        EXPECT_GE(ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j], -1e-12);
+      }
+    }
+
+    computeMuAffine(ipm);
+    double sum = 0;
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j))
+        sum += (ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j]) *
+               (ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j]);
+      if (hasLower(j))
+        sum += (ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j]) *
+               (ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j]);
+    }
+    for (int32_t i = 0; i < m; i++)
+      if (isG(i))
+        sum += (ipm->ineqnSlack[i] + ipm->alphaPrimal * ipm->ineqnSlackDelta[i]) *
+               (ipm->solDual[i] + ipm->alphaDual * ipm->vecRhs[n + i]);
+    EXPECT_NEAR(ipm->muAffine, sum / ipm->numComplement, 1e-12);
+    computeSigma(ipm);
+    EXPECT_NEAR(ipm->sigma, pow(ipm->muAffine / ipm->mu, 3), 1e-12);
+
+    std::vector<double> dU(ipm->upperSlackDelta, ipm->upperSlackDelta + n),
+        dV(ipm->upperDualDelta, ipm->upperDualDelta + n),
+        dL(ipm->lowerSlackDelta, ipm->lowerSlackDelta + n),
+        dW(ipm->lowerDualDelta, ipm->lowerDualDelta + n),
+        dS(ipm->ineqnSlackDelta, ipm->ineqnSlackDelta + m),
+        dY(ipm->vecRhs + n, ipm->vecRhs + n + m);
+    computeRhsCorrector(ipm);
+    denseSolveInPlace(ipm->correctorPrimal);
+    computeStepCombined(ipm);
+    checkNewton("combined");
+    const double c = ipm->sigma * ipm->mu;
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j)) {
+        EXPECT_NEAR(ipm->upperDual[j] * ipm->upperSlackDelta[j] +
+                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
+                    -ipm->upperDual[j] * ipm->upperSlack[j] + c - dU[j] * dV[j], 1e-10);
+      }
+      if (hasLower(j)) {
+        EXPECT_NEAR(ipm->lowerDual[j] * ipm->lowerSlackDelta[j] +
+                        ipm->lowerSlack[j] * ipm->lowerDualDelta[j],
+                    -ipm->lowerDual[j] * ipm->lowerSlack[j] + c - dL[j] * dW[j], 1e-10);
+      }
+    }
+    for (int32_t i = 0; i < m; i++) {
+      if (!isG(i)) continue;
+      EXPECT_NEAR(
+          ipm->solDual[i] * ipm->ineqnSlackDelta[i] + ipm->ineqnSlack[i] * ipm->vecRhs[n + i],
+          -ipm->solDual[i] * ipm->ineqnSlack[i] + c - dS[i] * dY[i], 1e-10);
+    }
+
+    // The update takes 0.99 of each length and reports the least divisor.
+    std::vector<double> x0(ipm->solPrimal, ipm->solPrimal + n), y0(ipm->solDual, ipm->solDual + m);
+    updateSolution(ipm);
+    double least = ipm->infinity;
+    for (int32_t j = 0; j < n; j++) {
+      EXPECT_NEAR(ipm->solPrimal[j], x0[j] + 0.99 * ipm->alphaPrimal * ipm->vecRhs[j], 1e-14);
+      if (hasUpper(j)) least = std::min(least, ipm->upperSlack[j]);
+      if (hasLower(j)) least = std::min(least, ipm->lowerSlack[j]);
+    }
+    for (int32_t i = 0; i < m; i++) {
+      EXPECT_NEAR(ipm->solDual[i], y0[i] + 0.99 * ipm->alphaDual * ipm->vecRhs[n + i], 1e-14);
+      if (isG(i)) {
+        least = std::min(least, ipm->solDual[i]);
+      } else {
+        EXPECT_EQ(ipm->ineqnSlack[i], 0.0);
+      }
+    }
+    EXPECT_EQ(ipm->divisor, least);
+    release();
+  }
+}
+
+TEST_F(IpmParts, RatioTestWithoutBlockersTakesTheWholeStep) {
+  Problem p = mixedModel(false);
+  setUp(p);
+  // Deltas that only grow every slack and dual.
+  for (int32_t j = 0; j < ipm->numCol; j++) ipm->vecRhs[j] = 0.0;
+  for (int32_t i = 0; i < ipm->numRow; i++) ipm->vecRhs[ipm->numCol + i] = 0.1;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    if (hasUpper(j)) ipm->upperSlack[j] = ipm->upper[j] - ipm->solPrimal[j] - 1.0;
+    if (hasLower(j)) ipm->lowerSlack[j] = ipm->solPrimal[j] - ipm->lower[j] - 1.0;
+    ipm->upperDual[j] = ipm->lowerDual[j] = 0.0;
+  }
+  // A row step of -s (dy/y + 1) can only stay put when s is 0.
+  for (int32_t i = 0; i < ipm->numRow; i++) ipm->ineqnSlack[i] = 0.0;
+  computePredictor(ipm);
+  EXPECT_EQ(ipm->blockPrimal, -1);
+  EXPECT_EQ(ipm->blockDual, -1);
+  EXPECT_EQ(ipm->alphaPrimal, 1.0);
+  EXPECT_EQ(ipm->alphaDual, 1.0);
+}
+
+TEST_F(IpmParts, AdjustSolutionPushesATouchingPointInside) {
+  Problem p = mixedModel(false);
+  setUp(p);
+  ipm->divisor = 1e-16;
+  const double x0 = ipm->solPrimal[4], sl = ipm->lowerSlack[0], y3 = ipm->solDual[3];
+  adjustSolution(ipm);
+  const double shift = 1e-15 - 1e-16;
+  EXPECT_EQ(ipm->divisor, 1e-15);
+  EXPECT_DOUBLE_EQ(ipm->solPrimal[4], x0 + shift);
+  EXPECT_DOUBLE_EQ(ipm->lowerSlack[0], sl + shift);
+  EXPECT_DOUBLE_EQ(ipm->solDual[3], y3 + shift);  // all rows, E too
+  EXPECT_EQ(ipm->ineqnSlack[0], 0.0);             // but no slack on E rows
+  ipm->divisor = 1e-14;
+  adjustSolution(ipm);
+  EXPECT_EQ(ipm->divisor, 1e-14);
+}
+
+}  // namespace
