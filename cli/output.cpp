@@ -1,0 +1,159 @@
+#include "output.h"
+
+#include <cmath>
+#include <vector>
+
+namespace hxcli {
+
+SolveSummary summaryFromRecord(const QPRecord& r, int32_t returnCode) {
+  SolveSummary s;
+  s.returnCode = returnCode;
+  s.objective = r.objValue;
+  s.iterations = r.iterations;
+  s.primalInfeas = r.primalInfeas;
+  s.dualInfeas = r.dualInfeas;
+  s.boundInfeas = r.boundInfeas;
+  s.dualityGap = r.dualityGap;
+  s.complementarity = r.complementarity;
+  s.solverTime = r.solverTime;
+  return s;
+}
+
+const char* statusName(int32_t rc) {
+  switch (rc) {
+    case 0: return "optimal";
+    case 9: return "acceptable";
+    case 2: return "primal infeasible";
+    case 3: return "dual infeasible";
+    case 23: return "primal and dual infeasible";
+    case 5: return "iteration limit";
+    case 10: return "time limit";
+    case 99: return "interrupted";
+    case 8: return "failure";
+    case 1: return "out of memory";
+    default: return "unknown";
+  }
+}
+
+bool hasPoint(int32_t rc) { return rc == 0 || rc == 9 || rc == 5 || rc == 10; }
+
+void printProblem(FILE* out, const MpsProblem& p, const QPModel& m, const std::string& file) {
+  std::fprintf(out, "Problem      %s (%s, %s read in %s form)\n",
+               p.name.empty() ? "(no name)" : p.name.c_str(), file.c_str(),
+               p.isQP() ? "QPS" : "MPS", p.fixedForm ? "fixed" : "free");
+  std::fprintf(out, "Size         %d rows, %d columns, %d nonzeros", m.record.numRow,
+               m.record.numCol, m.record.numCoef);
+  if (p.isQP())
+    std::fprintf(out, "; Q: %d diagonal and %d off-diagonal entries", p.numQuadDiag(),
+                 p.numQuadCoef());
+  std::fprintf(out, "\n");
+  if (!m.freeRows.empty())
+    std::fprintf(out, "             %zu free rows left out of the solve\n", m.freeRows.size());
+  if (p.objSense < 0) std::fprintf(out, "Sense        maximise\n");
+}
+
+void printSummary(FILE* out, const SolveSummary& s) {
+  std::fprintf(out, "\nStatus       %s (return code %d)\n", statusName(s.returnCode), s.returnCode);
+  if (hasPoint(s.returnCode))
+    std::fprintf(out, "Objective    %.10e\n", s.objective);
+  else
+    std::fprintf(out, "Objective    none: the solve gave no point\n");
+  std::fprintf(out, "Iterations   %d\n", s.iterations);
+  std::fprintf(out, "Infeasible   primal %.2e, dual %.2e, bound %.2e\n", s.primalInfeas,
+               s.dualInfeas, s.boundInfeas);
+  std::fprintf(out, "Gap          duality gap %.2e, complementarity %.2e\n", s.dualityGap,
+               s.complementarity);
+  std::fprintf(out, "Time         read %.3f s, solver %.3f s, solve %.3f s, total %.3f s\n",
+               s.readTime, s.solverTime, s.solveTime, s.totalTime);
+}
+
+namespace {
+
+std::string jsonString(const std::string& s) {
+  std::string out = "\"";
+  for (unsigned char c : s) {
+    switch (c) {
+      case '"': out += "\\\""; break;
+      case '\\': out += "\\\\"; break;
+      case '\n': out += "\\n"; break;
+      case '\t': out += "\\t"; break;
+      case '\r': out += "\\r"; break;
+      default:
+        if (c < 0x20) {
+          char buf[8];
+          std::snprintf(buf, sizeof buf, "\\u%04x", c);
+          out += buf;
+        } else {
+          out += (char)c;
+        }
+    }
+  }
+  return out + "\"";
+}
+
+// JSON has no infinity and no NaN.
+std::string jsonNumber(double v, const char* format = "%.17g") {
+  if (!std::isfinite(v)) return "null";
+  char buf[40];
+  std::snprintf(buf, sizeof buf, format, v);
+  return buf;
+}
+
+}  // namespace
+
+bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s) {
+  std::fprintf(out, "{\n");
+  std::fprintf(out, "  \"problem\": %s,\n", jsonString(p.name).c_str());
+  std::fprintf(out, "  \"file\": %s,\n", jsonString(s.file).c_str());
+  std::fprintf(out, "  \"status\": %s,\n", jsonString(statusName(s.returnCode)).c_str());
+  std::fprintf(out, "  \"returnCode\": %d,\n", s.returnCode);
+  std::fprintf(out, "  \"objective\": %s,\n",
+               hasPoint(s.returnCode) ? jsonNumber(s.objective).c_str() : "null");
+  std::fprintf(out, "  \"iterations\": %d,\n", s.iterations);
+  std::fprintf(out, "  \"primalInfeas\": %s,\n", jsonNumber(s.primalInfeas).c_str());
+  std::fprintf(out, "  \"dualInfeas\": %s,\n", jsonNumber(s.dualInfeas).c_str());
+  std::fprintf(out, "  \"boundInfeas\": %s,\n", jsonNumber(s.boundInfeas).c_str());
+  std::fprintf(out, "  \"dualityGap\": %s,\n", jsonNumber(s.dualityGap).c_str());
+  std::fprintf(out, "  \"complementarity\": %s,\n", jsonNumber(s.complementarity).c_str());
+  std::fprintf(out, "  \"times\": {\"read\": %s, \"solver\": %s, \"solve\": %s, \"total\": %s}\n",
+               jsonNumber(s.readTime, "%.6f").c_str(), jsonNumber(s.solverTime, "%.6f").c_str(),
+               jsonNumber(s.solveTime, "%.6f").c_str(), jsonNumber(s.totalTime, "%.6f").c_str());
+  std::fprintf(out, "}\n");
+  return std::fflush(out) == 0 && !std::ferror(out);
+}
+
+bool writeSolution(FILE* out, const MpsProblem& p, const QPModel& m, const SolveSummary& s) {
+  const QPRecord& r = m.record;
+  std::fprintf(out, "NAME %s\n", p.name.c_str());
+  std::fprintf(out, "STATUS %s\n", statusName(s.returnCode));
+  if (hasPoint(s.returnCode))
+    std::fprintf(out, "OBJECTIVE %.15g\n", s.objective);
+  else
+    std::fprintf(out, "OBJECTIVE none\n");
+
+  std::fprintf(out, "COLUMNS %d\n", p.numCol());
+  for (int32_t j = 0; j < p.numCol(); ++j)
+    std::fprintf(out, "%s %.15g\n", p.colNames[j].c_str(), r.solPrimal[j]);
+
+  // Free rows were not in the solve: their activity comes from the point,
+  // and they have no dual.
+  std::vector<int32_t> place(p.numRow(), -1);
+  for (size_t k = 0; k < m.recordRow.size(); ++k) place[m.recordRow[k]] = (int32_t)k;
+  std::vector<double> freeActivity(p.numRow(), 0.0);
+  if (!m.freeRows.empty()) {
+    for (int32_t j = 0; j < p.numCol(); ++j)
+      for (int32_t k = p.colBegin[j]; k < p.colBegin[j + 1]; ++k)
+        if (place[p.rowIndex[k]] < 0) freeActivity[p.rowIndex[k]] += p.value[k] * r.solPrimal[j];
+  }
+  std::fprintf(out, "ROWS %d\n", p.numRow());
+  for (int32_t i = 0; i < p.numRow(); ++i) {
+    int32_t k = place[i];
+    double activity = k >= 0 ? r.rowActivity[k] : freeActivity[i];
+    double dual = k >= 0 ? r.solDual[k] : 0.0;
+    std::fprintf(out, "%s %.15g %.15g\n", p.rowNames[i].c_str(), activity, dual);
+  }
+  std::fprintf(out, "END\n");
+  return std::fflush(out) == 0 && !std::ferror(out);
+}
+
+}  // namespace hxcli

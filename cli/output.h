@@ -1,0 +1,47 @@
+// What the command tells about a solve: the summary on the terminal, the
+// JSON record and the solution file.
+#ifndef HALVEX_CLI_OUTPUT_H
+#define HALVEX_CLI_OUTPUT_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "mps.h"
+#include "qprecord.h"
+
+namespace hxcli {
+
+struct SolveSummary {
+  std::string file;
+  int32_t returnCode = 8;  // the host return code of ipqpmain
+  double objective = 0.0;
+  int32_t iterations = 0;
+  double primalInfeas = 0.0, dualInfeas = 0.0, boundInfeas = 0.0;
+  double dualityGap = 0.0, complementarity = 0.0;
+  double readTime = 0.0;    // reading and building the record, wall clock
+  double solverTime = 0.0;  // as the solver reports it
+  double solveTime = 0.0;   // the call, wall clock
+  double totalTime = 0.0;
+};
+
+// Copies the results of a finished call out of the record.
+SolveSummary summaryFromRecord(const QPRecord& record, int32_t returnCode);
+
+// "optimal", "primal infeasible", ...; "unknown" for a code no solver gives.
+const char* statusName(int32_t returnCode);
+
+// Whether the record holds a point after a call with this code: the solver
+// clears it on every ending but success and the two limits.
+bool hasPoint(int32_t returnCode);
+
+void printProblem(FILE* out, const MpsProblem& p, const QPModel& model, const std::string& file);
+void printSummary(FILE* out, const SolveSummary& s);
+
+// Both write to an open stream and return false if the writes failed.
+bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s);
+bool writeSolution(FILE* out, const MpsProblem& p, const QPModel& model, const SolveSummary& s);
+
+}  // namespace hxcli
+
+#endif

@@ -1,0 +1,246 @@
+// The command's record builder and writers: what the solver is handed, and
+// what a user gets back in the solution and JSON files.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "mps.h"
+#include "output.h"
+#include "qprecord.h"
+
+using hxcli::MpsFormat;
+using hxcli::MpsProblem;
+using hxcli::QPModel;
+
+namespace {
+
+MpsProblem parse(const std::string& text) {
+  MpsProblem p;
+  hxcli::MpsError e;
+  EXPECT_TRUE(hxcli::parseMps(text, "t.mps", MpsFormat::Free, &p, &e)) << e.message();
+  return p;
+}
+
+// Six constraint rows of every kind and a free row between them.
+const char* const kRows =
+    "NAME ROWS6\n"
+    "ROWS\n N OBJ\n E EQ\n E EQNEG\n N FREE\n G GE\n G GEZERO\n L LE\n L LERANGE\n"
+    "COLUMNS\n"
+    " X OBJ 1 EQ 1\n X FREE 5 GE 2\n X LERANGE 3\n"
+    " Y EQNEG 1 FREE 6\n Y GEZERO 1 LE 4\n"
+    "RHS\n OBJ 2.5 EQ 1\n EQNEG 4 GE 2\n GEZERO 3 LE 5\n LERANGE 9\n"
+    "RANGES\n EQNEG -1.5 GEZERO 0\n LERANGE 2\n"
+    "BOUNDS\n UP B X 7\n FR B Y\n"
+    "ENDATA\n";
+
+TEST(CliRecord, RowSensesRangesAndFreeRowsLeftOut) {
+  MpsProblem p = parse(kRows);
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why)) << why;
+  const QPRecord& r = m.record;
+
+  ASSERT_EQ(r.numRow, 6);
+  EXPECT_EQ(m.freeRows, (std::vector<int32_t>{2}));
+  EXPECT_EQ(m.recordRow, (std::vector<int32_t>{0, 1, 3, 4, 5, 6}));
+  // A ranged row carries its lower end and its width; a range of 0 makes an
+  // equation.
+  const char senses[] = {'E', 'R', 'G', 'E', 'L', 'R'};
+  const double rhs[] = {1, 2.5, 2, 3, 5, 7};
+  const double range[] = {0, 1.5, 0, 0, 0, 2};
+  for (int k = 0; k < 6; ++k) {
+    EXPECT_EQ(r.rowSense[k], senses[k]) << p.rowNames[m.recordRow[k]];
+    EXPECT_DOUBLE_EQ(r.rhs[k], rhs[k]) << p.rowNames[m.recordRow[k]];
+    EXPECT_DOUBLE_EQ(r.range[k], range[k]) << p.rowNames[m.recordRow[k]];
+  }
+  EXPECT_EQ(m.numRange, 2);
+
+  // A without the free row, renumbered, 0-based and column-wise.
+  ASSERT_EQ(r.numCol, 2);
+  ASSERT_EQ(r.numCoef, 6);
+  EXPECT_EQ(std::vector<int32_t>(r.colBegin, r.colBegin + 3), (std::vector<int32_t>{0, 3, 6}));
+  EXPECT_EQ(std::vector<int32_t>(r.rowIndex, r.rowIndex + 6),
+            (std::vector<int32_t>{0, 2, 5, 1, 3, 4}));
+  EXPECT_EQ(std::vector<double>(r.matValue, r.matValue + 6),
+            (std::vector<double>{1, 2, 3, 1, 1, 4}));
+
+  // Bounds with 1e+20 for none; the objective constant is the RHS negated.
+  EXPECT_EQ(r.lower[0], 0.0);
+  EXPECT_EQ(r.upper[0], 7.0);
+  EXPECT_EQ(r.lower[1], -1e20);
+  EXPECT_EQ(r.upper[1], 1e20);
+  EXPECT_EQ(r.objConstant, -2.5);
+  EXPECT_EQ(r.objSense, 1);
+  EXPECT_EQ(r.obj[0], 1.0);
+}
+
+TEST(CliRecord, ColumnArraysHaveRoomForTheRangeSlacks) {
+  MpsProblem p = parse(kRows);
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why));
+  const size_t cols = 2 + 2;  // numCol + numRange
+  EXPECT_GE(m.obj.size(), cols);
+  EXPECT_GE(m.lower.size(), cols);
+  EXPECT_GE(m.upper.size(), cols);
+  EXPECT_GE(m.solPrimal.size(), cols);
+  EXPECT_GE(m.quadDiag.size(), cols);
+  EXPECT_EQ(m.colBegin.size(), cols + 1);
+  EXPECT_EQ(m.quadColBegin.size(), cols + 1);
+  EXPECT_GE(m.rowIndex.size(), 6u + 2u);
+  EXPECT_GE(m.matValue.size(), 6u + 2u);
+  // The spare starts continue the last column, so a reader of colBegin past
+  // numCol sees empty columns.
+  EXPECT_EQ(m.colBegin[3], 6);
+  EXPECT_EQ(m.colBegin[4], 6);
+}
+
+TEST(CliRecord, QuadraticPartAsDiagonalAndStrictLowerTriangle) {
+  MpsProblem p = parse(
+      "NAME Q\nROWS\n N OBJ\n L R\n L S\nCOLUMNS\n X R 1\n Y R 1\n Z S 1\n"
+      "RHS\n R 1\nRANGES\n R 1\nQUADOBJ\n X X 2\n Z X 0.5\n Z Y -1\n Z Z 3\nENDATA\n");
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why));
+  const QPRecord& r = m.record;
+  EXPECT_EQ(r.numQuadCoef, 2);
+  EXPECT_EQ(std::vector<double>(r.quadDiag, r.quadDiag + 3), (std::vector<double>{2, 0, 3}));
+  // One spare column for the range row of R.
+  EXPECT_EQ(std::vector<int32_t>(r.quadColBegin, r.quadColBegin + 5),
+            (std::vector<int32_t>{0, 1, 2, 2, 2}));
+  EXPECT_EQ(std::vector<int32_t>(r.quadRowIndex, r.quadRowIndex + 2),
+            (std::vector<int32_t>{2, 2}));
+  EXPECT_EQ(std::vector<double>(r.quadMatValue, r.quadMatValue + 2),
+            (std::vector<double>{0.5, -1}));
+  for (int j = 0; j < 2; ++j)
+    for (int k = r.quadColBegin[j]; k < r.quadColBegin[j + 1]; ++k)
+      EXPECT_GT(r.quadRowIndex[k], j) << "entries lie strictly below the diagonal";
+}
+
+TEST(CliRecord, AnLpAndAnEmptyModelGetRealArrays) {
+  // An LP goes in as a QP with a zero Q: nothing the solver reads is null.
+  for (const char* text : {"NAME E\nROWS\n N OBJ\nCOLUMNS\nENDATA\n",
+                           "NAME L\nOBJSENSE MAX\nROWS\n N OBJ\n G R\nCOLUMNS\n X OBJ 1 R 1\n"
+                           "RHS\n OBJ -3\nENDATA\n"}) {
+    MpsProblem p = parse(text);
+    QPModel m;
+    std::string why;
+    ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why));
+    const QPRecord& r = m.record;
+    EXPECT_EQ(r.numQuadCoef, 0);
+    for (const void* a : {(const void*)r.matValue, (const void*)r.rowIndex,
+                          (const void*)r.colBegin, (const void*)r.quadDiag,
+                          (const void*)r.quadMatValue, (const void*)r.quadRowIndex,
+                          (const void*)r.quadColBegin, (const void*)r.obj, (const void*)r.rhs,
+                          (const void*)r.range, (const void*)r.lower, (const void*)r.upper,
+                          (const void*)r.rowSense, (const void*)r.solPrimal,
+                          (const void*)r.solDual, (const void*)r.rowActivity})
+      EXPECT_NE(a, nullptr) << text;
+    for (int j = 0; j < r.numCol; ++j) EXPECT_EQ(r.quadDiag[j], 0.0);
+    for (int j = 0; j <= r.numCol; ++j) EXPECT_EQ(r.quadColBegin[j], 0);
+    EXPECT_EQ(r.objSense, p.objSense);
+  }
+  MpsProblem max = parse("NAME L\nOBJSENSE MAX\nROWS\n N OBJ\nCOLUMNS\n X OBJ 1\nRHS\n OBJ -3\n"
+                         "ENDATA\n");
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(max, &m, &why));
+  EXPECT_EQ(m.record.objSense, -1);
+  EXPECT_EQ(m.record.objConstant, 3.0);
+}
+
+std::string readBack(FILE* f) {
+  std::rewind(f);
+  std::string text;
+  char buf[4096];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+  std::fclose(f);
+  return text;
+}
+
+TEST(CliOutput, SolutionFileListsValuesByNameWithFreeRowActivity) {
+  MpsProblem p = parse(kRows);
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why));
+  QPRecord& r = m.record;
+  r.solPrimal[0] = 1.5;
+  r.solPrimal[1] = -2;
+  for (int k = 0; k < r.numRow; ++k) {
+    r.rowActivity[k] = 10 + k;
+    r.solDual[k] = 0.25 * k;
+  }
+  hxcli::SolveSummary s = hxcli::summaryFromRecord(r, 0);
+  s.objective = -12.5;
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  ASSERT_TRUE(hxcli::writeSolution(f, p, m, s));
+  std::string text = readBack(f);
+  // The free row FREE has X 5 and Y 6: 5 * 1.5 + 6 * -2 = -4.5, no dual.
+  const std::string expected =
+      "NAME ROWS6\nSTATUS optimal\nOBJECTIVE -12.5\n"
+      "COLUMNS 2\nX 1.5\nY -2\n"
+      "ROWS 7\nEQ 10 0\nEQNEG 11 0.25\nFREE -4.5 0\nGE 12 0.5\nGEZERO 13 0.75\nLE 14 1\n"
+      "LERANGE 15 1.25\nEND\n";
+  EXPECT_EQ(text, expected);
+
+  // A failure leaves no point to speak of.
+  f = std::tmpfile();
+  ASSERT_TRUE(hxcli::writeSolution(f, p, m, hxcli::summaryFromRecord(r, 8)));
+  text = readBack(f);
+  EXPECT_NE(text.find("STATUS failure\nOBJECTIVE none\n"), std::string::npos) << text;
+}
+
+TEST(CliOutput, JsonCarriesStatusCodeMeasuresAndTimes) {
+  MpsProblem p = parse(kRows);
+  p.name = "odd \"name\"\\";
+  QPRecord r{};
+  r.objValue = 3.25;
+  r.iterations = 17;
+  r.primalInfeas = 1e-9;
+  r.dualInfeas = NAN;
+  r.boundInfeas = 0;
+  r.dualityGap = 2e-7;
+  r.complementarity = INFINITY;
+  r.solverTime = 0.5;
+  hxcli::SolveSummary s = hxcli::summaryFromRecord(r, 9);
+  s.file = "dir/f.mps";
+  s.readTime = 0.125;
+  FILE* f = std::tmpfile();
+  ASSERT_TRUE(hxcli::writeJson(f, p, s));
+  std::string text = readBack(f);
+  for (const char* part :
+       {"\"problem\": \"odd \\\"name\\\"\\\\\"", "\"file\": \"dir/f.mps\"",
+        "\"status\": \"acceptable\"", "\"returnCode\": 9", "\"objective\": 3.25",
+        "\"iterations\": 17", "\"primalInfeas\": 1.0000000000000001e-09",
+        "\"dualInfeas\": null", "\"boundInfeas\": 0", "\"dualityGap\": 1.9999999999999999e-07",
+        "\"complementarity\": null", "\"read\": 0.125000", "\"solver\": 0.500000"})
+    EXPECT_NE(text.find(part), std::string::npos) << "no " << part << " in\n" << text;
+
+  f = std::tmpfile();
+  ASSERT_TRUE(hxcli::writeJson(f, p, hxcli::summaryFromRecord(r, 2)));
+  text = readBack(f);
+  EXPECT_NE(text.find("\"status\": \"primal infeasible\""), std::string::npos) << text;
+  EXPECT_NE(text.find("\"objective\": null"), std::string::npos) << text;
+}
+
+TEST(CliOutput, EveryHostReturnCodeHasItsOwnName) {
+  const int codes[] = {0, 9, 2, 3, 23, 5, 10, 99, 8, 1};
+  std::set<std::string> names;
+  for (int c : codes) {
+    std::string n = hxcli::statusName(c);
+    EXPECT_NE(n, "unknown") << c;
+    names.insert(n);
+  }
+  EXPECT_EQ(names.size(), 10u);
+  EXPECT_STREQ(hxcli::statusName(4), "unknown");
+  // A point comes back with success and with the two limits only.
+  for (int c : codes)
+    EXPECT_EQ(hxcli::hasPoint(c), c == 0 || c == 9 || c == 5 || c == 10) << c;
+}
+
+}  // namespace
