@@ -2,6 +2,7 @@
 #include <time.h>
 
 #include "host/internal.h"
+#include "siblings/bramlet/bramlet.h"
 #include "siblings/chronis/chronis.h"
 
 namespace hxhost {
@@ -36,6 +37,7 @@ QVModule* kernelLoadModule(QVKernel* k, const uint32_t* wideName, int64_t length
 void HostImpl::installModules() {
   kernel.table.loadModule = kernelLoadModule;
   modules["chronis"] = chronis::createModule;
+  modules["bramlet"] = bramlet::createModule;
 }
 
 void Host::registerModule(const std::string& name, ModuleFactory factory) {

@@ -1,17 +1,256 @@
 #include "records/qpdriver.h"
 
-#include "frame/instance.h"
+#include <math.h>
 
-// The interior-point pipeline behind this entry has not landed yet.  Until it
-// does, the entry answers every call with the failure code and says why,
-// rather than leaving the instance slot empty for a host to jump through.
-int32_t ipqpmain(HalvexEnv* env, QPRecord* record, ScripterOptions*) {
-  if (record) {
+#include "frame/instance.h"
+#include "frame/qv.h"
+#include "records/model.h"
+#include "records/pipeline.h"
+#include "util/timer.h"
+
+int32_t qpReturnCode(int32_t status) {
+  switch (status) {
+    case IPM_STATUS_OPTIMAL: return QP_RETURN_OPTIMAL;
+    case IPM_STATUS_ACCEPTABLE: return QP_RETURN_ACCEPTABLE;
+    case IPM_STATUS_SIBLING_INFEASIBLE:
+    case IPM_STATUS_PRIMAL_INFEASIBLE: return QP_RETURN_PRIMAL_INFEASIBLE;
+    case IPM_STATUS_DUAL_INFEASIBLE: return QP_RETURN_DUAL_INFEASIBLE;
+    case IPM_STATUS_BOTH_INFEASIBLE: return QP_RETURN_BOTH_INFEASIBLE;
+    case IPM_STATUS_FAILED: return QP_RETURN_FAILURE;
+    case IPM_STATUS_ITERATION_LIMIT: return QP_RETURN_ITERATION_LIMIT;
+    case IPM_STATUS_TIME_LIMIT: return QP_RETURN_TIME_LIMIT;
+    case IPM_STATUS_INTERRUPTED: return QP_RETURN_INTERRUPTED;
+    case IPM_STATUS_OUT_OF_MEMORY: return QP_RETURN_OUT_OF_MEMORY;
+    default: return QP_RETURN_FAILURE;
+  }
+}
+
+static void negateObjective(ipmModel* m) {
+  for (int32_t j = 0; j < m->numCol; ++j) {
+    if (m->obj) m->obj[j] = -m->obj[j];
+    if (m->quadDiag) m->quadDiag[j] = -m->quadDiag[j];
+  }
+  if (m->numQuadCoef > 0 && m->quadMatValue)
+    for (int32_t k = 0; k < m->numQuadCoef; ++k) m->quadMatValue[k] = -m->quadMatValue[k];
+}
+
+// Gives the host's arrays their own values back; a row whose zero range made
+// it E stays E.
+static void restoreHostNumbers(ipmModel* m) {
+  if (m->objSense == -1) negateObjective(m);
+  for (int32_t i = 0; i < m->numRow; ++i)
+    if (m->rowSense[i] == 'R') m->rhs[i] -= m->range[i];
+}
+
+static void releaseMade(HalvexEnv* env, ipmModel* m, int32_t qpMade[4]) {
+  QVPool* pool = env->pool;
+  if (qpMade[QPMADE_COLBEGIN]) poolRelease(pool, m->colBegin);
+  if (qpMade[QPMADE_COLLENGTH]) poolRelease(pool, m->colLength);
+  if (qpMade[QPMADE_QUADCOLLENGTH]) poolRelease(pool, m->quadColLength);
+  if (qpMade[QPMADE_REDUCEDCOST]) poolRelease(pool, m->reducedCost);
+  for (int k = 0; k < 4; ++k) qpMade[k] = 0;
+}
+
+static bool outOfRange(double v) {
+  // NaN fails every comparison, so it is caught by name.
+  return isnan(v) || v > QP_MAX_MAGNITUDE || v < -QP_MAX_MAGNITUDE;
+}
+
+static bool anyOutOfRange(const double* v, int32_t n) {
+  for (int32_t k = 0; k < n; ++k)
+    if (outOfRange(v[k])) return true;
+  return false;
+}
+
+// The structure every later stage relies on: counts, the arrays the counts
+// call for, column starts that ascend and row numbers in range.  The checks
+// of the diagnostics go further; these run on every solve, since a bad
+// record must end in a status and not in a crash.
+static const char* structureError(const ipmModel* m) {
+  if (m->numRow < 0 || m->numCol < 0 || m->numCoef < 0 || m->numQuadCoef < 0)
+    return "a negative count";
+  if (m->numCol > 0 && (!m->obj || !m->lower || !m->upper || !m->solPrimal))
+    return "a column array is missing";
+  if (m->numRow > 0 && (!m->rhs || !m->rowSense || !m->solDual)) return "a row array is missing";
+  if (m->numCoef > 0 && (!m->colBegin || !m->rowIndex || !m->matValue))
+    return "a matrix array is missing";
+  if (m->numQuadCoef > 0 && (!m->quadColBegin || !m->quadRowIndex || !m->quadMatValue))
+    return "a quadratic matrix array is missing";
+  for (int32_t i = 0; i < m->numRow; ++i) {
+    char c = m->rowSense[i];
+    if (c != 'E' && c != 'G' && c != 'L' && c != 'R' && c != 'N') return "an unknown row sense";
+    if (c == 'R' && !m->range) return "a range row without ranges";
+  }
+  if (m->colBegin) {
+    if (m->colBegin[0] != 0 || m->colBegin[m->numCol] != m->numCoef)
+      return "column starts that do not match the entry count";
+    for (int32_t j = 0; j < m->numCol; ++j)
+      if (m->colBegin[j + 1] < m->colBegin[j]) return "column starts that descend";
+    for (int32_t k = 0; k < m->numCoef; ++k)
+      if (m->rowIndex[k] < 0 || m->rowIndex[k] >= m->numRow) return "a row index out of range";
+  }
+  if (m->numQuadCoef > 0) {
+    if (m->quadColBegin[0] != 0 || m->quadColBegin[m->numCol] != m->numQuadCoef)
+      return "quadratic column starts that do not match the entry count";
+    for (int32_t j = 0; j < m->numCol; ++j)
+      if (m->quadColBegin[j + 1] < m->quadColBegin[j]) return "quadratic column starts that descend";
+    for (int32_t k = 0; k < m->numQuadCoef; ++k)
+      if (m->quadRowIndex[k] < 0 || m->quadRowIndex[k] >= m->numCol)
+        return "a quadratic row index out of range";
+  }
+  if ((m->checkSolverBreak == nullptr) != (m->scripterDataStruct == nullptr))
+    return "a break call-back without its data, or data without the call-back";
+  return nullptr;
+}
+
+int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) {
+  QVPool* pool = env->pool;
+  for (int k = 0; k < 4; ++k) qpMade[k] = 0;
+  if (const char* why = structureError(m)) {
+    if (env->textLog) env->textLog("%1zThe QP record is malformed: %s.\n", why);
+    return IPM_STATUS_FAILED;
+  }
+  if (!m->colBegin) {
+    // A model without a matrix: every column empty.
+    m->colBegin = poolNew<int32_t>(pool, (int64_t)m->numCol + 1);
+    if (!m->colBegin) return IPM_STATUS_OUT_OF_MEMORY;
+    qpMade[QPMADE_COLBEGIN] = 1;
+  }
+  if (!m->colLength) {
+    m->colLength = poolNew<int32_t>(pool, m->numCol > 0 ? m->numCol : 1);
+    if (!m->colLength) {
+      releaseMade(env, m, qpMade);
+      return IPM_STATUS_OUT_OF_MEMORY;
+    }
+    qpMade[QPMADE_COLLENGTH] = 1;
+    for (int32_t j = 0; j < m->numCol; ++j) m->colLength[j] = m->colBegin[j + 1] - m->colBegin[j];
+  }
+  if (!m->quadColLength && m->numQuadCoef > 0) {
+    m->quadColLength = poolNew<int32_t>(pool, m->numCol > 0 ? m->numCol : 1);
+    if (!m->quadColLength) {
+      releaseMade(env, m, qpMade);
+      return IPM_STATUS_OUT_OF_MEMORY;
+    }
+    qpMade[QPMADE_QUADCOLLENGTH] = 1;
+    for (int32_t j = 0; j < m->numCol; ++j)
+      m->quadColLength[j] = m->quadColBegin[j + 1] - m->quadColBegin[j];
+  }
+  if (m->objSense == -1) {
+    negateObjective(m);
+    m->objConstant = -m->objConstant;
+  }
+  for (int32_t i = 0; i < m->numRow; ++i) {
+    if (m->rowSense[i] != 'R') continue;
+    m->rhs[i] += m->range[i];
+    if (m->range[i] == 0.0) m->rowSense[i] = 'E';
+  }
+  if (!m->reducedCost) {
+    m->reducedCost = poolNew<double>(pool, m->numCol > 0 ? m->numCol : 1);
+    if (!m->reducedCost) {
+      restoreHostNumbers(m);
+      releaseMade(env, m, qpMade);
+      return IPM_STATUS_OUT_OF_MEMORY;
+    }
+    qpMade[QPMADE_REDUCEDCOST] = 1;
+  }
+
+  bool bad = anyOutOfRange(m->obj, m->numCol) ||
+             (m->numCoef > 0 && anyOutOfRange(m->matValue, m->numCoef)) ||
+             (m->quadDiag && anyOutOfRange(m->quadDiag, m->numCol)) ||
+             (m->numQuadCoef > 0 && anyOutOfRange(m->quadMatValue, m->numQuadCoef)) ||
+             anyOutOfRange(m->rhs, m->numRow);
+  for (int32_t i = 0; !bad && i < m->numRow; ++i)
+    if (m->rowSense[i] == 'R' && outOfRange(m->range[i])) bad = true;
+  if (bad) {
+    // An instance serves many solves, so a refused model gives back at once
+    // what was made for it and leaves the host's numbers as they came.
+    restoreHostNumbers(m);
+    releaseMade(env, m, qpMade);
+    return IPM_STATUS_FAILED;
+  }
+  if (m->range)
+    for (int32_t i = 0; i < m->numRow; ++i)
+      if (m->rowSense[i] != 'R') m->range[i] = 0.0;
+  if (m->rowActivity)
+    for (int32_t i = 0; i < m->numRow; ++i) m->rowActivity[i] = 0.0;
+  return 0;
+}
+
+int32_t qpPostsolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) {
+  // objConstant stays negated: it lives in the internal record only, and the
+  // objective value already carries the host's sign.
+  int32_t st = m->status;
+  if (st != IPM_STATUS_OPTIMAL && st != IPM_STATUS_ACCEPTABLE &&
+      st != IPM_STATUS_ITERATION_LIMIT && st != IPM_STATUS_TIME_LIMIT) {
+    // A failure shows zeros, never a half-finished point.
+    for (int32_t j = 0; j < m->numCol; ++j) m->solPrimal[j] = 0.0;
+    for (int32_t i = 0; i < m->numRow; ++i) {
+      m->solDual[i] = 0.0;
+      if (m->rowActivity) m->rowActivity[i] = 0.0;
+    }
+  }
+  restoreHostNumbers(m);
+  releaseMade(env, m, qpMade);
+  return 0;
+}
+
+int32_t ipqpmain(HalvexEnv* env, QPRecord* record, ScripterOptions* options) {
+  int32_t status = 0;
+  IPM_timer* timer = IPM_timerCreate(env, env->pool, &status);
+  if (!timer) {
     record->timeZero = 0.0;
     record->solverTime = 0.0;
+    return QP_RETURN_OUT_OF_MEMORY;
   }
-  if (env && env->textLog) env->textLog("%1zThe QP solver is not available in this build of halvex.\n");
-  return QP_RETURN_FAILURE;
+  timer->useRealTime = options->timerType;
+  IPM_timerSetLimit(timer, options->maxTime);
+  IPM_timerStart(timer);
+
+  MessageLog* log = env->messageLog;
+  ipmModel* model = nullptr;
+  ipmOption* option = nullptr;
+  QVModule* module = qvLoadModule("bramlet");
+  if (!module) {
+    if (log) log->log(log, MSG_ERROR, (int64_t)(int32_t)0x827FD806);
+    status = IPM_STATUS_OUT_OF_MEMORY;
+  } else {
+    void** instance = static_cast<void**>(module->moduleCreateInstance(module));
+    if (!instance) {
+      if (log) log->log(log, MSG_ERROR, (int64_t)(int32_t)0x827FD807);
+      status = IPM_STATUS_OUT_OF_MEMORY;
+    } else {
+      instance[1] = reinterpret_cast<void*>(env->textLog);
+      instance[2] = env->messageLog;
+      env->preModule = module;
+      env->preObject = instance;
+      model = CreateModelFromQP(env->pool, record);
+      option = CreateOptionFromQP(env->pool, options);
+      if (!model || !option) {
+        status = IPM_STATUS_OUT_OF_MEMORY;
+      } else {
+        int32_t qpMade[4];
+        status = qpPresolver(env, model, option, qpMade);
+        if (status == 0) {
+          status = iplpSolve(env, model, option, timer, nullptr);
+          qpPostsolver(env, model, option, qpMade);
+          ReturnModelToQP(model, record);
+        }
+      }
+      reinterpret_cast<void (*)(void*)>(instance[3])(instance);
+      env->preObject = nullptr;
+    }
+    module->moduleUnload(module);
+    env->preModule = nullptr;
+  }
+  DestroyModel(env->pool, model);
+  DestroyOption(env->pool, option);
+
+  double used = 0.0;
+  IPM_timerUsedTime(timer, &used);
+  IPM_timerFree(env->pool, &timer);
+  record->timeZero = 0.0;
+  record->solverTime = used;
+  return qpReturnCode(status);
 }
 
 int32_t ipqpScripter(void* instance, QPRecord* record) {

@@ -1,4 +1,4 @@
-// The instance's QP entries.
+// The instance's QP entries and the in-place preparation of a QP model.
 #ifndef HALVEX_RECORDS_QPDRIVER_H
 #define HALVEX_RECORDS_QPDRIVER_H
 
@@ -16,7 +16,19 @@
 #define QP_RETURN_BOTH_INFEASIBLE 23
 #define QP_RETURN_INTERRUPTED 99
 
+// Largest magnitude a QP's data may have.
+#define QP_MAX_MAGNITUDE 1.3407807929943e+151
+
+// Flags of what qpPresolver made for the length of the solve.
+enum { QPMADE_COLBEGIN = 0, QPMADE_COLLENGTH = 1, QPMADE_QUADCOLLENGTH = 2, QPMADE_REDUCEDCOST = 3 };
+
 int32_t ipqpmain(HalvexEnv* env, QPRecord* record, ScripterOptions* options);
 int32_t ipqpScripter(void* instance, QPRecord* record);
+
+int32_t qpPresolver(HalvexEnv* env, ipmModel* model, ipmOption* option, int32_t qpMade[4]);
+int32_t qpPostsolver(HalvexEnv* env, ipmModel* model, ipmOption* option, int32_t qpMade[4]);
+
+// Internal status to the host's return code.
+int32_t qpReturnCode(int32_t status);
 
 #endif
