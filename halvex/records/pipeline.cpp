@@ -105,6 +105,12 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
   }
 
 report:
+  // A stage that failed while a reduced model was in play leaves postsolve
+  // unrun: the caller's model takes the status and the reduced one goes.
+  if (m != model) {
+    FreeReducedModel(env, m, model);
+    m = model;
+  }
   iplpReportStatus(m->objValue, env, m->status, option);
   FreeStorage(env, storage);
   DestroyPresolver(env, m, pre);

@@ -103,6 +103,24 @@ static const char* structureError(const ipmModel* m) {
   return nullptr;
 }
 
+// The limit is checked on the values the solve will see: an R row's rhs
+// after its range has moved it to the upper end.
+static bool numbersOutOfRange(const ipmModel* m) {
+  if (anyOutOfRange(m->obj, m->numCol)) return true;
+  if (m->numCoef > 0 && anyOutOfRange(m->matValue, m->numCoef)) return true;
+  if (m->quadDiag && anyOutOfRange(m->quadDiag, m->numCol)) return true;
+  if (m->numQuadCoef > 0 && anyOutOfRange(m->quadMatValue, m->numQuadCoef)) return true;
+  for (int32_t i = 0; i < m->numRow; ++i) {
+    bool ranged = m->rowSense[i] == 'R';
+    if (outOfRange(ranged ? m->rhs[i] + m->range[i] : m->rhs[i])) return true;
+    if (ranged && outOfRange(m->range[i])) return true;
+  }
+  return false;
+}
+
+// Everything that can refuse the model or fail runs before the host's arrays
+// are touched, so that a refused model leaves them exactly as they came: an
+// instance serves many solves.
 int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) {
   QVPool* pool = env->pool;
   for (int k = 0; k < 4; ++k) qpMade[k] = 0;
@@ -110,6 +128,9 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     if (env->textLog) env->textLog("%1zThe QP record is malformed: %s.\n", why);
     return IPM_STATUS_FAILED;
   }
+  if (numbersOutOfRange(m)) return IPM_STATUS_FAILED;
+
+  const int64_t perColumn = m->numCol > 0 ? m->numCol : 1;
   if (!m->colBegin) {
     // A model without a matrix: every column empty.
     m->colBegin = poolNew<int32_t>(pool, (int64_t)m->numCol + 1);
@@ -117,7 +138,7 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     qpMade[QPMADE_COLBEGIN] = 1;
   }
   if (!m->colLength) {
-    m->colLength = poolNew<int32_t>(pool, m->numCol > 0 ? m->numCol : 1);
+    m->colLength = poolNew<int32_t>(pool, perColumn);
     if (!m->colLength) {
       releaseMade(env, m, qpMade);
       return IPM_STATUS_OUT_OF_MEMORY;
@@ -126,7 +147,7 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     for (int32_t j = 0; j < m->numCol; ++j) m->colLength[j] = m->colBegin[j + 1] - m->colBegin[j];
   }
   if (!m->quadColLength && m->numQuadCoef > 0) {
-    m->quadColLength = poolNew<int32_t>(pool, m->numCol > 0 ? m->numCol : 1);
+    m->quadColLength = poolNew<int32_t>(pool, perColumn);
     if (!m->quadColLength) {
       releaseMade(env, m, qpMade);
       return IPM_STATUS_OUT_OF_MEMORY;
@@ -135,6 +156,17 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     for (int32_t j = 0; j < m->numCol; ++j)
       m->quadColLength[j] = m->quadColBegin[j + 1] - m->quadColBegin[j];
   }
+  if (!m->reducedCost) {
+    m->reducedCost = poolNew<double>(pool, perColumn);
+    if (!m->reducedCost) {
+      releaseMade(env, m, qpMade);
+      return IPM_STATUS_OUT_OF_MEMORY;
+    }
+    qpMade[QPMADE_REDUCEDCOST] = 1;
+  }
+
+  // From here on the model is a minimisation with rhs at the upper end of
+  // its R rows.
   if (m->objSense == -1) {
     negateObjective(m);
     m->objConstant = -m->objConstant;
@@ -143,30 +175,6 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     if (m->rowSense[i] != 'R') continue;
     m->rhs[i] += m->range[i];
     if (m->range[i] == 0.0) m->rowSense[i] = 'E';
-  }
-  if (!m->reducedCost) {
-    m->reducedCost = poolNew<double>(pool, m->numCol > 0 ? m->numCol : 1);
-    if (!m->reducedCost) {
-      restoreHostNumbers(m);
-      releaseMade(env, m, qpMade);
-      return IPM_STATUS_OUT_OF_MEMORY;
-    }
-    qpMade[QPMADE_REDUCEDCOST] = 1;
-  }
-
-  bool bad = anyOutOfRange(m->obj, m->numCol) ||
-             (m->numCoef > 0 && anyOutOfRange(m->matValue, m->numCoef)) ||
-             (m->quadDiag && anyOutOfRange(m->quadDiag, m->numCol)) ||
-             (m->numQuadCoef > 0 && anyOutOfRange(m->quadMatValue, m->numQuadCoef)) ||
-             anyOutOfRange(m->rhs, m->numRow);
-  for (int32_t i = 0; !bad && i < m->numRow; ++i)
-    if (m->rowSense[i] == 'R' && outOfRange(m->range[i])) bad = true;
-  if (bad) {
-    // An instance serves many solves, so a refused model gives back at once
-    // what was made for it and leaves the host's numbers as they came.
-    restoreHostNumbers(m);
-    releaseMade(env, m, qpMade);
-    return IPM_STATUS_FAILED;
   }
   if (m->range)
     for (int32_t i = 0; i < m->numRow; ++i)

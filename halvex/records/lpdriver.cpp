@@ -1,0 +1,356 @@
+#include "records/lpdriver.h"
+
+#include "ipm/scale.h"
+#include "records/model.h"
+#include "records/pipeline.h"
+#include "util/timer.h"
+
+namespace {
+
+inline void message(HalvexEnv* env, int32_t severity, uint32_t code) {
+  if (env->messageLog) env->messageLog->log(env->messageLog, severity, (int64_t)(int32_t)code);
+}
+
+template <typename Fn>
+inline Fn slotOf(void* instance, int slot) {
+  return reinterpret_cast<Fn>(static_cast<void**>(instance)[slot]);
+}
+
+inline void setInt(uint8_t* block, int position, int32_t value) {
+  *reinterpret_cast<int32_t*>(block + position) = value;
+}
+
+// Validation of the caller's options.  Warnings go on; the first error ends
+// the test with status 10.
+int32_t validateOptions(HalvexEnv* env, const LPOptions* o) {
+  if (o->presolver < -1 || o->presolver > 3) {
+    if (env->messageLog)
+      env->messageLog->log(env->messageLog, MSG_ERROR, (int64_t)(int32_t)0x827FD80D,
+                           (int)o->presolver);
+    return IPM_STATUS_FAILED;
+  }
+  if (o->solverKind != 3) message(env, MSG_WARNING, 0x827FD80E);
+  if (o->timerType != 0 && o->timerType != 1) message(env, MSG_WARNING, 0x827FD80F);
+  if (o->gapTol < 1e-15) {
+    message(env, MSG_ERROR, 0x827FD810);
+    return IPM_STATUS_FAILED;
+  }
+  if (o->primalTol < 1e-15) {
+    message(env, MSG_ERROR, 0x827FD811);
+    return IPM_STATUS_FAILED;
+  }
+  if (o->dualTol < 1e-15) {
+    message(env, MSG_ERROR, 0x827FD812);
+    return IPM_STATUS_FAILED;
+  }
+  if (o->rowScaleOnly != 0 && o->rowScaleOnly != 1) {
+    if (env->textLog) env->textLog("Unknown initialization option %d", (int)o->rowScaleOnly);
+    return IPM_STATUS_FAILED;
+  }
+  if (o->sibling3 != -1) message(env, MSG_WARNING, 0x827FD813);
+  return 0;
+}
+
+// Scale or unscale bramlet's presolved LP in the crossover's space.
+int32_t scaleRecord(void* bramlet, const LPOptions* lpOptions, LPRecord* r, double* rowScale,
+                    double* colScale) {
+  BramletScaleFn scale = slotOf<BramletScaleFn>(bramlet, BRAMLET_SLOT_SCALE);
+  if (!scale) return IPM_STATUS_FAILED;
+  return (int32_t)scale(lpOptions->primalTol, bramlet, -1, r->numRow, r->numCol, r->numCoef,
+                        r->colBegin, r->colLength, r->rowIndex, r->matValue, r->obj, r->lower,
+                        r->upper, rowScale, colScale, nullptr, nullptr, r->rhs, r->rowSense,
+                        r->range, nullptr, nullptr, nullptr, nullptr);
+}
+
+void unscaleRecord(void* bramlet, LPRecord* r, double* rowScale, double* colScale) {
+  BramletUnscaleFn unscale = slotOf<BramletUnscaleFn>(bramlet, BRAMLET_SLOT_UNSCALE);
+  if (!unscale) return;
+  unscale(-1, r->numRow, r->numCol, r->colBegin, r->colLength, r->rowIndex, r->matValue, r->rhs,
+          r->range, r->obj, r->lower, r->upper, nullptr, nullptr, rowScale, colScale,
+          r->solPrimal, r->solDual, r->reducedCost, r->rowActivity);
+}
+
+}  // namespace
+
+int32_t iplpCrossover(HalvexEnv* env, LPRecord* record, ipmSolution* solution, ipmOption* option,
+                      int32_t status) {
+  if (status == IPM_STATUS_ITERATION_LIMIT || status == IPM_STATUS_TIME_LIMIT ||
+      status == IPM_STATUS_FAILED || status == IPM_STATUS_INTERRUPTED ||
+      status == IPM_STATUS_OUT_OF_MEMORY)
+    return status;
+  LPContext* ctx = reinterpret_cast<LPContext*>(env);
+  BramletContext* context = static_cast<BramletContext*>(ctx->preContext);
+  void* bramlet = env->preObject;
+  // Without bramlet's presolved LP there is nothing to cross over from, and
+  // the interior answer stands as it is.
+  if (!record || !solution || !context || !bramlet || !ctx->lpOptions) return status;
+
+  setInt(context->parameters, BRAMLET_PARAM_INTERIOR_STATUS, status);
+
+  // bramlet writes one factor beyond the rows and one beyond the columns.
+  QVPool* pool = env->pool;
+  const int32_t numRow = record->numRow, numCol = record->numCol;
+  double* rowScale = poolNew<double>(pool, (int64_t)numRow + 1, false);
+  double* colScale = poolNew<double>(pool, (int64_t)numCol + 1, false);
+  if (!rowScale || !colScale) {
+    poolRelease(pool, rowScale);
+    poolRelease(pool, colScale);
+    return IPM_STATUS_OUT_OF_MEMORY;
+  }
+  for (int32_t i = 0; i <= numRow; i++) rowScale[i] = 1.0;
+  for (int32_t j = 0; j <= numCol; j++) colScale[j] = 1.0;
+
+  int32_t result = scaleRecord(bramlet, ctx->lpOptions, record, rowScale, colScale);
+  if (result != 0) {
+    poolRelease(pool, rowScale);
+    poolRelease(pool, colScale);
+    return result;
+  }
+  scaleSolutionToScaled(numRow, numCol, rowScale, colScale, solution, record->reducedCost,
+                        record->rowActivity);
+
+  QVModule* module = qvLoadModule("fennick");
+  void** simplex = nullptr;
+  if (!module) {
+    message(env, MSG_ERROR, 0x827FD808);
+    result = IPM_STATUS_OUT_OF_MEMORY;
+  } else if (!(simplex = static_cast<void**>(module->moduleCreateInstance(module)))) {
+    message(env, MSG_ERROR, 0x827FD809);
+    module->moduleUnload(module);
+    result = IPM_STATUS_OUT_OF_MEMORY;
+  }
+  if (result != 0) {
+    // The presolved LP goes back to bramlet's postsolve or clean-up, which
+    // expect it in the space in which they made it.
+    unscaleRecord(bramlet, record, rowScale, colScale);
+    poolRelease(pool, rowScale);
+    poolRelease(pool, colScale);
+    return result;
+  }
+
+  simplex[FENNICK_SLOT_TEXTLOG] = reinterpret_cast<void*>(env->textLog);
+  simplex[FENNICK_SLOT_MESSAGELOG] = env->messageLog;
+  ctx->simplexModule = module;
+  ctx->simplexObject = simplex;
+
+  record->objConstant = ctx->savedObjConstant;
+  setInt(context->parameters, BRAMLET_PARAM_CROSSOVER_KIND, (option->crossover & 1) ? 2 : 1);
+  setInt(context->parameters, BRAMLET_PARAM_SIMPLEX_KIND, 3);
+  setInt(context->parameters, BRAMLET_PARAM_ITERATION_LIMIT, 2147483647);
+  setInt(context->parameters, BRAMLET_PARAM_SIMPLEX_FLAG, -1);
+  *reinterpret_cast<double*>(context->limits + BRAMLET_LIMIT_MAXTIME) = option->maxTime;
+
+  FennickRunFn run = slotOf<FennickRunFn>(simplex, FENNICK_SLOT_RUN);
+  result = run ? run(simplex, bramlet, context, record) : IPM_STATUS_FAILED;
+
+  unscaleRecord(bramlet, record, rowScale, colScale);
+
+  FennickDestroyFn destroy = slotOf<FennickDestroyFn>(simplex, FENNICK_SLOT_DESTROY);
+  if (destroy) destroy(simplex);
+  ctx->simplexObject = nullptr;
+  module->moduleUnload(module);
+  ctx->simplexModule = nullptr;
+
+  poolRelease(pool, rowScale);
+  poolRelease(pool, colScale);
+  return result;
+}
+
+HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* options) {
+  HalvexEnv* env = &ctx->env;
+  int32_t failed = 0, code = 0, st = 0;
+  double presolveTime = 0.0, totalTime = 0.0;
+  IPM_timer* timer = nullptr;
+  QVModule* module = nullptr;
+  void** bramlet = nullptr;
+  ipmModel* model = nullptr;
+  ipmOption* option = nullptr;
+  // Options this call made for itself go back to the pool at its end, where
+  // nothing can reach them any longer.
+  LPOptions* made = nullptr;
+
+  if (!options) {
+    options = made = createLpOptions(env);
+    if (!options) {
+      code = st = IPM_STATUS_OUT_OF_MEMORY;
+      failed = 1;
+      goto times;
+    }
+  }
+  ctx->lpOptions = options;
+
+  if (validateOptions(env, options) != 0) {
+    code = st = IPM_STATUS_FAILED;
+    failed = 1;
+    goto times;
+  }
+
+  {
+    int32_t timerStatus = 0;
+    timer = IPM_timerCreate(env, env->pool, &timerStatus);
+  }
+  if (!timer) {
+    code = st = IPM_STATUS_OUT_OF_MEMORY;
+    failed = 1;
+    goto record;
+  }
+  timer->useRealTime = options->timerType;
+  IPM_timerSetLimit(timer, options->maxTime);
+  IPM_timerStart(timer);
+
+  module = qvLoadModule("bramlet");
+  if (!module) {
+    message(env, MSG_ERROR, 0x827FD806);
+    code = st = IPM_STATUS_OUT_OF_MEMORY;
+    failed = 1;
+    goto times;
+  }
+  bramlet = static_cast<void**>(module->moduleCreateInstance(module));
+  if (!bramlet) {
+    message(env, MSG_ERROR, 0x827FD807);
+    code = st = IPM_STATUS_OUT_OF_MEMORY;
+    failed = 1;
+    goto unload;
+  }
+
+  bramlet[BRAMLET_SLOT_TEXTLOG] = reinterpret_cast<void*>(env->textLog);
+  bramlet[BRAMLET_SLOT_MESSAGELOG] = env->messageLog;
+  env->preModule = module;
+  env->preObject = bramlet;
+  {
+    int32_t contextStatus = 0;
+    BramletCreateContextFn create =
+        slotOf<BramletCreateContextFn>(bramlet, BRAMLET_SLOT_CREATE_CONTEXT);
+    void* context = create ? create(bramlet, options, &contextStatus) : nullptr;
+    bramlet[BRAMLET_SLOT_CONTEXT] = context;
+    ctx->preContext = context;
+    if (contextStatus != 0 || !context) {
+      message(env, MSG_ERROR, 0x827FD80A);
+      // A sibling that made no context and named no reason is short of memory.
+      code = st = contextStatus != 0 ? contextStatus : IPM_STATUS_OUT_OF_MEMORY;
+      failed = 1;
+      goto release;
+    }
+  }
+
+  if (options->loadMode >= 2) {
+    BramletLoadFn load = slotOf<BramletLoadFn>(bramlet, BRAMLET_SLOT_LOAD);
+    int32_t loaded =
+        load ? load(bramlet, record->numCol, record->numRow, record->numCoef, record->obj,
+                    record->lower, record->upper, record->rhs, record->range, record->rowSense,
+                    record->colBegin, record->colLength, record->rowIndex, record->matValue,
+                    reinterpret_cast<void*>(record->siblingWord[LPRECORD_COLUMN_FLAG_WORD]),
+                    &record->loadArea)
+             : IPM_STATUS_FAILED;
+    if (loaded != 0) {
+      code = st = loaded;
+      failed = 1;
+      goto release;
+    }
+  }
+
+  {
+    BramletContext* context = static_cast<BramletContext*>(ctx->preContext);
+    setInt(context->parameters, BRAMLET_PARAM_PRESOLVE_FLAG, 0);
+    BramletPresolveFn presolve = slotOf<BramletPresolveFn>(bramlet, BRAMLET_SLOT_PRESOLVE);
+    int32_t presolveStatus = IPM_STATUS_FAILED;
+    bramlet[BRAMLET_SLOT_PROBLEM] =
+        presolve ? presolve(bramlet, context, BRAMLET_PRESOLVE_MODE, record, &presolveStatus)
+                 : nullptr;
+    IPM_timerUsedTime(timer, &presolveTime);
+    options->maxTime -= presolveTime;
+    options->timeUsed += presolveTime;
+    code = presolveStatus;
+  }
+  if (code < 0) {
+    failed = 1;
+    st = code;
+    goto release;
+  }
+  if (code == 0) {
+    BramletProblem* problem = static_cast<BramletProblem*>(bramlet[BRAMLET_SLOT_PROBLEM]);
+    LPRecord* presolved = problem ? problem->presolved : nullptr;
+    if (!presolved) {
+      // Success without a problem to solve breaks the sibling's contract.
+      code = st = IPM_STATUS_FAILED;
+      failed = 1;
+      goto release;
+    }
+    ctx->savedObjConstant = presolved->objConstant;
+    presolved->checkSolverBreak = record->checkSolverBreak;
+    presolved->scripterDataStruct = record->scripterDataStruct;
+
+    if (!(options->maxTime > 0.0)) {
+      message(env, MSG_INFO, options->timerType == 0 ? 0x827FD00B : 0x827FD00C);
+      failed = 1;
+      st = IPM_STATUS_TIME_LIMIT;
+      goto release;
+    }
+    if (options->printLevel != 0) message(env, MSG_INFO, 0x827FD801);
+    IPM_timerSetLimit(timer, options->maxTime);
+
+    model = CreateModelFromLP(env->pool, presolved);
+    if (model) model->relaxColBound = problem->relaxColBound;
+    option = CreateOptionFromLP(env->pool, options);
+    if (!model || !option) {
+      code = st = IPM_STATUS_OUT_OF_MEMORY;
+      failed = 1;
+      goto release;
+    }
+    st = iplpSolve(env, model, option, timer, presolved);
+    ReturnModelToLP(model, presolved);
+    if (st == IPM_STATUS_OUT_OF_MEMORY) {
+      code = IPM_STATUS_OUT_OF_MEMORY;
+      failed = 1;
+      goto release;
+    }
+  }
+
+  {
+    BramletPostsolveFn postsolve = slotOf<BramletPostsolveFn>(bramlet, BRAMLET_SLOT_POSTSOLVE);
+    code = postsolve ? postsolve(bramlet[BRAMLET_SLOT_PROBLEM]) : IPM_STATUS_FAILED;
+    st = record->status;
+    if (code != 0) {
+      message(env, MSG_INFO, 0x827FD80B);
+      failed = 1;
+      st = IPM_STATUS_FAILED;
+    }
+  }
+
+release : {
+  BramletFreeProblemFn freeProblem = slotOf<BramletFreeProblemFn>(bramlet, BRAMLET_SLOT_FREE_PROBLEM);
+  if (freeProblem && bramlet[BRAMLET_SLOT_PROBLEM]) freeProblem(bramlet, &bramlet[BRAMLET_SLOT_PROBLEM]);
+  BramletFreeContextFn freeContext = slotOf<BramletFreeContextFn>(bramlet, BRAMLET_SLOT_FREE_CONTEXT);
+  if (freeContext && bramlet[BRAMLET_SLOT_CONTEXT]) freeContext(bramlet, &bramlet[BRAMLET_SLOT_CONTEXT]);
+  ctx->preContext = nullptr;
+  BramletDestroyFn destroy = slotOf<BramletDestroyFn>(bramlet, BRAMLET_SLOT_DESTROY);
+  if (destroy) destroy(bramlet);
+  env->preObject = nullptr;
+}
+
+unload:
+  module->moduleUnload(module);
+  env->preModule = nullptr;
+  // The model borrows its arrays from bramlet's problem, relaxColBound too.
+  DestroyModel(env->pool, model);
+  DestroyOption(env->pool, option);
+
+times:
+  if (timer) {
+    IPM_timerUsedTime(timer, &totalTime);
+    IPM_timerFree(env->pool, &timer);
+    options->maxTime -= totalTime;
+    options->timeUsed += totalTime;
+  }
+
+record:
+  if (made) {
+    poolFree(env->pool, made);
+    ctx->lpOptions = nullptr;
+  }
+  record->presolveTime = presolveTime;
+  record->totalTime = totalTime;
+  record->returnCode = code;
+  record->status = st;
+  return failed;
+}

@@ -1,0 +1,325 @@
+// The QP entry from the host's record to the return code: the pipeline, the
+// in-place preparation of the host's arrays and their restoration.
+#include <cmath>
+#include <cstdarg>
+#include <cstring>
+#include <vector>
+
+#include "frame/instance.h"
+#include "records/pipeline.h"
+#include "records/qpdriver.h"
+#include "support.h"
+
+namespace {
+
+// A message log that keeps the codes it was given.
+struct RecordingLog {
+  MessageLog base{&RecordingLog::log};
+  std::vector<int64_t> codes;
+  std::vector<int32_t> severities;
+  static void log(MessageLog* self, int32_t severity, int64_t code, ...) {
+    RecordingLog* r = reinterpret_cast<RecordingLog*>(self);
+    r->codes.push_back(code & 0xFFFFFFFF);
+    r->severities.push_back(severity);
+  }
+  bool saw(int64_t code) const {
+    for (int64_t c : codes)
+      if (c == code) return true;
+    return false;
+  }
+};
+
+// minimise 1/2 (x1^2 + x2^2) - 3 x1 - x2 + 4
+//   s.t.  x1 + x2 <= 1        (L, active, dual -2)
+//         -5 <= x1 - x2 <= 5  (R, inactive)
+//         x1 >= 0.5           (G, inactive)
+//         0 <= x <= 10
+// Optimum x = (1, 0), objective -2.5 + 4 = 1.5; x2 sits on its bound with
+// reduced cost 1.
+struct SmallQP {
+  std::vector<double> matValue{1, 1, 1, 1, -1}, quadDiag{1, 1}, obj{-3, -1}, rhs{1, -5, 0.5},
+      range{0, 10, 0}, lower{0, 0}, upper{10, 10}, x = std::vector<double>(2),
+      y = std::vector<double>(3), act = std::vector<double>(3);
+  std::vector<int32_t> rowIndex{0, 1, 2, 0, 1}, colBegin{0, 3, 5}, quadColBegin{0, 0, 0};
+  std::vector<char> sense{'L', 'R', 'G'};
+  QPRecord record{};
+  SmallQP() {
+    record.objSense = 1;
+    record.numRow = 3;
+    record.numCol = 2;
+    record.numCoef = 5;
+    record.numQuadCoef = 0;
+    record.matValue = matValue.data();
+    record.rowIndex = rowIndex.data();
+    record.colBegin = colBegin.data();
+    record.quadDiag = quadDiag.data();
+    record.quadColBegin = quadColBegin.data();
+    record.obj = obj.data();
+    record.rhs = rhs.data();
+    record.range = range.data();
+    record.lower = lower.data();
+    record.upper = upper.data();
+    record.rowSense = sense.data();
+    record.solPrimal = x.data();
+    record.solDual = y.data();
+    record.rowActivity = act.data();
+    record.objConstant = 4.0;
+  }
+};
+
+class QPDriver : public HostTest {
+ protected:
+  void SetUp() override {
+    instance = static_cast<HalvexInstance*>(halvex_create_instance(nullptr));
+    ASSERT_NE(instance, nullptr);
+    instance->env.messageLog = &messages.base;
+    instance->scripter.primalTol = instance->scripter.dualTol = instance->scripter.gapTol = 1e-8;
+  }
+  void TearDown() override {
+    if (instance) halvex_destroy_instance(instance);
+  }
+  int32_t solve(QPRecord& r) { return instance->ipqpScripter(instance, &r); }
+  int64_t instanceLive() const { return host.poolStats(instance->env.pool).liveBlocks; }
+
+  HalvexInstance* instance = nullptr;
+  RecordingLog messages;
+};
+
+TEST_F(QPDriver, SolvesAndGivesTheHostItsArraysBack) {
+  SmallQP qp;
+  int64_t before = instanceLive();
+  ASSERT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(qp.x[0], 1.0, 1e-6);
+  EXPECT_NEAR(qp.x[1], 0.0, 1e-6);
+  EXPECT_NEAR(qp.y[0], -2.0, 1e-6);
+  EXPECT_NEAR(qp.y[1], 0.0, 1e-6);
+  EXPECT_NEAR(qp.y[2], 0.0, 1e-6);
+  EXPECT_NEAR(qp.act[0], 1.0, 1e-6);
+  EXPECT_NEAR(qp.act[1], 1.0, 1e-6);
+  EXPECT_NEAR(qp.act[2], 1.0, 1e-6);
+  EXPECT_NEAR(qp.record.objValue, 1.5, 1e-6);
+  EXPECT_GT(qp.record.iterations, 0);
+  EXPECT_LT(qp.record.primalInfeas, 1e-8);
+  EXPECT_EQ(qp.record.timeZero, 0.0);
+  EXPECT_GE(qp.record.solverTime, 0.0);
+  // The host's numbers are as they came in.
+  EXPECT_EQ(qp.obj, (std::vector<double>{-3, -1}));
+  EXPECT_EQ(qp.rhs, (std::vector<double>{1, -5, 0.5}));
+  EXPECT_EQ(qp.range, (std::vector<double>{0, 10, 0}));
+  EXPECT_EQ(qp.sense, (std::vector<char>{'L', 'R', 'G'}));
+  EXPECT_TRUE(messages.saw(0x827FD001));
+  EXPECT_TRUE(messages.saw(0x827FD804));
+  EXPECT_EQ(instance->env.preModule, nullptr);
+  EXPECT_EQ(instance->env.preObject, nullptr);
+  EXPECT_EQ(instanceLive(), before);
+}
+
+TEST_F(QPDriver, MaximisationKeepsTheHostsSign) {
+  SmallQP qp;
+  qp.record.objSense = -1;
+  for (double& c : qp.obj) c = -c;
+  for (double& q : qp.quadDiag) q = -q;
+  qp.record.objConstant = -4.0;
+  ASSERT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(qp.x[0], 1.0, 1e-6);
+  EXPECT_NEAR(qp.x[1], 0.0, 1e-6);
+  EXPECT_NEAR(qp.record.objValue, -1.5, 1e-6);
+  EXPECT_EQ(qp.obj, (std::vector<double>{3, 1}));
+  EXPECT_EQ(qp.quadDiag, (std::vector<double>{-1, -1}));
+}
+
+TEST_F(QPDriver, ZeroRangeRowEndsAsAnEquation) {
+  SmallQP qp;
+  qp.range[1] = 0.0;
+  qp.rhs[1] = 0.2;  // x1 - x2 = 0.2 moves the optimum to (0.6, 0.4)
+  ASSERT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
+  EXPECT_EQ(qp.sense[1], 'E');
+  EXPECT_EQ(qp.rhs[1], 0.2);
+  EXPECT_NEAR(qp.x[0], 0.6, 1e-6);
+  EXPECT_NEAR(qp.x[1], 0.4, 1e-6);
+}
+
+TEST_F(QPDriver, LimitsKeepThePointAndBreakStopsTheSolve) {
+  SmallQP qp;
+  instance->scripter.maxIteration = 2;
+  ASSERT_EQ(solve(qp.record), QP_RETURN_ITERATION_LIMIT);
+  EXPECT_EQ(qp.record.iterations, 2);
+  EXPECT_TRUE(qp.x[0] != 0.0 || qp.x[1] != 0.0);
+  EXPECT_TRUE(messages.saw(0x827FD008));
+
+  instance->scripter.maxIteration = 2147483647;
+  SmallQP stopped;
+  int calls = 0;
+  stopped.record.checkSolverBreak = [](void* data) -> int32_t {
+    ++*static_cast<int*>(data);
+    return 1;
+  };
+  stopped.record.scripterDataStruct = &calls;
+  EXPECT_EQ(solve(stopped.record), QP_RETURN_INTERRUPTED);
+  EXPECT_GT(calls, 0);
+  // An interrupted solve hands back zeros, not a half-finished point.
+  EXPECT_EQ(stopped.x, (std::vector<double>{0, 0}));
+  EXPECT_EQ(stopped.y, (std::vector<double>{0, 0, 0}));
+}
+
+TEST_F(QPDriver, ModelWithoutMatrixOrRows) {
+  // minimise 1/2 x^2 - x over [0, 10]: x = 1.
+  double q = 1, c = -1, lo = 0, up = 10, x = 0;
+  QPRecord r{};
+  r.objSense = 1;
+  r.numCol = 1;
+  r.quadDiag = &q;
+  r.obj = &c;
+  r.lower = &lo;
+  r.upper = &up;
+  r.solPrimal = &x;
+  int32_t code = solve(r);
+  ASSERT_EQ(code, QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(x, 1.0, 1e-6);
+  EXPECT_NEAR(r.objValue, -0.5, 1e-6);
+}
+
+TEST_F(QPDriver, PresolveThatSolvesEverythingDoesNoIteration) {
+  // Two singleton equations fix both columns.
+  std::vector<double> a{1, 1}, obj{1, 2}, rhs{1, 2}, lo{0, 0}, up{5, 5}, x(2), y(2), act(2);
+  std::vector<int32_t> idx{0, 1}, beg{0, 1, 2};
+  std::vector<char> sense{'E', 'E'};
+  QPRecord r{};
+  r.objSense = 1;
+  r.numRow = 2;
+  r.numCol = 2;
+  r.numCoef = 2;
+  r.matValue = a.data();
+  r.rowIndex = idx.data();
+  r.colBegin = beg.data();
+  r.obj = obj.data();
+  r.rhs = rhs.data();
+  r.lower = lo.data();
+  r.upper = up.data();
+  r.rowSense = sense.data();
+  r.solPrimal = x.data();
+  r.solDual = y.data();
+  r.rowActivity = act.data();
+  ASSERT_EQ(solve(r), QP_RETURN_OPTIMAL);
+  EXPECT_EQ(r.iterations, 0);
+  EXPECT_NEAR(x[0], 1.0, 1e-12);
+  EXPECT_NEAR(x[1], 2.0, 1e-12);
+  EXPECT_NEAR(r.objValue, 5.0, 1e-12);
+  EXPECT_NEAR(y[0], 1.0, 1e-12);
+  EXPECT_NEAR(y[1], 2.0, 1e-12);
+}
+
+TEST_F(QPDriver, UnknownPresolveSettingIsReportedAndTheSolveGoesOn) {
+  SmallQP qp;
+  instance->scripter.presolver = 7;
+  EXPECT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
+  EXPECT_TRUE(messages.saw(0x827FD86D));
+  EXPECT_TRUE(messages.saw(0x827FD864));
+}
+
+TEST_F(QPDriver, BadNumbersAreRefusedAndTheHostArraysStayAsTheyCame) {
+  struct Case {
+    const char* what;
+    void (*spoil)(SmallQP&);
+    int32_t expected;
+  } cases[] = {
+      {"NaN objective", [](SmallQP& p) { p.obj[1] = NAN; }, QP_RETURN_FAILURE},
+      {"infinite rhs", [](SmallQP& p) { p.rhs[0] = INFINITY; }, QP_RETURN_FAILURE},
+      {"huge entry", [](SmallQP& p) { p.matValue[2] = 1.35e151; }, QP_RETURN_FAILURE},
+      {"huge range", [](SmallQP& p) { p.range[1] = -2e151; }, QP_RETURN_FAILURE},
+      {"row index out of range", [](SmallQP& p) { p.rowIndex[1] = 3; }, QP_RETURN_FAILURE},
+      {"unknown sense", [](SmallQP& p) { p.sense[2] = 'X'; }, QP_RETURN_FAILURE},
+      {"negative count", [](SmallQP& p) { p.record.numRow = -1; }, QP_RETURN_FAILURE},
+      {"missing rhs", [](SmallQP& p) { p.record.rhs = nullptr; }, QP_RETURN_FAILURE},
+      {"column starts off", [](SmallQP& p) { p.colBegin[2] = 4; }, QP_RETURN_FAILURE},
+      {"break data alone", [](SmallQP& p) { p.record.scripterDataStruct = &p; },
+       QP_RETURN_FAILURE},
+  };
+  for (const Case& c : cases) {
+    SmallQP qp, pristine;
+    c.spoil(qp);
+    std::vector<double> obj = qp.obj, rhs = qp.rhs, range = qp.range, q = qp.quadDiag;
+    int64_t before = instanceLive();
+    EXPECT_EQ(solve(qp.record), c.expected) << c.what;
+    EXPECT_TRUE(std::memcmp(obj.data(), qp.obj.data(), 16) == 0) << c.what;
+    EXPECT_TRUE(std::memcmp(rhs.data(), qp.rhs.data(), 24) == 0) << c.what;
+    EXPECT_TRUE(std::memcmp(range.data(), qp.range.data(), 24) == 0) << c.what;
+    EXPECT_EQ(q, qp.quadDiag) << c.what;
+    EXPECT_EQ(instanceLive(), before) << c.what;
+  }
+  // The limit itself is allowed: a fixed column may carry it.
+  SmallQP edge;
+  edge.obj[1] = 1.3407807929943e+151;
+  edge.upper[1] = 0.0;
+  EXPECT_EQ(solve(edge.record), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(edge.x[0], 1.0, 1e-6);
+}
+
+TEST_F(QPDriver, MissingPresolveSiblingCountsAsOutOfMemory) {
+  host.registerModule("bramlet", nullptr);
+  SmallQP qp;
+  EXPECT_EQ(solve(qp.record), QP_RETURN_OUT_OF_MEMORY);
+  EXPECT_TRUE(messages.saw(0x827FD806));
+  EXPECT_EQ(qp.obj, (std::vector<double>{-3, -1}));
+}
+
+TEST_F(QPDriver, EveryRefusedAllocationEndsCleanly) {
+  // Refuse the k-th allocation of a whole solve, for every k until a solve
+  // runs through without meeting the refusal.
+  for (int k = 0; k < 5000; ++k) {
+    SmallQP qp;
+    int64_t before = instanceLive();
+    int64_t refusedBefore = host.totalStats().refused;
+    host.failAllocation(k);
+    int32_t code = solve(qp.record);
+    bool hit = host.totalStats().refused > refusedBefore;
+    host.clearFailures();
+    EXPECT_EQ(instanceLive(), before) << "refusal " << k;
+    EXPECT_EQ(qp.obj, (std::vector<double>{-3, -1})) << "refusal " << k;
+    EXPECT_EQ(qp.rhs, (std::vector<double>{1, -5, 0.5})) << "refusal " << k;
+    if (!hit) {
+      EXPECT_EQ(code, QP_RETURN_OPTIMAL);
+      EXPECT_GT(k, 10);
+      return;
+    }
+    EXPECT_EQ(code, QP_RETURN_OUT_OF_MEMORY) << "refusal " << k;
+    if (::testing::Test::HasFailure()) return;
+  }
+  FAIL() << "the solve never ran through";
+}
+
+TEST(QPReturnCodes, MapEveryInternalStatus) {
+  const int32_t table[][2] = {{1, 0},  {15, 9}, {256, 2}, {3, 2},   {4, 3},   {14, 23},
+                              {10, 8}, {7, 5},  {8, 10},  {12, 99}, {-1086, 1}, {1003, 8},
+                              {0, 8},  {100, 8}};
+  for (const auto& row : table) EXPECT_EQ(qpReturnCode(row[0]), row[1]) << row[0];
+}
+
+using StatusReport = HostTest;
+
+TEST_F(StatusReport, CodesFollowTheStatusAndPrintLevelZeroIsSilent) {
+  RecordingLog messages;
+  env.messageLog = &messages.base;
+  ipmOption option{};
+  option.printLevel = 2;
+  iplpReportStatus(1.0, &env, IPM_STATUS_TIME_LIMIT, &option);
+  option.timerType = 1;
+  iplpReportStatus(1.0, &env, IPM_STATUS_TIME_LIMIT, &option);
+  iplpReportStatus(1.0, &env, IPM_STATUS_OUT_OF_MEMORY, &option);
+  iplpReportStatus(1.0, &env, IPM_STATUS_INTERRUPTED, &option);
+  iplpReportStatus(1.0, &env, IPM_STATUS_SIBLING_INFEASIBLE, &option);
+  iplpReportStatus(1.0, &env, 42, &option);
+  const std::vector<int64_t> codes{0x827FD00B, 0x827FD002, 0x827FD00C, 0x827FD002,
+                                   0x827FD006, 0x827FD010, 0x827FD00E, 0x827FD011};
+  const std::vector<int32_t> severities{2, 2, 2, 2, 4, 3, 2, 2};
+  EXPECT_EQ(messages.codes, codes);
+  EXPECT_EQ(messages.severities, severities);
+  option.printLevel = 0;
+  iplpReportStatus(1.0, &env, IPM_STATUS_OPTIMAL, &option);
+  EXPECT_EQ(messages.codes.size(), codes.size());
+  env.messageLog = nullptr;
+  option.printLevel = 2;
+  iplpReportStatus(1.0, &env, IPM_STATUS_OPTIMAL, &option);  // no log: silent
+}
+
+}  // namespace
