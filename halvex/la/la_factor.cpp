@@ -1,0 +1,308 @@
+// The numeric LDL' on the plan of the analysis: right-looking and
+// supernodal.  Each supernode is assembled, factored densely with pivots
+// inside its diagonal block, and its update is formed once as a dense
+// product and pushed into all ancestors at once.
+//
+// A plan that chose the threaded path keeps its block storage: wide
+// supernodes are stored in tiles.  Until that path has its scheduler, such
+// a plan is factored here on the caller's thread, column block by column
+// block, so that the pivots stay inside each block as the threaded solve
+// expects.
+#include <math.h>
+#include <string.h>
+
+#include "kernels/kernels.h"
+#include "la/la_numeric_internal.h"
+
+namespace {
+
+// Everything one factor step works with.
+struct FactorRun {
+  LASymbolic* sym;
+  double* factor;
+  double* U;        // update area
+  double* W;        // panel area: L * D of the current block
+  double* T;        // a wide column block gathered out of its tiles
+  int32_t* rel;     // n entries
+  int32_t* touched; // one per supernode
+  double* bufA;
+  double* bufB;
+  double tol;
+  int32_t perturbed;
+  int32_t nb;       // block size of tiled storage, 0 for none
+};
+
+inline bool isTiled(const FactorRun& run, int32_t c) { return run.nb > 0 && c > run.nb; }
+
+// Copies the values into lowerCopy, in analysis order.  Bad input is a
+// status, never an access out of bounds.
+int32_t copyLower(int32_t mode, int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                  const double* value, LASymbolic* sym, LANumeric* num) {
+  if (n != sym->n || !colBegin || (n > 0 && colBegin[0] != 0)) return LA_ERR_INTERNAL;
+  for (int32_t j = 0; j < n; j++)
+    if (colBegin[j + 1] < colBegin[j]) return LA_ERR_INTERNAL;
+  int32_t nnz = n > 0 ? colBegin[n] : 0;
+  if (nnz > 0 && (!rowIndex || !value)) return LA_ERR_INTERNAL;
+  for (int32_t p = 0; p < nnz; p++)
+    if (rowIndex[p] < 0 || rowIndex[p] >= n) return LA_ERR_INTERNAL;
+  LAMatrix* lower = &num->lowerCopy;
+  if (mode == 0) return PermuteSymMatrixLower(n, colBegin, rowIndex, value, lower, sym->perm,
+                                              sym->invPerm);
+  int64_t count = 0;
+  for (int32_t j = 0; j < n; j++) {
+    lower->colBegin[j] = (int32_t)count;
+    for (int32_t p = colBegin[j]; p < colBegin[j + 1]; p++) {
+      if (rowIndex[p] < j) continue;
+      if (count >= lower->numCoef) return LA_ERR_INTERNAL;
+      lower->rowIndex[count] = rowIndex[p];
+      lower->value[count] = value[p];
+      count++;
+    }
+  }
+  if (n > 0) lower->colBegin[n] = (int32_t)count;
+  return count == lower->numCoef ? LA_OK : LA_ERR_INTERNAL;
+}
+
+inline int64_t snodeSize(const LASymbolic* sym, int32_t s) {
+  return sym->factorBegin[s + 1] - sym->factorBegin[s];
+}
+
+void clearSNode(FactorRun& run, int32_t s) {
+  memset(run.factor + run.sym->factorBegin[s], 0, sizeof(double) * (size_t)snodeSize(run.sym, s));
+  run.touched[s] = 1;
+}
+
+// U := L2 * W2^T for the rows below a block of w columns; lower triangle,
+// leading dimension k.
+void formUpdate(FactorRun& run, const double* L, const double* Wp, int32_t rl, int32_t w) {
+  int32_t k = rl - w;
+  if (w == 1) {
+    my_outer_prod(k, k, L + 1, Wp + 1, run.U);
+    return;
+  }
+  for (int32_t i = w; i < rl; i += KERNEL_BLOCK) {
+    int32_t jb = rl - i < KERNEL_BLOCK ? rl - i : KERNEL_BLOCK;
+    double* Ud = run.U + (i - w) + (int64_t)(i - w) * k;
+    my_dsyrk2_LNT_0p1(&jb, &w, L + i, &rl, Wp + i, &rl, Ud, &k, run.bufA, run.bufB);
+    int32_t below = rl - i - jb;
+    if (below > 0) laGemmNT(below, jb, w, 1.0, L + i + jb, rl, Wp + i, rl, 0.0, Ud + jb, k);
+  }
+}
+
+// Pushes U (k by k, lower) into the supernodes that hold the update rows
+// upd[0..k).
+void pushUpdate(FactorRun& run, const int32_t* upd, int32_t k) {
+  LASymbolic* sym = run.sym;
+  int32_t* rel = run.rel;
+  const double* U = run.U;
+  for (int32_t p = 0; p < k;) {
+    int32_t t = sym->colToSNode[upd[p]];
+    if (!run.touched[t]) clearSNode(run, t);
+    int32_t tEnd = sym->snodeStart[t + 1];
+    int32_t m = 1;
+    while (p + m < k && upd[p + m] < tEnd) m++;
+    // Positions of the update rows in t's row list, by a merge.
+    const int32_t* tl = sym->rowList + sym->rowBegin[t];
+    int32_t rt = laSNodeRows(sym, t), ct = laSNodeCols(sym, t);
+    int32_t pos = upd[p] - sym->snodeStart[t];
+    for (int32_t q = p; q < k; q++) {
+      while (pos < rt && tl[pos] < upd[q]) pos++;
+      rel[q] = pos;
+    }
+    double* Ft = run.factor + sym->factorBegin[t];
+    if (isTiled(run, ct)) {
+      for (int32_t u = p; u < p + m; u++) {
+        const double* Uc = U + (int64_t)u * k;
+        for (int32_t v = u; v < k; v++)
+          Ft[laBlockOffset(run.nb, rt, ct, rel[v], rel[u])] -= Uc[v];
+      }
+    } else if (rel[k - 1] - rel[p] == k - 1 - p) {
+      int32_t base = rel[p];
+      for (int32_t u = p; u < p + m; u++) {
+        double* Fc = Ft + (int64_t)rel[u] * rt + base - p;
+        const double* Uc = U + (int64_t)u * k;
+        for (int32_t v = u; v < k; v++) Fc[v] -= Uc[v];
+      }
+    } else {
+      for (int32_t u = p; u < p + m; u++) {
+        double* Fc = Ft + (int64_t)rel[u] * rt;
+        const double* Uc = U + (int64_t)u * k;
+        for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Uc[v];
+      }
+    }
+    p += m;
+  }
+}
+
+// Factors one block of w columns and rl rows held column-major in P, and
+// pushes its update.
+void factorBlock(FactorRun& run, double* P, int32_t rl, int32_t w, const int32_t* rows,
+                 int32_t* pivots) {
+  LA_DenseLDLFactorize(run.tol, rl, w, P, rl, pivots, run.W, &run.perturbed, run.bufA, run.bufB);
+  int32_t k = rl - w;
+  if (k <= 0) return;
+  formUpdate(run, P, run.W, rl, w);
+  pushUpdate(run, rows + w, k);
+}
+
+// Moves column block J of a tiled supernode between its tiles and T.
+void moveColumnBlock(FactorRun& run, int32_t s, int32_t J, bool toTiles) {
+  LASymbolic* sym = run.sym;
+  int32_t nb = run.nb, r = laSNodeRows(sym, s), c = laSNodeCols(sym, s);
+  int32_t w = c - J * nb < nb ? c - J * nb : nb;
+  int32_t rl = r - J * nb;
+  double* base = run.factor + sym->factorBegin[s] + laWideColBlockStart(nb, r, J);
+  int32_t nrb = (r - 1) / nb + 1;
+  for (int32_t I = J; I < nrb; I++) {
+    int32_t h = r - I * nb < nb ? r - I * nb : nb;
+    double* tile = base + (int64_t)(I - J) * nb * w;
+    for (int32_t jj = 0; jj < w; jj++) {
+      double* t = run.T + (int64_t)(I - J) * nb + (int64_t)jj * rl;
+      double* f = tile + (int64_t)jj * h;
+      if (toTiles) memcpy(f, t, sizeof(double) * (size_t)h);
+      else memcpy(t, f, sizeof(double) * (size_t)h);
+    }
+  }
+}
+
+void factorSNode(FactorRun& run, const LAMatrix* lower, int32_t s) {
+  LASymbolic* sym = run.sym;
+  int32_t first = sym->snodeStart[s];
+  int32_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
+  const int32_t* rows = sym->rowList + sym->rowBegin[s];
+  int32_t* rel = run.rel;
+  for (int32_t i = 0; i < r; i++) rel[rows[i]] = i;
+  if (!run.touched[s]) clearSNode(run, s);
+  double* F = run.factor + sym->factorBegin[s];
+  bool tiled = isTiled(run, c);
+  // Added, not stored: the array may hold updates, and duplicates add up.
+  for (int32_t j = 0; j < c; j++) {
+    const int32_t col = first + j;
+    for (int32_t p = lower->colBegin[col]; p < lower->colBegin[col + 1]; p++) {
+      int32_t i = rel[lower->rowIndex[p]];
+      int64_t off = tiled ? laBlockOffset(run.nb, r, c, i, j) : i + (int64_t)j * r;
+      F[off] += lower->value[p];
+    }
+  }
+  if (!tiled) {
+    factorBlock(run, F, r, c, rows, sym->pivots + first);
+    return;
+  }
+  int32_t nb = run.nb;
+  for (int32_t J = 0; J * nb < c; J++) {
+    int32_t w = c - J * nb < nb ? c - J * nb : nb;
+    moveColumnBlock(run, s, J, false);
+    factorBlock(run, run.T, r - J * nb, w, rows + J * nb, sym->pivots + first + J * nb);
+    moveColumnBlock(run, s, J, true);
+  }
+}
+
+// Pivot counts by sign and the ratio of the smallest to the largest pivot.
+void collectInertia(LAEnv* env, const LASymbolic* sym, int32_t nb) {
+  int32_t pos = 0, neg = 0;
+  double mn = 1e+20, mx = 0.0;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int32_t first = sym->snodeStart[s];
+    int32_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
+    const double* F = sym->factor + sym->factorBegin[s];
+    int32_t bnb = nb > 0 && c > nb ? nb : 0;
+    for (int32_t j = 0; j < c;) {
+      double a = F[laBlockOffset(bnb, r, c, j, j)];
+      if (sym->pivots[first + j] >= 0) {
+        if (a <= 0.0) {
+          neg++;
+          a = -a;
+        } else {
+          pos++;
+        }
+        if (a < mn) mn = a;
+        if (a > mx) mx = a;
+        j += 1;
+      } else {
+        double b = F[laBlockOffset(bnb, r, c, j + 1, j + 1)];
+        double d = F[laBlockOffset(bnb, r, c, j + 1, j)];
+        double disc = sqrt(d * 4.0 * d + (a - b) * (a - b));
+        if (a + b - disc <= 0.0) neg++;
+        else pos++;
+        if (a + b + disc <= 0.0) neg++;
+        else pos++;
+        double fa = fabs(a), fb = fabs(b);
+        double big = fa > fb ? fa : fb, small = fa < fb ? fa : fb;
+        if (big > mx) mx = big;
+        if (small > 0.0 && small < mn) mn = small;
+        j += 2;
+      }
+    }
+  }
+  env->numPositivePivots = pos;
+  env->numNegativePivots = neg;
+  env->pivotRatio = mx >= 1.110223024625157e-16 ? mn / mx : 0.0;
+}
+
+// Work areas of a tiled plan's fallback: the per-thread areas of that plan
+// are sized for its own blocks, not for whole column blocks.
+int32_t fallbackAreas(LAEnv* env, LASymbolic* sym, double** area, FactorRun& run) {
+  int32_t nb = sym->blockSize;
+  int64_t maxT = 0, maxW = 0, maxU = 0;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int64_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
+    int64_t w = c > nb ? nb : c;
+    int64_t k = r - w;
+    if (c > nb && r * nb > maxT) maxT = r * nb;
+    int64_t wp = r == w ? w * KERNEL_BLOCK : r * w;
+    if (wp > maxW) maxW = wp;
+    if (k * k > maxU) maxU = k * k;
+  }
+  int64_t total = maxT + maxW + maxU;
+  if ((double)total * 8.0 >= LA_SIZE_LIMIT) return LA_ERR_MEMORY;
+  *area = static_cast<double*>(poolAlloc(env->pool, (total > 2 ? total : 2) * 8, 0));
+  if (!*area) return LA_ERR_MEMORY;
+  run.U = *area;
+  run.W = run.U + maxU;
+  run.T = run.W + maxW;
+  return LA_OK;
+}
+
+}  // namespace
+
+HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t* colBegin,
+                                         const int32_t* rowIndex, const double* value,
+                                         LAEnv* env, LASymbolic* symbolic, LANumeric* numeric) {
+  if (!env || !env->pool || !symbolic || !numeric || symbolic->kind != 1) return LA_ERR_INTERNAL;
+  LASymbolic* sym = symbolic;
+  // A plan whose analysis failed half-way is refused, not followed.
+  if (!sym->factor || !sym->rowList || !sym->work || !numeric->lowerCopy.colBegin ||
+      !numeric->packBuffers || !numeric->panelBuffers)
+    return LA_ERR_INTERNAL;
+  int32_t status = copyLower(mode, n, colBegin, rowIndex, value, sym, numeric);
+  if (status) return status;
+  sym->pivotTol = LA_PIVOT_TOL;
+
+  FactorRun run;
+  memset(&run, 0, sizeof(run));
+  run.sym = sym;
+  run.factor = sym->factor;
+  run.tol = sym->pivotTol;
+  run.bufA = static_cast<double*>(numeric->packBuffers);
+  run.bufB = numeric->panelBuffers;
+  run.rel = static_cast<int32_t*>(numeric->scratch);
+  run.touched = run.rel + n;
+  double* area = nullptr;
+  if (sym->threaded) {
+    run.nb = sym->blockSize;
+    status = fallbackAreas(env, sym, &area, run);
+    if (status) return status;
+  } else {
+    run.U = static_cast<double*>(sym->work);
+    run.W = run.U + sym->updateBufferSize;
+  }
+
+  memset(run.touched, 0, sizeof(int32_t) * (size_t)sym->numSNodes);
+  for (int32_t s = 0; s < sym->numSNodes; s++) factorSNode(run, &numeric->lowerCopy, s);
+  // The threaded path adds its threads' counts; this one assigns.
+  sym->numPerturbed = run.perturbed;
+  if (area) poolFree(env->pool, area);
+
+  if (env->collectInertia == 1) collectInertia(env, sym, run.nb);
+  return LA_OK;
+}

@@ -1,0 +1,224 @@
+// Flexible GMRES with the whole factorisation as preconditioner: it wins
+// back the accuracy that static pivoting gives away.  The restart length
+// starts short and doubles only when a cycle brings too little.
+#include <math.h>
+#include <string.h>
+
+#include "kernels/kernels.h"
+#include "la/la_numeric_internal.h"
+
+namespace {
+
+// Two-norm by the scale-and-sum-of-squares recurrence, safe from overflow.
+double safeNorm2(int32_t n, const double* x) {
+  double scale = 0.0, ssq = 1.0;
+  for (int32_t i = 0; i < n; i++) {
+    if (x[i] == 0.0) continue;
+    double v = fabs(x[i]);
+    if (v <= scale) {
+      ssq += (v / scale) * (v / scale);
+    } else {
+      ssq = ssq * (scale / v) * (scale / v) + 1.0;
+      scale = v;
+    }
+  }
+  return scale * sqrt(ssq);
+}
+
+double normInf(int32_t n, const double* x) {
+  double m = 0.0;
+  for (int32_t i = 0; i < n; i++)
+    if (fabs(x[i]) > m) m = fabs(x[i]);
+  return m;
+}
+
+// r := b - A x over the stored matrix, both triangles, column by column.
+void residual(int32_t n, const int32_t* colBegin, const int32_t* rowIndex, const double* value,
+              const double* b, const double* x, double* r) {
+  memcpy(r, b, sizeof(double) * (size_t)n);
+  for (int32_t j = 0; j < n; j++) {
+    double xj = x[j];
+    for (int32_t k = colBegin[j]; k < colBegin[j + 1]; k++) r[rowIndex[k]] -= value[k] * xj;
+  }
+}
+
+inline double backwardError(double normR, double normX, double normA, double normB) {
+  return normB == 0.0 ? 0.0 : normR / (normX * normA + normB);
+}
+
+}  // namespace
+
+int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin,
+               const int32_t* rowIndex, const double* value, const double* b, int32_t mode,
+               int32_t maxIter, int32_t m, int32_t mMax, int32_t keepExtra, int32_t ortho,
+               LAEnv* env, LASymbolic* sym, LATriangularSolveFn solve, double* result, double* x,
+               double* scratch) {
+  (void)keepExtra;  // every caller forms the residual afresh
+  double* w = scratch;  // also the triangular solve's vector
+  double* xNew = scratch + n;
+  double* r = scratch + 2 * (int64_t)n;
+  double* g = r;  // the rotated right-hand side, once r has gone into V[0]
+
+  // 1. Residual and the norms of the backward error.
+  double normA = 0.0;
+  memcpy(r, b, sizeof(double) * (size_t)n);
+  for (int32_t j = 0; j < n; j++) {
+    double xj = x[j], sum = 0.0;
+    for (int32_t k = colBegin[j]; k < colBegin[j + 1]; k++) {
+      r[rowIndex[k]] -= value[k] * xj;
+      sum += fabs(value[k]);
+    }
+    if (sum > normA) normA = sum;
+  }
+  double normBInf = normInf(n, b), normB2 = safeNorm2(n, b);
+  double normX2 = safeNorm2(n, x);
+  double omega = backwardError(normInf(n, r), normInf(n, x), normA, normBInf);
+  if (omega < tol) {
+    *result = omega;
+    return LA_REFINE_CONVERGED;
+  }
+
+  // 2. Work: V, Z, H and the rotations for the longest restart.
+  int64_t need = ((int64_t)mMax + 3 + 2 * (int64_t)n) * mMax;
+  double* work = static_cast<double*>(sym->work);
+  double* owned = nullptr;
+  if ((int64_t)sym->updateBufferSize + sym->panelBufferSize < need || !work) {
+    owned = static_cast<double*>(poolAlloc(env->pool, (need > 2 ? need : 2) * 8, 0));
+    if (!owned) return LA_ERR_MEMORY;
+    work = owned;
+  }
+  auto finish = [&](double value, int32_t status) {
+    *result = value;
+    if (owned) poolFree(env->pool, owned);
+    return status;
+  };
+
+  int32_t total = 0, stop = 0;
+  const int kOne = 1;
+  while (omega > tol && total < maxIter && !stop) {
+    double* V = work;
+    double* Z = V + (int64_t)n * m;
+    double* H = Z + (int64_t)n * m;
+    int32_t ldh = m + 1;
+    double* cs = H + (int64_t)ldh * m;
+    double* sn = cs + m;
+
+    double omegaOld = omega;
+    double beta = my_dnrm2(n, r, 1);
+    double scale = beta > 0.0 ? 1.0 / beta : 0.0;
+    for (int32_t i = 0; i < n; i++) V[i] = r[i] * scale;
+    g[0] = beta;
+    double limit = tol * (normA * normX2 + normB2);
+
+    int32_t j = 0;
+    if (beta > limit && m > 0) {
+      // The work limit holds inside a cycle too.
+      while (!stop && fabs(g[j]) > limit && j < m && total + j < maxIter) {
+        double* Vj = V + (int64_t)j * n;
+        double* Zj = Z + (int64_t)j * n;
+        memcpy(Zj, Vj, sizeof(double) * (size_t)n);
+        int32_t status = mode == 0 ? solve(0, Zj, sym, w) : solve(1, w, sym, Zj);
+        if (status) return finish(omega, LA_ERR_SOLVE_OVERFLOW);
+        memset(w, 0, sizeof(double) * (size_t)n);
+        for (int32_t col = 0; col < n; col++) {
+          double z = Zj[col];
+          for (int32_t k = colBegin[col]; k < colBegin[col + 1]; k++) w[rowIndex[k]] += value[k] * z;
+        }
+        double* Hj = H + (int64_t)j * ldh;
+        switch (ortho) {
+          case 0:
+          case 1:
+            for (int32_t sweep = 0; sweep < (ortho == 0 ? 1 : 2); sweep++)
+              for (int32_t i = 0; i <= j; i++) {
+                double h = my_ddot(n, w, 1, V + (int64_t)i * n, 1);
+                Hj[i] = sweep == 0 ? h : Hj[i] + h;
+                my_daxpy_one(-h, n, V + (int64_t)i * n, w);
+              }
+            break;
+          case 2: {
+            for (int32_t sweep = 0; sweep < 2; sweep++) {
+              // The second sweep's coefficients are added, so they wait
+              // in xNew, which is free until the cycle ends.
+              double* coef = sweep == 0 ? Hj : xNew;
+              laGemv('T', n, j + 1, 1.0, V, n, w, 0.0, coef);
+              laGemv('N', n, j + 1, -1.0, V, n, coef, 1.0, w);
+              if (sweep == 1)
+                for (int32_t i = 0; i <= j; i++) Hj[i] += coef[i];
+            }
+            break;
+          }
+          default:
+            return finish(omega, LA_ERR_INTERNAL);
+        }
+        double hn = my_dnrm2(n, w, 1);
+        Hj[j + 1] = hn;
+        if (hn > 8.636168555094447e-78) {
+          if (j < m - 1) {
+            double inv = 1.0 / hn;
+            double* Vn = V + (int64_t)(j + 1) * n;
+            for (int32_t i = 0; i < n; i++) Vn[i] = w[i] * inv;
+          }
+          for (int32_t i = 0; i < j; i++) {
+            double a = Hj[i], bb = Hj[i + 1];
+            Hj[i + 1] = cs[i] * bb - sn[i] * a;
+            Hj[i] = sn[i] * bb + cs[i] * a;
+          }
+          double a = Hj[j], bb = Hj[j + 1];
+          if (bb == 0.0) {
+            cs[j] = 1.0;
+            sn[j] = 0.0;
+          } else if (a == 0.0) {
+            cs[j] = 0.0;
+            sn[j] = bb > 0.0 ? 1.0 : -1.0;
+            Hj[j] = fabs(bb);
+          } else {
+            double t = a * a, u = bb * bb + t, v = sqrt(u * t);
+            if (v == 0.0) {
+              cs[j] = 1.0;
+              sn[j] = 0.0;
+            } else {
+              cs[j] = t / v;
+              sn[j] = bb * a / v;
+              Hj[j] = a * u / v;
+              Hj[j + 1] = 0.0;
+            }
+          }
+          g[j + 1] = -sn[j] * g[j];
+          g[j] = cs[j] * g[j];
+          j += 1;
+        } else if (j == 0) {
+          return finish(omega, LA_REFINE_STOPPED);
+        } else {
+          stop = 1;
+        }
+        // y from the triangle so far, into w.
+        memcpy(w, g, sizeof(double) * (size_t)j);
+        dtrsv_("U", "N", "N", &j, H, &ldh, w, &kOne, 1, 1, 1);
+      }
+    }
+    total += j;
+    if (j == 0) return finish(omega, LA_REFINE_CONVERGED);
+
+    // xNew = x + Z y, and its backward error.
+    memcpy(xNew, x, sizeof(double) * (size_t)n);
+    laGemv('N', n, j, 1.0, Z, n, w, 1.0, xNew);
+    residual(n, colBegin, rowIndex, value, b, xNew, r);
+    double omegaNew = backwardError(normInf(n, r), normInf(n, xNew), normA, normBInf);
+
+    bool accept;
+    if (omegaNew < stagnation * omegaOld || stop) {
+      accept = omegaNew < omegaOld || stop == 1;
+    } else {
+      m *= 2;
+      if (m > mMax) return finish(omegaNew, LA_REFINE_STOPPED);
+      accept = omegaNew < omegaOld;
+    }
+    // A refused iterate still hands its residual to the next cycle.
+    if (accept) {
+      memcpy(x, xNew, sizeof(double) * (size_t)n);
+      normX2 = safeNorm2(n, x);
+    }
+    omega = omegaNew;
+  }
+  return finish(omega, omega < tol ? LA_REFINE_CONVERGED : LA_REFINE_STOPPED);
+}

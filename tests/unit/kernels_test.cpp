@@ -1,0 +1,716 @@
+// The dense kernels against plain reference loops: random shapes around the
+// block size, zero sizes, padded leading dimensions (whose padding must be
+// neither read nor written), and every sign and scaling variant.
+#include <gtest/gtest.h>
+#include <math.h>
+
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kernels/kernels.h"
+#include "kernels/panel.h"
+
+namespace {
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+const double kGuard = 12345.0;  // in output padding: must survive
+
+struct Mat {
+  int rows = 0, cols = 0, ld = 1;
+  std::vector<double> v;
+  Mat() = default;
+  // Entries uniform in [-1, 1]; the padding rows hold `pad`.
+  Mat(int r, int c, int extra, std::mt19937& rng, double pad) : rows(r), cols(c) {
+    ld = r + extra > 0 ? r + extra : 1;
+    v.assign((size_t)ld * (c > 0 ? c : 1), pad);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    for (int j = 0; j < c; ++j)
+      for (int i = 0; i < r; ++i) (*this)(i, j) = u(rng);
+  }
+  double& operator()(int i, int j) { return v[(size_t)i + (size_t)j * ld]; }
+  double operator()(int i, int j) const { return v[(size_t)i + (size_t)j * ld]; }
+  double* p() { return v.data(); }
+};
+
+// A well-conditioned triangle: unit-ish off-diagonal, a large diagonal.  The
+// other triangle is NaN, so any use of it shows.
+Mat triangular(int n, bool lower, std::mt19937& rng) {
+  Mat a(n, n, 2, rng, kNaN);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      if (i == j) a(i, j) = 2.0 + fabs(a(i, j));
+      else if ((i > j) != lower) a(i, j) = kNaN;
+      else a(i, j) *= 0.5;
+    }
+  return a;
+}
+
+// Largest difference over the rows x cols part, scaled by the size of ref.
+double relDiff(const Mat& got, const Mat& ref) {
+  double d = 0.0, s = 1.0;
+  for (int j = 0; j < ref.cols; ++j)
+    for (int i = 0; i < ref.rows; ++i) {
+      s = fmax(s, fabs(ref(i, j)));
+      const double e = fabs(got(i, j) - ref(i, j));
+      d = (e == e) ? fmax(d, e) : INFINITY;
+    }
+  return d / s;
+}
+
+// Padding rows of an output matrix still hold the guard.
+bool paddingIntact(const Mat& m) {
+  for (int j = 0; j < m.cols; ++j)
+    for (int i = m.rows; i < m.ld; ++i)
+      if (m(i, j) != kGuard) return false;
+  return true;
+}
+
+struct Buffers {
+  std::vector<double> a, b;
+  explicit Buffers(int cols) {
+    // NaN-filled so that reading past what was packed spoils the result.
+    a.assign(96 * 96, kNaN);
+    b.assign(96 * (size_t)(cols > 1 ? cols : 1), kNaN);
+  }
+};
+
+// ---- panel product -------------------------------------------------------------
+
+using PanelFn = void (*)(double*, int, const double*, const double*, int, int, int, bool,
+                         hxk::PanelShape);
+
+TEST(KernelPanel, BothPathsMatchReferenceForAllShapes) {
+  std::vector<std::pair<const char*, PanelFn>> paths = {{"portable", hxk::panelUpdatePortable}};
+  if (hxk::avx2Available()) paths.push_back({"avx2", hxk::panelUpdateAvx2});
+  std::mt19937 rng(1);
+  const int dims[][3] = {{0, 4, 4}, {4, 0, 4}, {4, 4, 0}, {1, 1, 1}, {5, 7, 3},
+                         {96, 96, 96}, {13, 50, 95}, {96, 200, 61}, {3, 26, 97 - 1}};
+  for (auto& path : paths)
+    for (auto& d : dims)
+      for (int shape = 0; shape < 3; ++shape)
+        for (bool minus : {false, true}) {
+          int m = d[0], n = d[1], k = d[2];
+          if (shape != 0) n = m;  // triangle kernels work on square blocks
+          Mat pa(96, m, 0, rng, 0.0), pb(96, n, 0, rng, 0.0);
+          for (int r = 0; r < m; ++r)
+            for (int q = k; q < 96; ++q) pa(q, r) = kNaN;  // beyond k: never read
+          for (int r = 0; r < n; ++r)
+            for (int q = k; q < 96; ++q) pb(q, r) = kNaN;
+          Mat c(m, n, 3, rng, kGuard), ref = c;
+          for (int j = 0; j < n; ++j)
+            for (int i = 0; i < m; ++i) {
+              if (shape == 1 && i < j) continue;
+              if (shape == 2 && i > j) continue;
+              double s = 0.0;
+              for (int q = 0; q < k; ++q) s += pa(q, i) * pb(q, j);
+              ref(i, j) += minus ? -s : s;
+            }
+          path.second(c.p(), c.ld, pa.p(), pb.p(), m, n, k, minus, (hxk::PanelShape)shape);
+          SCOPED_TRACE(std::string(path.first) + " m=" + std::to_string(m) + " n=" +
+                       std::to_string(n) + " k=" + std::to_string(k) + " shape=" +
+                       std::to_string(shape) + " minus=" + std::to_string(minus));
+          EXPECT_LT(relDiff(c, ref), 1e-13);
+          EXPECT_TRUE(paddingIntact(c));
+          // Entries outside the triangle are exactly as before.
+          for (int j = 0; j < n; ++j)
+            for (int i = 0; i < m; ++i)
+              if ((shape == 1 && i < j) || (shape == 2 && i > j)) {
+                ASSERT_EQ(c(i, j), ref(i, j));
+              }
+        }
+}
+
+// Panels in caller buffers may start anywhere on an 8-byte boundary; the
+// vector path peels a misaligned start, which must not change the sums.
+TEST(KernelPanel, PanelsAtEveryAlignment) {
+  std::vector<std::pair<const char*, PanelFn>> paths = {{"portable", hxk::panelUpdatePortable}};
+  if (hxk::avx2Available()) paths.push_back({"avx2", hxk::panelUpdateAvx2});
+  std::mt19937 rng(21);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  const int m = 7, n = 5;
+  std::vector<double> storeA(96 * m + 8), storeB(96 * n + 8);
+  for (auto& path : paths)
+    for (int off = 0; off < 4; ++off)
+      for (int k : {1, 2, 3, 4, 5, 13, 95, 96}) {
+        // First element whose address is `off` doubles past a 32-byte boundary.
+        auto place = [&](std::vector<double>& store) {
+          double* p = store.data();
+          while (((uintptr_t)p / sizeof(double)) % 4 != (uintptr_t)off) ++p;
+          return p;
+        };
+        double* pa = place(storeA);
+        double* pb = place(storeB);
+        for (int r = 0; r < m; ++r)
+          for (int q = 0; q < 96; ++q) pa[r * 96 + q] = q < k ? u(rng) : kNaN;
+        for (int r = 0; r < n; ++r)
+          for (int q = 0; q < 96; ++q) pb[r * 96 + q] = q < k ? u(rng) : kNaN;
+        Mat c(m, n, 0, rng, 0.0), ref = c;
+        for (int j = 0; j < n; ++j)
+          for (int i = 0; i < m; ++i)
+            for (int q = 0; q < k; ++q) ref(i, j) -= pa[i * 96 + q] * pb[j * 96 + q];
+        path.second(c.p(), c.ld, pa, pb, m, n, k, true, hxk::PANEL_FULL);
+        EXPECT_LT(relDiff(c, ref), 1e-13) << path.first << " off=" << off << " k=" << k;
+      }
+}
+
+TEST(KernelPanel, ExportedKernelsAreThePanelProduct) {
+  std::mt19937 rng(2);
+  const int m = 9, n = 9, k = 11;
+  Mat pa(96, m, 0, rng, 0.0), pb(96, n, 0, rng, 0.0), c0(m, n, 0, rng, 0.0);
+  auto ref = [&](bool minus, int shape) {
+    Mat c = c0;
+    hxk::panelUpdatePortable(c.p(), c.ld, pa.p(), pb.p(), m, n, k, minus, (hxk::PanelShape)shape);
+    return c;
+  };
+  struct Case { std::function<void(double*)> fn; bool minus; int shape; } cases[] = {
+      {[&](double* c) { my_dgemm_kernel_plus(c, m, pa.p(), pb.p(), m, n, k); }, false, 0},
+      {[&](double* c) { my_dgemm_kernel_minus(c, m, pa.p(), pb.p(), m, n, k); }, true, 0},
+      {[&](double* c) { my_dsyrk2_kernel_lower_plus(c, m, pa.p(), pb.p(), n, k); }, false, 1},
+      {[&](double* c) { my_dsyrk2_kernel_lower_minus(c, m, pa.p(), pb.p(), n, k); }, true, 1},
+      {[&](double* c) { my_dsyrk2_kernel_upper_plus(c, m, pa.p(), pb.p(), n, k); }, false, 2},
+      {[&](double* c) { my_dsyrk2_kernel_upper_minus(c, m, pa.p(), pb.p(), n, k); }, true, 2},
+  };
+  for (auto& cs : cases) {
+    Mat c = c0;
+    cs.fn(c.p());
+    EXPECT_LT(relDiff(c, ref(cs.minus, cs.shape)), 1e-13);
+  }
+}
+
+// ---- matrix products -----------------------------------------------------------
+
+using GemmFn = void (*)(MY_DGEMM_ARGS);
+struct GemmVariant {
+  const char* name;
+  GemmFn fn;
+  bool ta, tb;
+  double beta, sign;  // C := beta C + sign op(A) op(B)
+};
+const GemmVariant kGemms[] = {
+    {"NN_0p1", my_dgemm_NN_0p1, false, false, 0, 1},
+    {"NN_1m1", my_dgemm_NN_1m1, false, false, 1, -1},
+    {"NT_0p1", my_dgemm_NT_0p1, false, true, 0, 1},
+    {"NT_1m1", my_dgemm_NT_1m1, false, true, 1, -1},
+    {"TN_0p1", my_dgemm_TN_0p1, true, false, 0, 1},
+    {"TN_1p1", my_dgemm_TN_1p1, true, false, 1, 1},
+    {"TN_1m1", my_dgemm_TN_1m1, true, false, 1, -1},
+    {"TT_0p1", my_dgemm_TT_0p1, true, true, 0, 1},
+};
+
+void PrintTo(const GemmVariant& v, std::ostream* os) { *os << v.name; }
+
+class KernelGemm : public ::testing::TestWithParam<GemmVariant> {};
+
+TEST_P(KernelGemm, MatchesReferenceOnRaggedShapes) {
+  const GemmVariant& g = GetParam();
+  std::mt19937 rng(3);
+  const int dims[][3] = {{0, 5, 3},  {5, 0, 3},   {4, 5, 0},   {1, 1, 1},    {7, 5, 3},
+                         {96, 96, 96}, {97, 33, 97}, {130, 75, 200}, {50, 201, 96}};
+  for (auto& d : dims) {
+    const int m = d[0], n = d[1], k = d[2];
+    Mat a = g.ta ? Mat(k, m, 2, rng, kNaN) : Mat(m, k, 2, rng, kNaN);
+    Mat b = g.tb ? Mat(n, k, 1, rng, kNaN) : Mat(k, n, 1, rng, kNaN);
+    Mat c(m, n, 3, rng, kGuard), ref = c;
+    if (g.beta == 0)
+      for (int j = 0; j < n; ++j)
+        for (int i = 0; i < m; ++i) c(i, j) = kNaN;  // a cleared C is never read
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < m; ++i) {
+        double s = 0.0;
+        for (int q = 0; q < k; ++q) s += (g.ta ? a(q, i) : a(i, q)) * (g.tb ? b(j, q) : b(q, j));
+        ref(i, j) = g.beta * ref(i, j) + g.sign * s;
+      }
+    Buffers buf(n);
+    const double one = 1.0, zero = 0.0;
+    g.fn("?", "?", &m, &n, &k, &one, a.p(), &a.ld, b.p(), &b.ld, &zero, c.p(), &c.ld,
+         buf.a.data(), buf.b.data());
+    SCOPED_TRACE(std::string(g.name) + " " + std::to_string(m) + "x" + std::to_string(n) + "x" +
+                 std::to_string(k));
+    EXPECT_LT(relDiff(c, ref), 1e-13);
+    EXPECT_TRUE(paddingIntact(c));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, KernelGemm, ::testing::ValuesIn(kGemms),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(KernelGemmDispatch, PicksTheVariantByTransposesAndScalars) {
+  struct Case { char ta, tb; double alpha, beta; GemmFn expect; } cases[] = {
+      {'T', 'T', 1, 1, my_dgemm_TT_0p1},   {'T', 'N', -1, 1, my_dgemm_TN_1m1},
+      {'T', 'N', 2, 0.5, my_dgemm_TN_1m1}, {'T', 'N', 1, 0.5, my_dgemm_TN_1p1},
+      {'T', 'N', 3, 0, my_dgemm_TN_0p1},   {'N', 'T', 1, 1, my_dgemm_NT_1m1},
+      {'N', 'T', 1, 0, my_dgemm_NT_0p1},   {'N', 'N', 1, 2, my_dgemm_NN_1m1},
+      {'N', 'C', 1, 0, my_dgemm_NN_0p1},   {'C', 'N', 1, 0, my_dgemm_TN_0p1},
+  };
+  std::mt19937 rng(4);
+  const int m = 7, n = 6, k = 5;
+  Mat a(7, 7, 0, rng, 0), b(7, 7, 0, rng, 0), c0(m, n, 0, rng, 0);
+  int lda = a.ld, ldb = b.ld;
+  for (auto& cs : cases) {
+    Mat c1 = c0, c2 = c0;
+    Buffers buf(n);
+    const char ta[2] = {cs.ta, 0}, tb[2] = {cs.tb, 0};
+    my_dgemm(ta, tb, &m, &n, &k, &cs.alpha, a.p(), &lda, b.p(), &ldb, &cs.beta, c1.p(), &c1.ld,
+             buf.a.data(), buf.b.data());
+    cs.expect(ta, tb, &m, &n, &k, &cs.alpha, a.p(), &lda, b.p(), &ldb, &cs.beta, c2.p(), &c2.ld,
+              buf.a.data(), buf.b.data());
+    EXPECT_EQ(c1.v, c2.v) << cs.ta << cs.tb << " alpha " << cs.alpha << " beta " << cs.beta;
+  }
+}
+
+// ---- symmetric updates ---------------------------------------------------------
+
+struct SyrkVariant {
+  const char* name;
+  std::function<void(int, int, const Mat&, const Mat&, Mat&, Buffers&)> fn;
+  bool lower, twoOperands, trans, clear, minus;
+};
+
+#define SYRK2(F) [](int n, int k, const Mat& a, const Mat& b, Mat& c, Buffers& buf) { \
+    F(&n, &k, a.v.data(), &a.ld, b.v.data(), &b.ld, c.p(), &c.ld, buf.a.data(), buf.b.data()); }
+#define SYRK(F) [](int n, int k, const Mat& a, const Mat&, Mat& c, Buffers& buf) { \
+    const double al = 7, be = 7;                                                    \
+    F("?", "?", &n, &k, &al, a.v.data(), &a.ld, &be, c.p(), &c.ld, buf.a.data(), buf.b.data()); }
+
+const SyrkVariant kSyrks[] = {
+    {"syrk2_LNT_0p1", SYRK2(my_dsyrk2_LNT_0p1), true, true, false, true, false},
+    {"syrk2_LNT_1m1", SYRK2(my_dsyrk2_LNT_1m1), true, true, false, false, true},
+    {"syrk2_UNT_0p1", SYRK2(my_dsyrk2_UNT_0p1), false, true, false, true, false},
+    {"syrk2_UNT_1m1", SYRK2(my_dsyrk2_UNT_1m1), false, true, false, false, true},
+    {"syrk_LN_0p1", SYRK(my_dsyrk_LN_0p1), true, false, false, true, false},
+    {"syrk_LN_1m1", SYRK(my_dsyrk_LN_1m1), true, false, false, false, true},
+    {"syrk_UT_0p1", SYRK(my_dsyrk_UT_0p1), false, false, true, true, false},
+    {"syrk_UT_1m1", SYRK(my_dsyrk_UT_1m1), false, false, true, false, true},
+};
+
+void PrintTo(const SyrkVariant& v, std::ostream* os) { *os << v.name; }
+
+class KernelSyrk : public ::testing::TestWithParam<SyrkVariant> {};
+
+TEST_P(KernelSyrk, UpdatesItsTriangleOnly) {
+  const SyrkVariant& s = GetParam();
+  std::mt19937 rng(5);
+  const int dims[][2] = {{0, 3}, {5, 0}, {1, 1}, {5, 3}, {96, 96}, {97, 97}, {150, 40}, {200, 130}};
+  for (auto& d : dims) {
+    const int n = d[0], k = d[1];
+    Mat a = s.trans ? Mat(k, n, 3, rng, kNaN) : Mat(n, k, 3, rng, kNaN);
+    Mat b = s.twoOperands ? Mat(n, k, 1, rng, kNaN) : a;
+    Mat c(n, n, 2, rng, kGuard), ref = c;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        if ((i >= j) != s.lower && i != j) continue;
+        if (s.clear) c(i, j) = kNaN;
+        double t = 0.0;
+        for (int q = 0; q < k; ++q)
+          t += (s.trans ? a(q, i) * a(q, j) : a(i, q) * (s.twoOperands ? b(j, q) : a(j, q)));
+        ref(i, j) = (s.clear ? 0.0 : ref(i, j)) + (s.minus ? -t : t);
+      }
+    Buffers buf(n);
+    s.fn(n, k, a, b, c, buf);
+    SCOPED_TRACE(std::string(s.name) + " n=" + std::to_string(n) + " k=" + std::to_string(k));
+    EXPECT_LT(relDiff(c, ref), 1e-13);
+    EXPECT_TRUE(paddingIntact(c));
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i)
+        if (i != j && (i > j) != s.lower) {
+          ASSERT_EQ(c(i, j), ref(i, j)) << i << "," << j;
+        }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, KernelSyrk, ::testing::ValuesIn(kSyrks),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// ---- triangular solves and multiplies ------------------------------------------
+
+using TrxmFn = void (*)(MY_DTRXM_ARGS);
+struct TrxmVariant {
+  const char* name;
+  TrxmFn fn;
+  bool left, lower, trans, unit, solve;
+  double sign;  // multiplies: B := sign op(A) B or sign B op(A)
+};
+const TrxmVariant kTrxms[] = {
+    {"trsm_LLNN", my_dtrsm_LLNN, true, true, false, false, true, 1},
+    {"trsm_LLTN", my_dtrsm_LLTN, true, true, true, false, true, 1},
+    {"trsm_LUNN", my_dtrsm_LUNN, true, false, false, false, true, 1},
+    {"trsm_LUTN", my_dtrsm_LUTN, true, false, true, false, true, 1},
+    {"trsm_RLTN", my_dtrsm_RLTN, false, true, true, false, true, 1},
+    {"trmm_RLNU", my_dtrmm_RLNU, false, true, false, true, false, 1},
+    {"trmm_RLTU", my_dtrmm_RLTU, false, true, true, true, false, 1},
+    {"trmm_RUNN", my_dtrmm_RUNN, false, false, false, false, false, 1},
+    {"trmm_LUNN_m1", my_dtrmm_LUNN_m1, true, false, false, false, false, -1},
+};
+
+// op(A)(i, j) of a triangle made by triangular(); a unit diagonal reads 1.
+double opA(const Mat& a, const TrxmVariant& t, int i, int j) {
+  const int r = t.trans ? j : i, c = t.trans ? i : j;
+  if (r == c) return t.unit ? 1.0 : a(r, c);
+  return ((r > c) == t.lower) ? a(r, c) : 0.0;
+}
+
+void PrintTo(const TrxmVariant& v, std::ostream* os) { *os << v.name; }
+
+class KernelTrxm : public ::testing::TestWithParam<TrxmVariant> {};
+
+TEST_P(KernelTrxm, MatchesReference) {
+  const TrxmVariant& t = GetParam();
+  std::mt19937 rng(6);
+  const int dims[][2] = {{0, 3}, {3, 0}, {1, 1}, {5, 7}, {96, 10}, {97, 33}, {200, 50}, {33, 200}};
+  for (auto& d : dims) {
+    const int m = d[0], n = d[1], na = t.left ? m : n;
+    Mat a = triangular(na, t.lower, rng);
+    if (t.unit)  // the stored diagonal must not be read
+      for (int i = 0; i < na; ++i) a(i, i) = kNaN;
+    Mat b(m, n, 2, rng, kGuard), x = b;
+    // Multiply: ref = sign op(A) B (or B op(A)).  Solve: b := op(A) x for a
+    // known x, and the kernel must return x.
+    Mat prod = b;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < m; ++i) {
+        double s = 0.0;
+        if (t.left)
+          for (int q = 0; q < m; ++q) s += opA(a, t, i, q) * x(q, j);
+        else
+          for (int q = 0; q < n; ++q) s += x(i, q) * opA(a, t, q, j);
+        prod(i, j) = t.sign * s;
+      }
+    Mat in = t.solve ? prod : x, expect = t.solve ? x : prod;
+    Buffers buf(t.left ? n : (n > m ? n : m));
+    const double alpha = 3.0;
+    t.fn("?", "?", "?", "?", &m, &n, &alpha, a.p(), &a.ld, in.p(), &in.ld, buf.a.data(),
+         buf.b.data());
+    SCOPED_TRACE(std::string(t.name) + " m=" + std::to_string(m) + " n=" + std::to_string(n));
+    EXPECT_LT(relDiff(in, expect), 1e-12);
+    EXPECT_TRUE(paddingIntact(in));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, KernelTrxm, ::testing::ValuesIn(kTrxms),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(KernelTrsmDispatch, LooksAtSideAndTransposeOnly) {
+  std::mt19937 rng(7);
+  const int m = 11, n = 11;
+  Mat a = triangular(n, true, rng);
+  Mat b0(m, n, 0, rng, 0);
+  const double alpha = 5.0;
+  struct Case { char side, trans; TrxmFn expect; } cases[] = {
+      {'L', 'N', my_dtrsm_LLNN}, {'L', 'T', my_dtrsm_LLTN}, {'L', 'C', my_dtrsm_LLTN},
+      {'R', 'T', my_dtrsm_RLTN}, {'X', 'T', my_dtrsm_RLTN}, {'R', 'N', nullptr}};
+  for (auto& cs : cases) {
+    Mat b1 = b0, b2 = b0;
+    Buffers buf(n);
+    const char side[2] = {cs.side, 0}, tr[2] = {cs.trans, 0};
+    my_dtrsm(side, "U", tr, "U", &m, &n, &alpha, a.p(), &a.ld, b1.p(), &b1.ld, buf.a.data(),
+             buf.b.data());
+    if (cs.expect)
+      cs.expect(side, "U", tr, "U", &m, &n, &alpha, a.p(), &a.ld, b2.p(), &b2.ld, buf.a.data(),
+                buf.b.data());
+    EXPECT_EQ(b1.v, b2.v) << cs.side << cs.trans;
+  }
+}
+
+TEST(KernelTrsm, ZeroOnTheDiagonalGivesNonFiniteWithoutComplaint) {
+  std::mt19937 rng(8);
+  const int m = 5, n = 2;
+  Mat a = triangular(m, true, rng);
+  a(2, 2) = 0.0;
+  Mat b(m, n, 0, rng, 0);
+  b(2, 0) = 1.0;
+  Buffers buf(n);
+  const double one = 1;
+  my_dtrsm_LLNN("L", "L", "N", "N", &m, &n, &one, a.p(), &a.ld, b.p(), &b.ld, buf.a.data(),
+                buf.b.data());
+  EXPECT_FALSE(std::isfinite(b(2, 0)));
+  EXPECT_TRUE(std::isfinite(b(1, 0)));
+}
+
+TEST(KernelOuterProd, OverwritesAndSkipsEmpty) {
+  const double x[3] = {1, 2, 3}, y[2] = {-1, 4};
+  double c[6] = {9, 9, 9, 9, 9, 9};
+  my_outer_prod(0, 2, x, y, c);
+  my_outer_prod(3, 0, x, y, c);
+  EXPECT_EQ(c[0], 9.0);
+  my_outer_prod(3, 2, x, y, c);
+  const double want[6] = {-1, -2, -3, 4, 8, 12};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(c[i], want[i]);
+}
+
+// ---- level 1 -------------------------------------------------------------------
+
+std::vector<double> randomVec(int len, std::mt19937& rng) {
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  std::vector<double> v(len > 0 ? len : 1);
+  for (auto& e : v) e = u(rng);
+  return v;
+}
+
+// Lengths around the vector steps, strides 1 to 3, and a start one element
+// into the array so that the unit-stride runs begin misaligned.
+TEST(KernelLevel1, StridedAndUnitRoutinesMatchReference) {
+  std::mt19937 rng(9);
+  for (int n : {0, 1, 7, 8, 33}) {
+    for (int incx : {1, 2, 3})
+      for (int incy : {1, 2}) {
+        SCOPED_TRACE("n=" + std::to_string(n) + " incx=" + std::to_string(incx) +
+                     " incy=" + std::to_string(incy));
+        const int lx = 1 + n * incx, ly = 1 + n * incy;
+        const std::vector<double> x0 = randomVec(lx, rng), y0 = randomVec(ly, rng);
+        double dot = 0, asum = 0, ss = 0;
+        for (int i = 0; i < n; ++i) {
+          dot += x0[1 + i * incx] * y0[1 + i * incy];
+          asum += fabs(x0[1 + i * incx]);
+          ss += x0[1 + i * incx] * x0[1 + i * incx];
+        }
+        EXPECT_NEAR(my_ddot(n, x0.data() + 1, incx, y0.data() + 1, incy), dot, 1e-14 * (1 + n));
+        EXPECT_NEAR(my_dasum(n, x0.data() + 1, incx), asum, 1e-14 * (1 + n));
+        EXPECT_NEAR(my_dnrm2(n, x0.data() + 1, incx), sqrt(ss), 1e-14 * (1 + n));
+
+        // y := y + a x, then y := x, x <-> y, x := a x: element by element.
+        std::vector<double> x = x0, y = y0;
+        my_daxpy(0.5, n, x.data() + 1, incx, y.data() + 1, incy);
+        for (int i = 0; i < ly; ++i) {
+          const bool hit = i >= 1 && (i - 1) % incy == 0 && (i - 1) / incy < n;
+          EXPECT_EQ(y[i], hit ? y0[i] + 0.5 * x0[1 + (i - 1) / incy * incx] : y0[i]);
+        }
+        if (incx == 1 && incy == 1) {
+          std::vector<double> y2 = y0;
+          my_daxpy_one(0.5, n, x.data() + 1, y2.data() + 1);
+          EXPECT_EQ(y2, y);
+        }
+        y = y0;
+        my_dcopy(n, x.data() + 1, incx, y.data() + 1, incy);
+        for (int i = 0; i < n; ++i) EXPECT_EQ(y[1 + i * incy], x0[1 + i * incx]);
+        EXPECT_EQ(y[0], y0[0]);
+        y = y0;
+        my_dswap(n, x.data() + 1, incx, y.data() + 1, incy);
+        for (int i = 0; i < n; ++i) {
+          EXPECT_EQ(y[1 + i * incy], x0[1 + i * incx]);
+          EXPECT_EQ(x[1 + i * incx], y0[1 + i * incy]);
+        }
+        if (incx == 1 && incy == 1) {
+          my_dswap_one(n, x.data() + 1, y.data() + 1);
+          EXPECT_EQ(x, x0);
+        }
+        x = x0;
+        my_dscal(-3.0, n, x.data() + 1, incx);
+        for (int i = 0; i < lx; ++i) {
+          const bool hit = i >= 1 && (i - 1) % incx == 0 && (i - 1) / incx < n;
+          EXPECT_EQ(x[i], hit ? -3.0 * x0[i] : x0[i]);
+        }
+      }
+  }
+}
+
+TEST(KernelLevel1, CopyOfOverlappingRangesRunsForward) {
+  std::vector<double> v(40);
+  for (int i = 0; i < 40; ++i) v[i] = i;
+  my_dcopy(30, v.data() + 5, 1, v.data(), 1);  // overlapping, destination first
+  for (int i = 0; i < 30; ++i) EXPECT_EQ(v[i], i + 5);
+  std::vector<double> w(20, 1.0), z(20, 0.0);
+  my_dcopy(20, w.data(), 1, z.data(), 1);  // disjoint, long: the block copy
+  EXPECT_EQ(z, w);
+}
+
+TEST(KernelLevel1, IdamaxIsZeroBasedFirstOfTies) {
+  const double zeros[4] = {0, 0, 0, 0};
+  EXPECT_EQ(my_idamax(4, zeros, 1), 0);
+  const double x[6] = {1, -5, 2, 5, -5, 0};
+  EXPECT_EQ(my_idamax(6, x, 1), 1);
+  EXPECT_EQ(my_idamax(3, x + 1, 2), 0);  // -5, 5, 0: the tie goes to the first
+  EXPECT_EQ(my_idamax(2, x + 2, 2), 1);  // 2, -5
+  const double nan1 = kNaN;
+  EXPECT_EQ(my_idamax(1, &nan1, 1), 0);
+}
+
+TEST(KernelLevel1, Nrm2NeitherOverflowsNorUnderflows) {
+  const double big[3] = {1e300, 1e300, 0.0};
+  EXPECT_NEAR(my_dnrm2(3, big, 1) / (sqrt(2.0) * 1e300), 1.0, 1e-15);
+  const double tiny[2] = {3e-300, 4e-300};
+  EXPECT_NEAR(my_dnrm2(2, tiny, 1) / 5e-300, 1.0, 1e-15);
+  const double one[1] = {-2.5};
+  EXPECT_EQ(my_dnrm2(1, one, 1), 2.5);
+  EXPECT_EQ(my_dnrm2(0, one, 1), 0.0);
+  EXPECT_EQ(my_ddot(0, one, 1, one, 1), 0.0);
+}
+
+// ---- level 2 -------------------------------------------------------------------
+
+using GemvFn = void (*)(MY_DGEMV_ARGS);
+struct GemvVariant {
+  const char* name;
+  GemvFn fn;
+  bool trans;
+  double keep, sign;  // y := keep y + sign op(A) x
+  bool xStrided, yStrided;
+};
+
+TEST(KernelLevel2, GemvFamilyMatchesReference) {
+  const GemvVariant vars[] = {
+      {"n_1m1_one", my_dgemv_n_1m1_one, false, 1, -1, false, false},
+      {"n_1m1_yone", my_dgemv_n_1m1_yone, false, 1, -1, true, false},
+      {"n_0p1_yone", my_dgemv_n_0p1_yone, false, 0, 1, true, false},
+      {"n_1p1_one", my_dgemv_n_1p1_one, false, 1, 1, false, false},
+      {"t_1m1_one", my_dgemv_t_1m1_one, true, 1, -1, false, false},
+      {"t_1m1_xone", my_dgemv_t_1m1_xone, true, 1, -1, false, true},
+      {"t_0p1_one", my_dgemv_t_0p1_one, true, 0, 1, false, false},
+  };
+  std::mt19937 rng(10);
+  const int dims[][2] = {{1, 1}, {9, 4}, {4, 9}, {37, 23}, {8, 0}};
+  for (const auto& g : vars)
+    for (auto& d : dims) {
+      const int m = d[0], n = d[1], incx = g.xStrided ? 3 : 1, incy = g.yStrided ? 2 : 1;
+      const int lenx = g.trans ? m : n, leny = g.trans ? n : m;
+      Mat a(m, n, 5, rng, kNaN);
+      std::vector<double> x = randomVec(lenx * incx, rng), y = randomVec(leny * incy, rng);
+      std::vector<double> ref = y;
+      if (g.keep == 0 && lenx > 0)
+        for (int i = 0; i < leny; ++i) y[(size_t)i * incy] = kNaN;  // stored over, never read
+      for (int i = 0; i < leny; ++i) {
+        double s = 0;
+        for (int q = 0; q < lenx; ++q) s += (g.trans ? a(q, i) : a(i, q)) * x[(size_t)q * incx];
+        double& r = ref[(size_t)i * incy];
+        if (lenx > 0 || g.keep != 0) r = g.keep * r + g.sign * s;
+      }
+      const double alpha = 2, beta = 3;
+      g.fn("?", &m, &n, &alpha, a.p(), &a.ld, x.data(), &incx, &beta, y.data(), &incy);
+      for (int i = 0; i < leny; ++i)
+        EXPECT_NEAR(y[(size_t)i * incy], ref[(size_t)i * incy], 1e-13 * (1 + lenx))
+            << g.name << " " << m << "x" << n << " i=" << i;
+    }
+}
+
+TEST(KernelLevel2, GemvEntryScalesBySteadyRulesAndAlwaysSubtracts) {
+  std::mt19937 rng(11);
+  const int m = 6, n = 5, one = 1;
+  Mat a(m, n, 0, rng, 0);
+  const std::vector<double> x = randomVec(m, rng), y0 = randomVec(m, rng);
+  for (char trans : {'N', 'T'})
+    for (double beta : {0.0, 1.0, 0.5}) {
+      const int leny = trans == 'T' ? n : m, lenx = trans == 'T' ? m : n;
+      std::vector<double> y = y0;
+      if (beta == 0.0) y[0] = kNaN;  // beta 0 does not read y
+      const double alpha = 2.0;
+      const char tr[2] = {trans, 0};
+      my_dgemv(tr, &m, &n, &alpha, a.p(), &a.ld, x.data(), &one, &beta, y.data(), &one);
+      for (int i = 0; i < leny; ++i) {
+        double s = 0;
+        for (int q = 0; q < lenx; ++q) s += (trans == 'T' ? a(q, i) : a(i, q)) * x[q];
+        EXPECT_NEAR(y[i], beta * y0[i] - s, 1e-14) << trans << " beta " << beta;
+      }
+    }
+}
+
+TEST(KernelLevel2, RankUpdates) {
+  std::mt19937 rng(12);
+  for (int m : {0, 1, 7}) for (int n : {1, 4, 9}) {
+    Mat a0(m, n, 2, rng, kGuard);
+    const std::vector<double> x1 = randomVec(m, rng), x2 = randomVec(m, rng);
+    const std::vector<double> y1 = randomVec(n * 2, rng), y2 = randomVec(n, rng);
+    const int incy = 2, unused = 99;
+    const double alpha = -0.75;
+    Mat a = a0, b = a0, c = a0;
+    my_dger(&m, &n, &alpha, x1.data(), &unused, y1.data(), &unused, a.p(), &a.ld);
+    my_dger_xone(&m, &n, &alpha, x1.data(), &unused, y1.data(), &incy, b.p(), &b.ld);
+    my_dger2_one(m, n, x1.data(), x2.data(), y1.data(), y2.data(), c.p(), c.ld);
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < m; ++i) {
+        EXPECT_NEAR(a(i, j), a0(i, j) + alpha * y1[j] * x1[i], 1e-15);
+        EXPECT_NEAR(b(i, j), a0(i, j) - x1[i] * y1[2 * j], 1e-15);
+        EXPECT_NEAR(c(i, j), a0(i, j) - x1[i] * y1[j] - x2[i] * y2[j], 1e-15);
+      }
+    EXPECT_TRUE(paddingIntact(a) && paddingIntact(b) && paddingIntact(c));
+  }
+}
+
+TEST(KernelLevel2, SyrTouchesTheLowerTriangleAndScalesOnTheWay) {
+  std::mt19937 rng(13);
+  for (int n : {0, 1, 2, 3, 4, 9}) {
+    Mat a0(n, n, 1, rng, kGuard);
+    const std::vector<double> x0 = randomVec(n, rng);
+    Mat a = a0, b = a0;
+    std::vector<double> x = x0;
+    my_dsyr(n, x.data(), a.p(), a.ld);
+    EXPECT_EQ(x, x0);
+    my_dsyr_dscal(0.25, n, x.data(), b.p(), b.ld);
+    for (int j = 0; j < n; ++j) {
+      EXPECT_DOUBLE_EQ(x[j], 0.25 * x0[j]);
+      for (int i = 0; i < n; ++i) {
+        if (i < j) {
+          EXPECT_EQ(a(i, j), a0(i, j));
+          EXPECT_EQ(b(i, j), a0(i, j));
+          continue;
+        }
+        EXPECT_NEAR(a(i, j), a0(i, j) - x0[i] * x0[j], 1e-15);
+        EXPECT_NEAR(b(i, j), a0(i, j) - 0.25 * x0[i] * x0[j], 1e-15);
+      }
+    }
+    EXPECT_TRUE(paddingIntact(a) && paddingIntact(b));
+  }
+}
+
+TEST(KernelLevel2, SymvAndPackedSymvUseTheLowerTriangle) {
+  std::mt19937 rng(14);
+  const int one = 1;
+  for (int n : {0, 1, 5, 17}) {
+    Mat a(n, n, 2, rng, kNaN);
+    std::vector<double> packed;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        if (i < j) a(i, j) = kNaN;  // upper triangle: not to be read
+        else packed.push_back(a(i, j));
+      }
+    if (packed.empty()) packed.push_back(0);
+    const std::vector<double> x = randomVec(n, rng), y0 = randomVec(n, rng);
+    for (double alpha : {0.0, 1.5}) for (double beta : {0.0, 1.0, -0.5}) {
+      std::vector<double> y1 = y0, y2 = y0;
+      if (beta == 0.0 && n > 0) y1[0] = y2[0] = kNaN;
+      my_dsymv("L", &n, &alpha, a.p(), &a.ld, x.data(), &one, &beta, y1.data(), &one);
+      my_dspmv("L", &n, &alpha, packed.data(), x.data(), &one, &beta, y2.data(), &one);
+      for (int i = 0; i < n; ++i) {
+        double s = 0;
+        for (int q = 0; q < n; ++q) s += (i >= q ? a(i, q) : a(q, i)) * x[q];
+        const double want = beta * y0[i] + alpha * s;
+        EXPECT_NEAR(y1[i], want, 1e-13) << n << " " << alpha << " " << beta;
+        EXPECT_NEAR(y2[i], want, 1e-13) << n << " " << alpha << " " << beta;
+      }
+    }
+  }
+}
+
+TEST(KernelLevel2, TrsvVariantsSolveAndIgnoreDiagFlag) {
+  std::mt19937 rng(15);
+  const int inc = 1;
+  struct Case { const char* name; char uplo, trans; bool lower, transposed; } cases[] = {
+      {"LN", 'L', 'N', true, false}, {"LT", 'L', 'T', true, true},
+      {"UN", 'U', 'N', false, false}, {"UT", 'U', 'T', false, true}};
+  for (int n : {0, 1, 3, 4, 5, 11, 40})
+    for (auto& cs : cases) {
+      Mat a = triangular(n, cs.lower, rng);
+      const std::vector<double> want = randomVec(n, rng);
+      std::vector<double> b(n > 0 ? n : 1);
+      for (int i = 0; i < n; ++i) {
+        double s = 0;
+        for (int q = 0; q < n; ++q) {
+          const int r = cs.transposed ? q : i, c = cs.transposed ? i : q;
+          if (r == c || (r > c) == cs.lower) s += a(r, c) * want[q];
+        }
+        b[i] = s;
+      }
+      const char uplo[2] = {cs.uplo, 0}, tr[2] = {cs.trans, 0};
+      std::vector<double> x = b;
+      my_dtrsv(uplo, tr, "U", &n, a.p(), &a.ld, x.data(), &inc);  // 'U' divides all the same
+      std::vector<double> y = b;
+      if (cs.lower) my_dtrsv_ln(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
+      else if (cs.transposed) my_dtrsv_utn(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
+      else my_dtrsv_unn(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
+      EXPECT_EQ(x, y);
+      for (int i = 0; i < n; ++i) EXPECT_NEAR(x[i], want[i], 1e-13) << cs.name << " n=" << n;
+    }
+}
+
+}  // namespace
