@@ -185,10 +185,17 @@ int32_t CreatePresolver(HalvexEnv* env, ipmModel* model, ipmOption* option, pres
     pre->rowSense[i] = model->rowSense[i];
     pre->rhs[i] = model->rhs[i];
   }
+  // A bound at exactly plus or minus infinity means none, but the activity
+  // tests count a lower bound of exactly -infinity on a negative entry as a
+  // number.  Summed in, 1e20 would wipe out every digit of the bounds that
+  // the row implies, so the working copies keep "none" beyond infinity,
+  // where every test reads it as none.
+  const double inf = option->infinity;
   for (int32_t j = 0; j < numCol; j++) {
     pre->obj[j] = model->obj[j];
-    pre->lowerBound[j] = model->lower[j];
-    pre->upperBound[j] = model->upper[j];
+    const double lower = model->lower[j], upper = model->upper[j];
+    pre->lowerBound[j] = lower <= -inf && lower > -2.0 * inf ? -2.0 * inf : lower;
+    pre->upperBound[j] = upper >= inf && upper < 2.0 * inf ? 2.0 * inf : upper;
     pre->lbMap[j] = -1;
     pre->ubMap[j] = -1;
   }

@@ -209,6 +209,36 @@ TEST_F(QPDriver, PresolveThatSolvesEverythingDoesNoIteration) {
   EXPECT_NEAR(y[1], 2.0, 1e-12);
 }
 
+TEST_F(QPDriver, BoundsAtExactlyInfinityAreNoBounds) {
+  // minimise x  s.t.  y - x <= 0,  x <= 31000,  x >= 0 with no upper bound
+  // given as exactly 1e20, 30000 <= y <= 30000.5.  Summing 1e20 into the
+  // first row's activity would round the bound it implies on x past 31000.
+  std::vector<double> a{-1, 1, 1}, obj{1, 0}, rhs{0, 31000}, lo{0, 30000}, up{1e20, 30000.5},
+      x(2), y(2), act(2);
+  std::vector<int32_t> idx{0, 1, 0}, beg{0, 2, 3};
+  std::vector<char> sense{'L', 'L'};
+  QPRecord r{};
+  r.objSense = 1;
+  r.numRow = 2;
+  r.numCol = 2;
+  r.numCoef = 3;
+  r.matValue = a.data();
+  r.rowIndex = idx.data();
+  r.colBegin = beg.data();
+  r.obj = obj.data();
+  r.rhs = rhs.data();
+  r.lower = lo.data();
+  r.upper = up.data();
+  r.rowSense = sense.data();
+  r.solPrimal = x.data();
+  r.solDual = y.data();
+  r.rowActivity = act.data();
+  ASSERT_EQ(solve(r), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(x[0], 30000.0, 1e-3);
+  EXPECT_NEAR(r.objValue, 30000.0, 1e-3);
+  EXPECT_EQ(up[0], 1e20);
+}
+
 TEST_F(QPDriver, UnknownPresolveSettingIsReportedAndTheSolveGoesOn) {
   SmallQP qp;
   instance->scripter.presolver = 7;
