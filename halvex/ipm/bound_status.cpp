@@ -102,7 +102,8 @@ void countProcessedFreeVar(HalvexEnv* /*env*/, ipmModel* model, ipmOption* optio
     if (pre->colMap[j] < 0) continue;
     const int32_t lowRow = pre->lbMap[j], upRow = pre->ubMap[j];
     const bool lowerOpen = pre->lowerBound[j] < -inf ||
-                           (lowRow >= 0 && pre->rowMap[lowRow] >= 0 &&
+                           (pre->lowerBound[j] > -inf && lowRow >= 0 &&
+                            pre->rowMap[lowRow] >= 0 &&
                             model->lower[j] <= pre->lowerBound[j] - tol);
     const bool upperOpen = pre->upperBound[j] > inf ||
                            (upRow >= 0 && pre->rowMap[upRow] >= 0 &&

@@ -70,6 +70,22 @@ void unscaleRecord(void* bramlet, LPRecord* r, double* rowScale, double* colScal
           r->solPrimal, r->solDual, r->reducedCost, r->rowActivity);
 }
 
+// Problem, context and instance, in this order, whatever of them exists.
+void releaseBramlet(LPContext* ctx, void** bramlet) {
+  BramletFreeProblemFn freeProblem =
+      slotOf<BramletFreeProblemFn>(bramlet, BRAMLET_SLOT_FREE_PROBLEM);
+  if (freeProblem && bramlet[BRAMLET_SLOT_PROBLEM])
+    freeProblem(bramlet, &bramlet[BRAMLET_SLOT_PROBLEM]);
+  BramletFreeContextFn freeContext =
+      slotOf<BramletFreeContextFn>(bramlet, BRAMLET_SLOT_FREE_CONTEXT);
+  if (freeContext && bramlet[BRAMLET_SLOT_CONTEXT])
+    freeContext(bramlet, &bramlet[BRAMLET_SLOT_CONTEXT]);
+  ctx->preContext = nullptr;
+  BramletDestroyFn destroy = slotOf<BramletDestroyFn>(bramlet, BRAMLET_SLOT_DESTROY);
+  if (destroy) destroy(bramlet);
+  ctx->env.preObject = nullptr;
+}
+
 }  // namespace
 
 int32_t iplpCrossover(HalvexEnv* env, LPRecord* record, ipmSolution* solution, ipmOption* option,
@@ -81,9 +97,10 @@ int32_t iplpCrossover(HalvexEnv* env, LPRecord* record, ipmSolution* solution, i
   LPContext* ctx = reinterpret_cast<LPContext*>(env);
   BramletContext* context = static_cast<BramletContext*>(ctx->preContext);
   void* bramlet = env->preObject;
-  // Without bramlet's presolved LP there is nothing to cross over from, and
-  // the interior answer stands as it is.
-  if (!record || !solution || !context || !bramlet || !ctx->lpOptions) return status;
+  // Without bramlet's presolved LP or an interior point there is nothing to
+  // cross over from: the interior answer stands, and a missing one fails.
+  if (!record || !solution || !context || !bramlet || !ctx->lpOptions)
+    return status != 0 ? status : IPM_STATUS_FAILED;
 
   setInt(context->parameters, BRAMLET_PARAM_INTERIOR_STATUS, status);
 
@@ -157,6 +174,7 @@ int32_t iplpCrossover(HalvexEnv* env, LPRecord* record, ipmSolution* solution, i
 }
 
 HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* options) {
+  if (!ctx || !record) return 1;
   HalvexEnv* env = &ctx->env;
   int32_t failed = 0, code = 0, st = 0;
   double presolveTime = 0.0, totalTime = 0.0;
@@ -174,7 +192,7 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
     if (!options) {
       code = st = IPM_STATUS_OUT_OF_MEMORY;
       failed = 1;
-      goto times;
+      goto accountTime;
     }
   }
   ctx->lpOptions = options;
@@ -182,7 +200,7 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
   if (validateOptions(env, options) != 0) {
     code = st = IPM_STATUS_FAILED;
     failed = 1;
-    goto times;
+    goto accountTime;
   }
 
   {
@@ -192,7 +210,7 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
   if (!timer) {
     code = st = IPM_STATUS_OUT_OF_MEMORY;
     failed = 1;
-    goto record;
+    goto writeBack;
   }
   timer->useRealTime = options->timerType;
   IPM_timerSetLimit(timer, options->maxTime);
@@ -203,7 +221,7 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
     message(env, MSG_ERROR, 0x827FD806);
     code = st = IPM_STATUS_OUT_OF_MEMORY;
     failed = 1;
-    goto times;
+    goto accountTime;
   }
   bramlet = static_cast<void**>(module->moduleCreateInstance(module));
   if (!bramlet) {
@@ -317,16 +335,8 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
     }
   }
 
-release : {
-  BramletFreeProblemFn freeProblem = slotOf<BramletFreeProblemFn>(bramlet, BRAMLET_SLOT_FREE_PROBLEM);
-  if (freeProblem && bramlet[BRAMLET_SLOT_PROBLEM]) freeProblem(bramlet, &bramlet[BRAMLET_SLOT_PROBLEM]);
-  BramletFreeContextFn freeContext = slotOf<BramletFreeContextFn>(bramlet, BRAMLET_SLOT_FREE_CONTEXT);
-  if (freeContext && bramlet[BRAMLET_SLOT_CONTEXT]) freeContext(bramlet, &bramlet[BRAMLET_SLOT_CONTEXT]);
-  ctx->preContext = nullptr;
-  BramletDestroyFn destroy = slotOf<BramletDestroyFn>(bramlet, BRAMLET_SLOT_DESTROY);
-  if (destroy) destroy(bramlet);
-  env->preObject = nullptr;
-}
+release:
+  releaseBramlet(ctx, bramlet);
 
 unload:
   module->moduleUnload(module);
@@ -335,7 +345,7 @@ unload:
   DestroyModel(env->pool, model);
   DestroyOption(env->pool, option);
 
-times:
+accountTime:
   if (timer) {
     IPM_timerUsedTime(timer, &totalTime);
     IPM_timerFree(env->pool, &timer);
@@ -343,7 +353,7 @@ times:
     options->timeUsed += totalTime;
   }
 
-record:
+writeBack:
   if (made) {
     poolFree(env->pool, made);
     ctx->lpOptions = nullptr;

@@ -30,11 +30,11 @@
 typedef void (*BramletDestroyFn)(void* instance);
 typedef void* (*BramletCreateContextFn)(void* instance, LPOptions* options, int32_t* status);
 typedef void (*BramletFreeContextFn)(void* instance, void** context);
-typedef void* (*BramletPresolveFn)(void* instance, void* context, int64_t mode, LPRecord* record,
+typedef void* (*BramletPresolveFn)(void* instance, void* context, int32_t mode, LPRecord* record,
                                    int32_t* status);
 typedef int32_t (*BramletPostsolveFn)(void* problem);
 typedef void (*BramletFreeProblemFn)(void* instance, void** problem);
-typedef int32_t (*BramletLoadFn)(void* instance, int64_t numCol, int64_t numRow, int64_t numCoef,
+typedef int32_t (*BramletLoadFn)(void* instance, int32_t numCol, int32_t numRow, int32_t numCoef,
                                  double* obj, double* lower, double* upper, double* rhs,
                                  double* range, char* rowSense, int32_t* colBegin,
                                  int32_t* colLength, int32_t* rowIndex, double* matValue,

@@ -3,7 +3,9 @@
 #include "frame/qv.h"
 #include "ipm/ipm.h"
 #include "ipm/scale.h"
+#include "ipm/shift.h"
 #include "presolve/presolver.h"
+#include "records/lpdriver.h"
 #include "records/model.h"
 #include "verify/verify_io.h"
 
@@ -40,7 +42,7 @@ void iplpReportStatus(double objValue, HalvexEnv* env, int32_t status, ipmOption
 }
 
 int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer* timer,
-                  LPRecord*) {
+                  LPRecord* lpRecord) {
   ipmModel* m = model;
   ipmStorage* storage = nullptr;
   presolver* pre = nullptr;
@@ -73,7 +75,13 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
   }
 
   if (!solvedByPresolve) {
-    // Bound relaxation and shifting join here with the LP driver.
+    relaxBound(env, m, option);
+    // A QP keeps its columns where they are: its quadratic term would have
+    // to follow every shift.
+    if (m->typeModel == IPM_MODEL_LP && (rc = ipmShiftBound(env, m, option, pre, nullptr)) != 0) {
+      m->status = rc;
+      goto report;
+    }
     if ((rc = ipmScale(env, m, option, storage)) != 0 || (rc = addSlack(env, m, storage)) != 0) {
       m->status = rc;
       goto report;
@@ -85,6 +93,7 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
       m->status = rc;
       goto report;
     }
+    if (m->typeModel == IPM_MODEL_LP) ipmShiftRestore(env, m, option, pre, innerSolution);
   }
 
   if ((rc = ipmPostsolve(env, &m, option, pre, innerSolution, outerSolution)) != 0) {
@@ -114,7 +123,26 @@ report:
   iplpReportStatus(m->objValue, env, m->status, option);
   FreeStorage(env, storage);
   DestroyPresolver(env, m, pre);
-  // Crossover joins here with the LP driver.
+  // Crossover runs whatever the status; it knows itself which points it
+  // cannot start from.
+  if (option->crossover != 0 && lpRecord) {
+    double used = 0.0;
+    if (timer) IPM_timerUsedTime(timer, &used);
+    option->maxTime -= used;
+    option->maxIteration -= m->iteration;
+    rc = iplpCrossover(env, lpRecord, outerSolution, option, m->status);
+    if (rc == 0) {
+      m->status = lpRecord->status;
+      m->primalInfeas = lpRecord->primalInfeas;
+      m->dualInfeas = lpRecord->dualInfeas;
+      m->boundInfeas = lpRecord->boundInfeas;
+      m->objValue = lpRecord->objConstant;  // the record's objective value on return
+      m->dualityGap = m->complementarity = 0.0;
+      lpRecord->dualityGap = lpRecord->complementarity = 0.0;
+    } else {
+      m->status = rc;
+    }
+  }
   if (innerSolution != outerSolution) FreeSolution(env, innerSolution);
   FreeSolution(env, outerSolution);
   return m->status;
