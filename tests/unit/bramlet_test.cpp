@@ -1,0 +1,886 @@
+// bramlet: LP presolve and postsolve checked through the KKT conditions of the
+// caller's LP, scaling and unscaling round trips, and the instance table.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "siblings/bramlet/bramlet.h"
+
+namespace {
+
+const double kInf = 1e20;
+
+// An LP in the caller's form with the arrays that LPRecord refers to.
+struct TestLP {
+  int sense = 1;
+  int m = 0, n = 0;
+  std::vector<double> obj, lower, upper, rhs, range, val;
+  std::vector<char> rowSense;
+  std::vector<int32_t> colBegin{0}, colLength, rowIndex;
+  double objConstant = 0.0;
+  std::vector<double> x, y, z, act;
+  LPRecord rec;
+
+  int addRow(char s, double b, double w = 0.0) {
+    rowSense.push_back(s);
+    rhs.push_back(b);
+    range.push_back(w);
+    return m++;
+  }
+  // entries: (row, value)
+  int addCol(double c, double lo, double up, std::vector<std::pair<int, double>> entries) {
+    obj.push_back(c);
+    lower.push_back(lo);
+    upper.push_back(up);
+    for (auto& e : entries) {
+      rowIndex.push_back(e.first);
+      val.push_back(e.second);
+    }
+    colLength.push_back((int32_t)entries.size());
+    colBegin.push_back((int32_t)rowIndex.size());
+    return n++;
+  }
+  LPRecord* record() {
+    x.assign(n + 1, -7.0);
+    y.assign(m + 1, -7.0);
+    z.assign(n + 1, -7.0);
+    act.assign(m + 1, -7.0);
+    std::memset(&rec, 0, sizeof(rec));
+    rec.objSense = sense;
+    rec.numRow = m;
+    rec.numCol = n;
+    rec.numCoef = (int32_t)rowIndex.size();
+    rec.matValue = val.data();
+    rec.rowIndex = rowIndex.data();
+    rec.colBegin = colBegin.data();
+    rec.colLength = colLength.data();
+    rec.obj = obj.data();
+    rec.rhs = rhs.data();
+    rec.range = range.data();
+    rec.lower = lower.data();
+    rec.upper = upper.data();
+    rec.rowSense = rowSense.data();
+    rec.solPrimal = x.data();
+    rec.solDual = y.data();
+    rec.reducedCost = z.data();
+    rec.rowActivity = act.data();
+    rec.objConstant = objConstant;
+    return &rec;
+  }
+};
+
+void rowInterval(const LPRecord& lp, int i, double* lo, double* hi) {
+  const double b = lp.rhs[i];
+  switch (lp.rowSense[i]) {
+    case 'E': *lo = *hi = b; break;
+    case 'G': *lo = b; *hi = kInf; break;
+    case 'L': *lo = -kInf; *hi = b; break;
+    case 'R': *lo = b; *hi = b + lp.range[i]; break;
+    default: *lo = -kInf; *hi = kInf; break;
+  }
+}
+
+int colEnd(const LPRecord& lp, int j) {
+  return lp.colLength ? lp.colBegin[j] + lp.colLength[j] : lp.colBegin[j + 1];
+}
+
+// Dense reference solver for tiny LPs: tries every set of numCol active
+// constraints, and accepts the first vertex that is primal feasible and whose
+// multipliers have the right signs, which is an optimal basis.  Bounds
+// flagged in relax count as absent.  Writes x and y (the caller's sense).
+bool solveDense(const LPRecord& lp, const uint8_t* relax, std::vector<double>* xOut,
+                std::vector<double>* yOut) {
+  const int m = lp.numRow, n = lp.numCol;
+  std::vector<std::vector<double>> A(m, std::vector<double>(n, 0.0));
+  for (int j = 0; j < n; j++)
+    for (int p = lp.colBegin[j]; p < colEnd(lp, j); p++) A[lp.rowIndex[p]][j] += lp.matValue[p];
+  std::vector<double> c(n);
+  for (int j = 0; j < n; j++) c[j] = lp.objSense * lp.obj[j];
+  struct Cand {
+    int row, col;  // one of them is -1
+    int side;      // +1 lower end, -1 upper end, 0 both (equation), 2 pin of a free column
+    double value;
+  };
+  std::vector<Cand> cand;
+  std::vector<double> lo(m), hi(m);
+  for (int i = 0; i < m; i++) {
+    rowInterval(lp, i, &lo[i], &hi[i]);
+    if (lo[i] > -kInf && lo[i] == hi[i]) {
+      cand.push_back({i, -1, 0, lo[i]});
+      continue;
+    }
+    if (lo[i] > -kInf) cand.push_back({i, -1, 1, lo[i]});
+    if (hi[i] < kInf) cand.push_back({i, -1, -1, hi[i]});
+  }
+  for (int j = 0; j < n; j++) {
+    const bool noLo = lp.lower[j] <= -kInf || (relax && (relax[j] & RELAX_NO_LOWER));
+    const bool noUp = lp.upper[j] >= kInf || (relax && (relax[j] & RELAX_NO_UPPER));
+    if (!noLo && !noUp && lp.lower[j] == lp.upper[j]) {
+      cand.push_back({-1, j, 0, lp.lower[j]});
+      continue;
+    }
+    if (!noLo) cand.push_back({-1, j, 1, lp.lower[j]});
+    if (!noUp) cand.push_back({-1, j, -1, lp.upper[j]});
+    // A free column may need pinning where the LP leaves it a line of
+    // optima; the pin must carry no multiplier.
+    if (noLo && noUp) cand.push_back({-1, j, 2, 0.0});
+  }
+  auto solve = [](std::vector<std::vector<double>> M, std::vector<double> b,
+                  std::vector<double>* out) {
+    const int k = (int)b.size();
+    for (int col = 0; col < k; col++) {
+      int piv = col;
+      for (int r = col + 1; r < k; r++)
+        if (std::fabs(M[r][col]) > std::fabs(M[piv][col])) piv = r;
+      if (std::fabs(M[piv][col]) < 1e-10) return false;
+      std::swap(M[piv], M[col]);
+      std::swap(b[piv], b[col]);
+      for (int r = 0; r < k; r++) {
+        if (r == col) continue;
+        const double f = M[r][col] / M[col][col];
+        for (int q = col; q < k; q++) M[r][q] -= f * M[col][q];
+        b[r] -= f * b[col];
+      }
+    }
+    out->resize(k);
+    for (int r = 0; r < k; r++) (*out)[r] = b[r] / M[r][r];
+    return true;
+  };
+  const double tol = 1e-9;
+  std::vector<int> pick;
+  std::function<bool(int)> choose = [&](int from) -> bool {
+    if ((int)pick.size() == n) {
+      std::vector<std::vector<double>> M(n, std::vector<double>(n, 0.0));
+      std::vector<double> b(n), x, lambda;
+      for (int k = 0; k < n; k++) {
+        const Cand& cd = cand[pick[k]];
+        if (cd.row >= 0) M[k] = A[cd.row];
+        else M[k][cd.col] = 1.0;
+        b[k] = cd.value;
+      }
+      if (n > 0 && !solve(M, b, &x)) return false;
+      for (int i = 0; i < m; i++) {
+        double a = 0.0;
+        for (int j = 0; j < n; j++) a += A[i][j] * x[j];
+        if ((lo[i] > -kInf && a < lo[i] - tol) || (hi[i] < kInf && a > hi[i] + tol)) return false;
+      }
+      for (int j = 0; j < n; j++) {
+        const bool noLo = relax && (relax[j] & RELAX_NO_LOWER);
+        const bool noUp = relax && (relax[j] & RELAX_NO_UPPER);
+        if ((!noLo && lp.lower[j] > -kInf && x[j] < lp.lower[j] - tol) ||
+            (!noUp && lp.upper[j] < kInf && x[j] > lp.upper[j] + tol))
+          return false;
+      }
+      std::vector<std::vector<double>> Mt(n, std::vector<double>(n, 0.0));
+      for (int r = 0; r < n; r++)
+        for (int q = 0; q < n; q++) Mt[q][r] = M[r][q];
+      if (n > 0 && !solve(Mt, c, &lambda)) return false;
+      for (int k = 0; k < n; k++) {
+        const int side = cand[pick[k]].side;
+        if ((side == 1 && lambda[k] < -tol) || (side < 0 && lambda[k] > tol)) return false;
+        if (side == 2 && std::fabs(lambda[k]) > tol) return false;
+      }
+      xOut->assign(x.begin(), x.end());
+      yOut->assign(m, 0.0);
+      for (int k = 0; k < n; k++)
+        if (cand[pick[k]].row >= 0) (*yOut)[cand[pick[k]].row] += lp.objSense * lambda[k];
+      return true;
+    }
+    for (int k = from; k < (int)cand.size(); k++) {
+      pick.push_back(k);
+      if (choose(k + 1)) return true;
+      pick.pop_back();
+    }
+    return false;
+  };
+  return choose(0);
+}
+
+double objectiveOf(const TestLP& lp, const std::vector<double>& x) {
+  if ((int)x.size() < lp.n) return NAN;
+  double v = lp.objConstant;
+  for (int j = 0; j < lp.n; j++) v += lp.obj[j] * x[j];
+  return v;
+}
+
+// The KKT conditions of the caller's LP at what postsolve wrote.
+void expectKKT(TestLP& lp, double tol = 1e-7) {
+  const LPRecord& r = lp.rec;
+  std::vector<double> act(lp.m, 0.0), z(lp.obj);
+  for (int j = 0; j < lp.n; j++)
+    for (int p = lp.colBegin[j]; p < lp.colBegin[j] + lp.colLength[j]; p++) {
+      act[lp.rowIndex[p]] += lp.val[p] * lp.x[j];
+      z[j] -= lp.val[p] * lp.y[lp.rowIndex[p]];
+    }
+  for (int i = 0; i < lp.m; i++) {
+    double lo, hi;
+    rowInterval(r, i, &lo, &hi);
+    EXPECT_NEAR(lp.act[i], act[i], tol) << "activity of row " << i;
+    if (lo > -kInf) { EXPECT_GE(act[i], lo - tol) << "row " << i; }
+    if (hi < kInf) { EXPECT_LE(act[i], hi + tol) << "row " << i; }
+    const double y = lp.sense * lp.y[i];
+    if (y > tol) { EXPECT_NEAR(act[i], lo, tol) << "row " << i << " dual " << y; }
+    if (y < -tol) { EXPECT_NEAR(act[i], hi, tol) << "row " << i << " dual " << y; }
+  }
+  for (int j = 0; j < lp.n; j++) {
+    EXPECT_NEAR(lp.z[j], z[j], tol) << "reduced cost of column " << j;
+    if (lp.lower[j] > -kInf) { EXPECT_GE(lp.x[j], lp.lower[j] - tol) << "column " << j; }
+    if (lp.upper[j] < kInf) { EXPECT_LE(lp.x[j], lp.upper[j] + tol) << "column " << j; }
+    const double d = lp.sense * z[j];
+    if (d > tol) { EXPECT_NEAR(lp.x[j], lp.lower[j], tol) << "column " << j << " rc " << d; }
+    if (d < -tol) { EXPECT_NEAR(lp.x[j], lp.upper[j], tol) << "column " << j << " rc " << d; }
+  }
+  EXPECT_NEAR(r.objConstant, objectiveOf(lp, lp.x), tol * (1 + std::fabs(r.objConstant)));
+}
+
+struct PipelineRun {
+  int32_t code = 0;
+  LPRecord presolved{};
+  // Copies of the presolved arrays, which go with the problem.
+  std::string senses;
+  std::vector<double> lower, upper, range;
+  std::vector<uint8_t> relax;
+  bool solved = false;
+};
+
+// Presolve, solve what is left with the dense solver, postsolve.
+PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false,
+                          const std::function<void(LPRecord*)>& roomCheck = nullptr) {
+  PipelineRun run;
+  LPOptions options{};
+  options.presolver = level;
+  options.primalTol = 1e-6;
+  int32_t status = 99;
+  bramlet::Context* ctx = bramlet::createContext(nullptr, &options, &status);
+  EXPECT_EQ(status, 0);
+  LPRecord* rec = lp.record();
+  // The load path needs an instance; make one through the module.
+  QVModule* module = nullptr;
+  bramlet::Instance* inst = nullptr;
+  if (loadFirst) {
+    module = bramlet::createModule(nullptr);
+    inst = static_cast<bramlet::Instance*>(module->moduleCreateInstance(module));
+    EXPECT_EQ(0, inst->load(inst, lp.n, lp.m, (int32_t)lp.rowIndex.size(), lp.obj.data(),
+                            lp.lower.data(), lp.upper.data(), lp.rhs.data(), lp.range.data(),
+                            lp.rowSense.data(), lp.colBegin.data(), lp.colLength.data(),
+                            lp.rowIndex.data(), lp.val.data(), nullptr, &rec->loadArea));
+  }
+  bramlet::Problem* problem = bramlet::presolve(inst, ctx, 3, rec, &status);
+  run.code = status;
+  EXPECT_NE(problem, nullptr);
+  if (!problem) return run;
+  if (status == 0) {
+    LPRecord* p = problem->lp;
+    run.relax.assign(problem->relaxColBound, problem->relaxColBound + p->numCol);
+    std::vector<double> x, y;
+    run.solved = solveDense(*p, problem->relaxColBound, &x, &y);
+    EXPECT_TRUE(run.solved) << "presolved LP has no optimal vertex";
+    // A bound left to its row must still hold where the row puts the point.
+    for (int j = 0; run.solved && j < p->numCol; j++) {
+      EXPECT_GE(x[j], p->lower[j] - 1e-9) << "presolved column " << j;
+      EXPECT_LE(x[j], p->upper[j] + 1e-9) << "presolved column " << j;
+    }
+    for (int j = 0; j < p->numCol; j++) p->solPrimal[j] = run.solved ? x[j] : 0.0;
+    for (int i = 0; i < p->numRow; i++) p->solDual[i] = run.solved ? y[i] : 0.0;
+    p->status = run.solved ? IPM_STATUS_OPTIMAL : IPM_STATUS_FAILED;
+    p->iteration = 3;
+    run.presolved = *p;
+    run.senses.assign(p->rowSense, p->rowSense + p->numRow);
+    run.range.assign(p->range, p->range + p->numRow);
+    run.lower.assign(p->lower, p->lower + p->numCol);
+    run.upper.assign(p->upper, p->upper + p->numCol);
+    if (roomCheck) roomCheck(p);
+  }
+  EXPECT_EQ(0, bramlet::postsolve(problem));
+  bramlet::freeProblem(inst, &problem);
+  EXPECT_EQ(problem, nullptr);
+  bramlet::freeContext(nullptr, &ctx);
+  if (inst) {
+    inst->destroy(inst);
+    module->moduleUnload(module);
+  }
+  return run;
+}
+
+// Solves the caller's LP directly for the reference objective.
+double referenceObjective(TestLP& lp) {
+  TestLP copy = lp;
+  LPRecord* rec = copy.record();
+  std::vector<double> x, y;
+  EXPECT_TRUE(solveDense(*rec, nullptr, &x, &y));
+  return objectiveOf(lp, x);
+}
+
+void expectOptimal(TestLP& lp, int level = -1) {
+  const double ref = referenceObjective(lp);
+  PipelineRun run = presolveSolvePostsolve(lp, level);
+  EXPECT_TRUE(run.code == 0 || run.code == IPM_STATUS_OPTIMAL) << run.code;
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
+  expectKKT(lp);
+  EXPECT_NEAR(lp.rec.objConstant, ref, 1e-7 * (1 + std::fabs(ref)));
+}
+
+// ---- reductions one by one ------------------------------------------------------------
+
+TEST(BramletPresolve, LevelZeroHandsTheLPOverUnchanged) {
+  TestLP lp;
+  lp.addRow('G', 1.0);
+  lp.addRow('N', 0.0);
+  lp.addRow('R', -1.0, 3.0);
+  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 2.0}, {2, 1.0}});
+  lp.addCol(2.0, -1.0, 1.0, {{0, 1.0}, {2, -1.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, 0);
+  ASSERT_EQ(run.code, 0);
+  EXPECT_EQ(run.presolved.numRow, 3);
+  EXPECT_EQ(run.presolved.numCol, 2);
+  EXPECT_EQ(run.presolved.numCoef, 5);
+  EXPECT_EQ(run.senses, "GNR");
+  EXPECT_EQ(run.range[2], 3.0);
+  EXPECT_EQ(run.lower[1], -1.0);
+  EXPECT_EQ(run.relax, std::vector<uint8_t>(2, 0));
+  expectKKT(lp);
+  EXPECT_EQ(lp.rec.iteration, 3);
+}
+
+TEST(BramletPresolve, EmptyFreeAndRedundantRowsGoWithZeroDuals) {
+  TestLP lp;
+  lp.addRow('L', 5.0);   // empty, satisfied
+  lp.addRow('N', 0.0);   // free
+  lp.addRow('L', 10.0);  // x0 + x1 <= 10 can never bind within the bounds
+  lp.addRow('G', 1.0);   // binding: x0 + 2 x1 >= 1
+  lp.addCol(1.0, 0.0, 3.0, {{1, 4.0}, {2, 1.0}, {3, 1.0}});
+  lp.addCol(1.0, 0.0, 3.0, {{1, 1.0}, {2, 1.0}, {3, 2.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, 2);
+  ASSERT_EQ(run.code, 0);
+  EXPECT_EQ(run.presolved.numRow, 1);
+  expectKKT(lp);
+  EXPECT_EQ(lp.y[0], 0.0);
+  EXPECT_EQ(lp.y[1], 0.0);
+  EXPECT_EQ(lp.y[2], 0.0);
+  EXPECT_NEAR(lp.y[3], 0.5, 1e-9);
+  EXPECT_NEAR(lp.rec.objConstant, 0.5, 1e-9);
+}
+
+TEST(BramletPresolve, InfeasibleEmptyRowDecidesAndPostsolveStillFills) {
+  TestLP lp;
+  lp.addRow('G', 1.0);  // 0 >= 1
+  lp.addRow('L', 4.0);
+  lp.addCol(1.0, 0.0, 1.0, {{1, 1.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, -1);
+  EXPECT_EQ(run.code, IPM_STATUS_PRIMAL_INFEASIBLE);
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_PRIMAL_INFEASIBLE);
+  EXPECT_NEAR(lp.rec.primalInfeas, 1.0, 1e-12);
+  EXPECT_EQ(lp.x[0], 0.0);
+  EXPECT_EQ(lp.act[1], 0.0);
+}
+
+TEST(BramletPresolve, SingletonRowBoundHandsItsDualBackToTheRow) {
+  // min -x0 - x1, x0 + x1 <= 4, 2 x0 <= 2 (singleton), x in [0, 10].
+  TestLP lp;
+  lp.addRow('L', 4.0);
+  lp.addRow('L', 2.0);
+  lp.addCol(-1.0, 0.0, 10.0, {{0, 1.0}, {1, 2.0}});
+  lp.addCol(-2.0, 0.0, 10.0, {{0, 1.0}});
+  expectOptimal(lp);
+  // x1 = 4, x0 = 0: the singleton row is slack.
+  EXPECT_NEAR(lp.x[1], 4.0, 1e-9);
+  EXPECT_EQ(lp.y[1], 0.0);
+
+  // Now x0 is pushed to the row's bound: x0 = 1 and the row carries a dual.
+  TestLP lp2;
+  lp2.addRow('G', -3.0);  // -x0 - x1 >= -3
+  lp2.addRow('G', -2.0);  // -2 x0 >= -2, i.e. x0 <= 1
+  lp2.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
+  lp2.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
+  expectOptimal(lp2);
+  EXPECT_NEAR(lp2.x[0], 1.0, 1e-9);
+  EXPECT_NEAR(lp2.y[1], 1.0, 1e-9);  // (-3 - (-1)(-1)) / -2
+
+  // A singleton equality fixes its column; the dual sign is free.
+  TestLP lp3;
+  lp3.addRow('E', 6.0);
+  lp3.addRow('L', 5.0);
+  lp3.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
+  lp3.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
+  expectOptimal(lp3);
+  EXPECT_NEAR(lp3.x[0], 2.0, 1e-12);
+  EXPECT_NEAR(lp3.y[0], 5.0 / 3.0, 1e-9);
+}
+
+TEST(BramletPresolve, ContradictorySingletonRowsAreInfeasible) {
+  TestLP lp;
+  lp.addRow('G', 3.0);
+  lp.addRow('L', 2.0);
+  lp.addCol(1.0, 0.0, 10.0, {{0, 1.0}, {1, 1.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, 1);
+  EXPECT_EQ(run.code, IPM_STATUS_PRIMAL_INFEASIBLE);
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_PRIMAL_INFEASIBLE);
+}
+
+TEST(BramletPresolve, FixedAndEmptyColumnsMoveIntoTheConstant) {
+  TestLP lp;
+  lp.objConstant = 2.0;
+  lp.addRow('G', 4.0);
+  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});    // fixed at 2, row becomes x1 >= 2
+  lp.addCol(1.0, 0.0, 9.0, {{0, 1.0}});
+  lp.addCol(2.0, -1.0, 5.0, {});           // empty, to its lower bound
+  lp.addCol(-1.0, -1.0, 5.0, {});          // empty, to its upper bound
+  lp.addCol(0.0, -kInf, kInf, {});         // empty and free without cost
+  expectOptimal(lp);
+  EXPECT_EQ(lp.x[2], -1.0);
+  EXPECT_EQ(lp.x[3], 5.0);
+  EXPECT_EQ(lp.x[4], 0.0);
+  EXPECT_NEAR(lp.rec.objConstant, 2.0 + 6.0 + 2.0 - 2.0 - 5.0, 1e-12);
+}
+
+TEST(BramletPresolve, EmptyColumnWithoutBoundInItsDirectionIsUnbounded) {
+  TestLP lp;
+  lp.sense = -1;  // maximise x1: nothing stops it
+  lp.addRow('L', 1.0);
+  lp.addCol(0.0, 0.0, 1.0, {{0, 1.0}});
+  lp.addCol(1.0, 0.0, kInf, {});
+  PipelineRun run = presolveSolvePostsolve(lp, -1);
+  EXPECT_EQ(run.code, IPM_STATUS_DUAL_INFEASIBLE);
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_DUAL_INFEASIBLE);
+}
+
+TEST(BramletPresolve, ForcingRowsFixTheirColumnsAndChooseADual) {
+  // x0 + x1 >= 4 with both at most 2: the only point is (2, 2), and the
+  // costs push against it.
+  TestLP lp;
+  lp.addRow('G', 4.0);
+  lp.addRow('L', 7.0);
+  lp.addCol(3.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
+  lp.addCol(1.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
+  lp.addCol(-1.0, 0.0, 4.0, {{1, 1.0}});
+  expectOptimal(lp);
+  EXPECT_EQ(lp.x[0], 2.0);
+  EXPECT_EQ(lp.x[1], 2.0);
+  // Row 1 leaves x2 <= 3 and prices it at -1, so row 0 needs 4 to keep x0's
+  // reduced cost from pointing away from its upper bound.
+  EXPECT_NEAR(lp.y[1], -1.0, 1e-9);
+  EXPECT_NEAR(lp.y[0], 4.0, 1e-9);
+
+  // The upper end: x0 - x1 <= -3 with x0 >= 0, x1 <= 3, under maximisation.
+  TestLP up;
+  up.sense = -1;
+  up.addRow('L', -3.0);
+  up.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
+  up.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
+  expectOptimal(up);
+  EXPECT_EQ(up.x[0], 0.0);
+  EXPECT_EQ(up.x[1], 3.0);
+}
+
+TEST(BramletPresolve, FreeColumnSingletonsAreSubstitutedOut) {
+  // x2 free appears only in the equation x0 + x1 + 2 x2 = 6 and costs 1:
+  // its cost moves onto x0 and x1.
+  TestLP lp;
+  lp.addRow('E', 6.0);
+  lp.addRow('L', 3.0);
+  lp.addRow('G', 1.0);
+  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
+  lp.addCol(0.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
+  lp.addCol(1.0, -kInf, kInf, {{0, 2.0}});
+  lp.addCol(0.0, -kInf, kInf, {{2, 1.0}, {1, 0.0}});  // costless slack of a row
+  expectOptimal(lp);
+  EXPECT_NEAR(lp.y[0], 0.5, 1e-9);
+  EXPECT_EQ(lp.y[2], 0.0);
+}
+
+TEST(BramletPresolve, EverythingRemovedIsDecidedOptimal) {
+  TestLP lp;
+  lp.objConstant = 1.5;
+  lp.addRow('E', 2.0);
+  lp.addRow('G', 1.0);
+  lp.addCol(1.0, 0.0, 5.0, {{0, 2.0}, {1, 1.0}});  // singleton row fixes x0 = 1
+  lp.addCol(-1.0, 0.0, 3.0, {{1, 1.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, -1);
+  EXPECT_EQ(run.code, IPM_STATUS_OPTIMAL);
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
+  expectKKT(lp);
+  EXPECT_NEAR(lp.rec.objConstant, 1.5 + 1.0 - 3.0, 1e-12);
+  EXPECT_EQ(lp.rec.primalInfeas, 0.0);
+  EXPECT_EQ(lp.rec.dualInfeas, 0.0);
+}
+
+TEST(BramletPresolve, BoundsImpliedByAKeptRowAreMarked) {
+  // x0 = x1 + x2 with x1, x2 in [0, 1] implies x0 in [0, 2]; the column's
+  // own [0, 10] may go, but x1 and x2 must keep theirs.
+  TestLP lp;
+  lp.addRow('E', 0.0);
+  lp.addRow('L', 1.5);
+  lp.addCol(-1.0, 0.0, 10.0, {{0, 1.0}});
+  lp.addCol(0.0, 0.0, 1.0, {{0, -1.0}, {1, 1.0}});
+  lp.addCol(0.0, 0.0, 1.0, {{0, -1.0}, {1, 2.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, 3);
+  ASSERT_EQ(run.code, 0);
+  ASSERT_EQ(run.presolved.numCol, 3);
+  EXPECT_EQ(run.relax[0], RELAX_NO_UPPER);
+  EXPECT_EQ(run.upper[0], 2.0);
+  EXPECT_EQ(run.relax[1], 0);
+  EXPECT_EQ(run.relax[2], 0);
+  expectKKT(lp);
+  EXPECT_NEAR(lp.rec.objConstant, -1.25, 1e-9);
+}
+
+TEST(BramletPresolve, BadInputGivesStatusTenThroughPostsolve) {
+  TestLP lp;
+  lp.addRow('Q', 1.0);
+  lp.addCol(1.0, 0.0, 1.0, {{0, 1.0}});
+  PipelineRun run = presolveSolvePostsolve(lp, -1);
+  EXPECT_EQ(run.code, IPM_STATUS_FAILED);
+  EXPECT_EQ(lp.rec.status, IPM_STATUS_FAILED);
+
+  TestLP bad;
+  bad.addRow('L', 1.0);
+  bad.addCol(1.0, 0.0, 1.0, {{3, 1.0}});  // row out of range
+  EXPECT_EQ(presolveSolvePostsolve(bad, 1).code, IPM_STATUS_FAILED);
+  EXPECT_EQ(presolveSolvePostsolve(bad, 7).code, IPM_STATUS_FAILED);
+}
+
+TEST(BramletPresolve, LoadedLPIsWhatPresolveReads) {
+  TestLP lp;
+  lp.addRow('G', 2.0);
+  lp.addRow('L', 3.0);
+  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
+  lp.addCol(2.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
+  const double ref = referenceObjective(lp);
+  PipelineRun run = presolveSolvePostsolve(lp, -1, true);
+  EXPECT_EQ(run.code, 0);
+  expectKKT(lp);
+  EXPECT_NEAR(lp.rec.objConstant, ref, 1e-9);
+}
+
+// Random tiny LPs, feasible by construction, with fixed, free, singleton and
+// forcing structure mixed in; presolve and postsolve must agree with the
+// dense solve of the caller's LP and satisfy its KKT conditions.
+TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
+  std::mt19937 rng(20240611);
+  auto uni = [&](int a, int b) { return std::uniform_int_distribution<int>(a, b)(rng); };
+  int solvedCount = 0, reducedCount = 0;
+  for (int trial = 0; trial < 400; trial++) {
+    TestLP lp;
+    lp.sense = uni(0, 3) == 0 ? -1 : 1;
+    const int n = uni(1, 5), m = uni(1, 4);
+    std::vector<std::vector<double>> A(m, std::vector<double>(n, 0.0));
+    std::vector<double> x0(n), lo(n), up(n);
+    for (int j = 0; j < n; j++) {
+      const int kind = uni(0, 9);
+      lo[j] = uni(-2, 0);
+      up[j] = lo[j] + uni(1, 4);
+      if (kind == 0) up[j] = lo[j];
+      if (kind == 1) lo[j] = -kInf;
+      if (kind == 2) up[j] = kInf;
+      if (kind == 3) lo[j] = -kInf, up[j] = kInf;
+      x0[j] = std::isfinite(lo[j]) && lo[j] > -kInf ? lo[j] + (up[j] < kInf ? uni(0, (int)(up[j] - lo[j])) : uni(0, 2))
+                                                    : (up[j] < kInf ? up[j] - uni(0, 2) : uni(-2, 2));
+      for (int i = 0; i < m; i++)
+        if (uni(0, 1)) A[i][j] = uni(1, 3) * (uni(0, 1) ? 1 : -1);
+    }
+    for (int i = 0; i < m; i++) {
+      double ax = 0.0, minAct = 0.0, maxAct = 0.0;
+      bool finite = true;
+      for (int j = 0; j < n; j++) {
+        ax += A[i][j] * x0[j];
+        const double a = A[i][j];
+        if (a == 0) continue;
+        const double lb = a > 0 ? lo[j] : up[j], ub = a > 0 ? up[j] : lo[j];
+        if (std::fabs(lb) >= kInf || std::fabs(ub) >= kInf) finite = false;
+        else minAct += a * lb, maxAct += a * ub;
+      }
+      const int kind = uni(0, 6);
+      if (kind == 0) lp.addRow('E', ax);
+      else if (kind == 1) lp.addRow('G', ax - uni(0, 2));
+      else if (kind == 2) lp.addRow('L', ax + uni(0, 2));
+      else if (kind == 3) lp.addRow('R', ax - uni(0, 2), uni(0, 4) + 2);
+      else if (kind == 4) lp.addRow('N', 0.0);
+      else if (kind == 5 && finite) lp.addRow('G', maxAct);  // forcing at its lower end
+      else if (kind == 6 && finite) lp.addRow('L', minAct);  // forcing at its upper end
+      else lp.addRow('G', ax - 1);
+    }
+    // Rows forced to one end must not conflict with x0; rebuild x0's rows only
+    // where the dense solve says infeasible: skip those trials instead.
+    for (int j = 0; j < n; j++) {
+      std::vector<std::pair<int, double>> entries;
+      for (int i = 0; i < m; i++)
+        if (A[i][j] != 0) entries.push_back({i, A[i][j]});
+      lp.addCol(uni(-3, 3), lo[j], up[j], entries);
+    }
+    TestLP ref = lp;
+    std::vector<double> xr, yr;
+    if (!solveDense(*ref.record(), nullptr, &xr, &yr)) continue;  // infeasible or unbounded
+    const double refObj = objectiveOf(lp, xr);
+    SCOPED_TRACE(testing::Message() << "trial " << trial);
+    PipelineRun run = presolveSolvePostsolve(lp, uni(0, 4) == 0 ? 1 : -1);
+    ASSERT_TRUE(run.code == 0 || run.code == IPM_STATUS_OPTIMAL) << run.code;
+    if (run.code == 0 && run.presolved.numCol < n) reducedCount++;
+    ASSERT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
+    expectKKT(lp);
+    EXPECT_NEAR(lp.rec.objConstant, refObj, 1e-7 * (1 + std::fabs(refObj)));
+    solvedCount++;
+    if (testing::Test::HasFailure()) break;
+  }
+  EXPECT_GT(solvedCount, 150);
+  EXPECT_GT(reducedCount, 30);
+}
+
+// ---- scaling ------------------------------------------------------------------------------
+
+struct ScaleCase {
+  TestLP lp;
+  std::vector<double> rowScale, colScale;
+};
+
+ScaleCase badlyScaled() {
+  ScaleCase s;
+  TestLP& lp = s.lp;
+  lp.addRow('E', 3e4);
+  lp.addRow('L', 2e-3);
+  lp.addRow('R', -5.0, 10.0);
+  lp.addRow('G', -kInf);
+  lp.addCol(1e3, 0.0, 1e5, {{0, 1e4}, {1, 1e-3}, {2, 3.0}});
+  lp.addCol(-2e-2, -kInf, 7.0, {{0, 2e6}, {2, 0.5}, {3, 1.0}});
+  lp.addCol(0.0, -3.0, kInf, {{1, 4e-4}, {3, 0.0}});
+  lp.addCol(5.0, 1.0, 1.0, {});
+  return s;
+}
+
+int64_t runScale(ScaleCase& s, int direction) {
+  TestLP& lp = s.lp;
+  s.rowScale.assign(lp.m + 1, 1.0);
+  s.colScale.assign(lp.n + 1, 1.0);
+  return bramlet::scale(1e-6, nullptr, direction, lp.m, lp.n, (int64_t)lp.rowIndex.size(),
+                        lp.colBegin.data(), lp.colLength.data(), lp.rowIndex.data(),
+                        lp.val.data(), lp.obj.data(), lp.lower.data(), lp.upper.data(),
+                        s.rowScale.data(), s.colScale.data(), nullptr, nullptr, lp.rhs.data(),
+                        lp.rowSense.data(), lp.range.data(), nullptr, nullptr, nullptr, nullptr);
+}
+
+bool isPowerOfTwo(double f) {
+  int e;
+  return f > 0 && std::frexp(f, &e) == 0.5;
+}
+
+TEST(BramletScale, FactorsFollowTheContractAndEquilibrate) {
+  ScaleCase s = badlyScaled();
+  const TestLP orig = s.lp;
+  ASSERT_EQ(runScale(s, 1), 0);
+  const TestLP& lp = s.lp;
+  const double objFactor = s.rowScale[lp.m];
+  for (double f : s.rowScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
+  for (double f : s.colScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
+  EXPECT_EQ(s.colScale[lp.n], 1.0);
+  for (int j = 0; j < lp.n; j++) {
+    const double c = s.colScale[j];
+    double colMax = 0.0;
+    for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) {
+      EXPECT_EQ(lp.val[p], s.rowScale[lp.rowIndex[p]] * orig.val[p] * c);
+      colMax = std::max(colMax, std::fabs(lp.val[p]));
+    }
+    if (colMax > 0) {
+      EXPECT_GE(colMax, std::sqrt(0.5)) << "column " << j;
+      EXPECT_LE(colMax, std::sqrt(2.0)) << "column " << j;
+    }
+    EXPECT_EQ(lp.obj[j], objFactor * c * orig.obj[j]);
+    if (orig.lower[j] > -kInf) { EXPECT_EQ(lp.lower[j], orig.lower[j] / c); }
+    else { EXPECT_EQ(lp.lower[j], -kInf); }
+    if (orig.upper[j] < kInf) { EXPECT_EQ(lp.upper[j], orig.upper[j] / c); }
+    else { EXPECT_EQ(lp.upper[j], kInf); }
+  }
+  for (int i = 0; i < lp.m; i++) {
+    if (std::fabs(orig.rhs[i]) < kInf) { EXPECT_EQ(lp.rhs[i], s.rowScale[i] * orig.rhs[i]); }
+    else { EXPECT_EQ(lp.rhs[i], orig.rhs[i]); }
+    EXPECT_EQ(lp.range[i], s.rowScale[i] * orig.range[i]);
+  }
+  // The largest objective magnitude ends near one.
+  double objMax = 0.0;
+  for (double v : lp.obj) objMax = std::max(objMax, std::fabs(v));
+  EXPECT_GE(objMax, std::sqrt(0.5));
+  EXPECT_LE(objMax, std::sqrt(2.0));
+  // The spread of the matrix shrank by orders of magnitude.
+  double mn = HUGE_VAL, mx = 0.0;
+  for (double v : lp.val)
+    if (v != 0) mn = std::min(mn, std::fabs(v)), mx = std::max(mx, std::fabs(v));
+  EXPECT_LT(mx / mn, 1e4);
+}
+
+TEST(BramletScale, UnscaleRestoresModelAndMapsTheSolutionBack) {
+  for (int direction : {1, -1}) {
+    ScaleCase s = badlyScaled();
+    const TestLP orig = s.lp;
+    TestLP& lp = s.lp;
+    ASSERT_EQ(runScale(s, direction), 0);
+    if (direction == -1) {
+      // The crossover's run leaves the objective and the spare entries alone.
+      EXPECT_EQ(s.rowScale[lp.m], 1.0);
+      for (int j = 0; j < lp.n; j++) EXPECT_EQ(lp.obj[j], s.colScale[j] * orig.obj[j]);
+    }
+    // A solution of the caller's LP, taken into the scaled space by hand.
+    std::vector<double> x = {1.0, -2.0, 0.5, 1.0}, y = {0.25, -1.0, 3.0, 0.0};
+    std::vector<double> z(orig.obj), act(lp.m, 0.0);
+    for (int j = 0; j < lp.n; j++)
+      for (int p = orig.colBegin[j]; p < orig.colBegin[j + 1]; p++) {
+        z[j] -= orig.val[p] * y[orig.rowIndex[p]];
+        act[orig.rowIndex[p]] += orig.val[p] * x[j];
+      }
+    const double objFactor = direction == 1 ? s.rowScale[lp.m] : 1.0;
+    std::vector<double> xs(lp.n), ys(lp.m), zs(lp.n), as(lp.m);
+    for (int j = 0; j < lp.n; j++) {
+      xs[j] = x[j] / s.colScale[j];
+      zs[j] = z[j] * objFactor * s.colScale[j];
+    }
+    for (int i = 0; i < lp.m; i++) {
+      ys[i] = y[i] * objFactor / s.rowScale[i];
+      as[i] = act[i] * s.rowScale[i];
+    }
+    // The scaled solution is a solution of the scaled LP.
+    for (int j = 0; j < lp.n; j++) {
+      double v = lp.obj[j];
+      for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) v -= lp.val[p] * ys[lp.rowIndex[p]];
+      EXPECT_NEAR(v, zs[j], 1e-9 * (1 + std::fabs(zs[j])));
+    }
+    ASSERT_EQ(bramlet::unscale(direction, lp.m, lp.n, lp.colBegin.data(), lp.colLength.data(),
+                               lp.rowIndex.data(), lp.val.data(), lp.rhs.data(),
+                               lp.range.data(), lp.obj.data(), lp.lower.data(),
+                               lp.upper.data(), nullptr, nullptr, s.rowScale.data(),
+                               s.colScale.data(), xs.data(), ys.data(), zs.data(), as.data()),
+              0);
+    // Powers of two: everything comes back bit for bit.
+    EXPECT_EQ(lp.val, orig.val);
+    EXPECT_EQ(lp.obj, orig.obj);
+    EXPECT_EQ(lp.rhs, orig.rhs);
+    EXPECT_EQ(lp.range, orig.range);
+    EXPECT_EQ(lp.lower, orig.lower);
+    EXPECT_EQ(lp.upper, orig.upper);
+    for (int j = 0; j < lp.n; j++) {
+      EXPECT_DOUBLE_EQ(xs[j], x[j]);
+      EXPECT_DOUBLE_EQ(zs[j], z[j]);
+    }
+    for (int i = 0; i < lp.m; i++) {
+      EXPECT_DOUBLE_EQ(ys[i], y[i]);
+      EXPECT_DOUBLE_EQ(as[i], act[i]);
+    }
+  }
+}
+
+TEST(BramletScale, DegenerateInputs) {
+  // No rows, no columns, an all-zero objective: factors stay 1.
+  std::vector<double> r(1, 1.0), c(1, 1.0);
+  int32_t begin[1] = {0};
+  EXPECT_EQ(bramlet::scale(1e-6, nullptr, 1, 0, 0, 0, begin, nullptr, nullptr, nullptr, nullptr,
+                           nullptr, nullptr, r.data(), c.data(), nullptr, nullptr, nullptr,
+                           nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+            0);
+  EXPECT_EQ(r[0], 1.0);
+  ScaleCase s = badlyScaled();
+  for (double& v : s.lp.obj) v = 0.0;
+  ASSERT_EQ(runScale(s, 1), 0);
+  EXPECT_EQ(s.rowScale[s.lp.m], 1.0);
+  // Bad sizes and a row index out of range are refused before anything moves.
+  ScaleCase t = badlyScaled();
+  const std::vector<double> before = t.lp.val;
+  t.lp.rowIndex[0] = 9;
+  EXPECT_EQ(runScale(t, 1), IPM_STATUS_FAILED);
+  EXPECT_EQ(t.lp.val, before);
+  EXPECT_EQ(bramlet::unscale(1, -1, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr, nullptr, nullptr, nullptr, r.data(), c.data(),
+                             nullptr, nullptr, nullptr, nullptr),
+            IPM_STATUS_FAILED);
+}
+
+// ---- the instance as the solver sees it ---------------------------------------------------
+
+TEST(BramletInstance, SlotsContextAndProblemThroughTheTable) {
+  QVModule* module = bramlet::createModule(nullptr);
+  ASSERT_NE(module, nullptr);
+  void** slots = static_cast<void**>(module->moduleCreateInstance(module));
+  ASSERT_NE(slots, nullptr);
+  for (int k : {3, 6, 8, 13, 14, 15, 22, 24, 25}) EXPECT_NE(slots[k], nullptr) << "slot " << k;
+  for (int k : {0, 1, 2, 4, 5, 7, 9, 16, 23}) EXPECT_EQ(slots[k], nullptr) << "slot " << k;
+
+  LPOptions options{};
+  options.presolver = -1;
+  options.primalTol = 1e-6;
+  options.maxTime = 50.0;
+  int32_t status = 5;
+  auto create = reinterpret_cast<bramlet::CreateContextFn>(slots[6]);
+  void* ctx = create(static_cast<bramlet::Instance*>(static_cast<void*>(slots)), &options, &status);
+  ASSERT_NE(ctx, nullptr);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(slots[4], ctx);
+  // The driver's view: the parameter block by byte position.
+  uint8_t* params = *static_cast<uint8_t**>(ctx);
+  uint8_t* limits = static_cast<uint8_t**>(ctx)[1];
+  int32_t v;
+  std::memcpy(&v, params + 956, 4);
+  v = 1;
+  std::memcpy(params + 956, &v, 4);
+  double limit;
+  std::memcpy(&limit, limits + 1760, 8);
+  EXPECT_EQ(limit, 50.0);
+
+  TestLP lp;
+  lp.addRow('G', 1.0);
+  lp.addCol(2.0, 0.0, 3.0, {{0, 1.0}});
+  LPRecord* rec = lp.record();
+  auto pre = reinterpret_cast<bramlet::PresolveFn>(slots[13]);
+  void* problem = pre(static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
+                      static_cast<bramlet::Context*>(ctx), 3, rec, &status);
+  ASSERT_NE(problem, nullptr);
+  EXPECT_EQ(slots[5], problem);
+  std::memcpy(&v, params + 956, 4);
+  EXPECT_EQ(v, 0);  // presolve starts from a clean slate
+  EXPECT_EQ(status, IPM_STATUS_OPTIMAL);  // the singleton row settles it
+  EXPECT_EQ(reinterpret_cast<bramlet::PostsolveFn>(slots[14])(static_cast<bramlet::Problem*>(problem)), 0);
+  EXPECT_EQ(lp.x[0], 1.0);
+  EXPECT_EQ(lp.y[0], 2.0);
+  EXPECT_EQ(lp.rec.objConstant, 2.0);
+  reinterpret_cast<bramlet::FreeProblemFn>(slots[15])(
+      static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
+      reinterpret_cast<bramlet::Problem**>(&slots[5]));
+  EXPECT_EQ(slots[5], nullptr);
+  reinterpret_cast<bramlet::FreeContextFn>(slots[8])(
+      static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
+      reinterpret_cast<bramlet::Context**>(&slots[4]));
+  EXPECT_EQ(slots[4], nullptr);
+  reinterpret_cast<bramlet::DestroyFn>(slots[3])(static_cast<bramlet::Instance*>(static_cast<void*>(slots)));
+  module->moduleUnload(module);
+}
+
+TEST(BramletPresolve, PresolvedRecordHasRoomForRangeSlacks) {
+  TestLP lp;
+  lp.addRow('R', 0.0, 4.0);
+  lp.addRow('R', -1.0, 2.0);
+  lp.addRow('E', 1.0);
+  lp.addCol(1.0, -5.0, 5.0, {{0, 1.0}, {1, 1.0}, {2, 1.0}});
+  lp.addCol(-1.0, -5.0, 5.0, {{0, 1.0}, {1, -1.0}, {2, 2.0}});
+  int ranges = 0;
+  // The solver appends one column and entry per range row and writes into
+  // every column array up to the last slack; under a sanitiser an array too
+  // short shows here.
+  PipelineRun run = presolveSolvePostsolve(lp, -1, false, [&](LPRecord* p) {
+    for (int i = 0; i < p->numRow; i++) ranges += p->rowSense[i] == 'R';
+    for (int k = 0; k < ranges; k++) {
+      const int col = p->numCol + k, pos = p->numCoef + k;
+      p->colBegin[col + 1] = pos + 1;
+      p->colLength[col] = 1;
+      p->rowIndex[pos] = 0;
+      p->matValue[pos] = -1.0;
+      p->obj[col] = p->lower[col] = p->upper[col] = 0.0;
+      p->solPrimal[col] = p->reducedCost[col] = 0.0;
+    }
+  });
+  ASSERT_EQ(run.code, 0);
+  EXPECT_EQ(run.presolved.numCol, 2);
+  EXPECT_EQ(ranges, 2);
+  expectKKT(lp);
+}
+
+}  // namespace
