@@ -7,14 +7,8 @@
 #include "frame/qv.h"
 #include "ipm/init_internal.h"
 #include "ipm/submodel.h"
+#include "presolve/eqnsolve.h"
 #include "util/sparse.h"
-
-// The equation solver belongs to the presolver.  Declared weak so that the
-// module links while it is absent; a missing solver is reported as a failure.
-int32_t eqnSolve(double infinity, double tolerance, HalvexEnv* env, int32_t numDim,
-                 int32_t numLeading, int32_t numThreads, int32_t* colBegin, int32_t* rowIndex,
-                 double* matValue, double* rhs, double* start, int32_t verifyLevel,
-                 int32_t mode) __attribute__((weak));
 
 namespace {
 
@@ -56,7 +50,6 @@ bool differs(double a, double b) {
 }  // namespace
 
 int32_t initPrimalPartial(Ipm* ipm, subModel* sub) {
-  if (!eqnSolve) return IPM_STATUS_FAILED;
   int32_t *rowMap, *owned;
   int32_t status = compactMap(ipm, sub->rhsMapSub, sub->numRow, ipm->numRow,
                               "Error lpPrimalPartial: numRow should be %d, but counted as %d",
@@ -150,7 +143,6 @@ int32_t initPrimalPartial(Ipm* ipm, subModel* sub) {
 }
 
 int32_t lpInitDualPartial(Ipm* ipm, subModel* sub) {
-  if (!eqnSolve) return IPM_STATUS_FAILED;
   int32_t *colMap, *owned;
   int32_t status = compactMap(ipm, sub->objMapSub, sub->numCol, ipm->numCol,
                               "Error lpDualPartial: numCol should be %d, but counted as %d",
