@@ -1,6 +1,7 @@
 #include "qprecord.h"
 
 #include <algorithm>
+#include <cmath>
 #include <climits>
 
 namespace hxcli {
@@ -25,15 +26,30 @@ bool buildQPRecord(const MpsProblem& p, QPModel* model, std::string* error) {
   m.recordRow.clear();
   m.freeRows.clear();
   m.numRange = 0;
+  // A range row's slack runs over the row's width, and a width of
+  // kInfinity or more reads as no bound at all, which would silently drop
+  // an end.  Such a row (a RANGES value of 1e20 is the usual way to write
+  // one) keeps only the end of smaller magnitude: the other lies 1e20 away
+  // and cannot bind.
+  std::vector<double> rowLower = p.rowLower, rowUpper = p.rowUpper;
   for (int32_t i = 0; i < numRow; ++i) {
-    bool hasLo = p.rowLower[i] > -kInfinity, hasUp = p.rowUpper[i] < kInfinity;
+    double lo = rowLower[i], up = rowUpper[i];
+    if (lo > -kInfinity && up < kInfinity && up - lo >= kInfinity) {
+      if (std::fabs(lo) <= std::fabs(up))
+        rowUpper[i] = kInfinity;
+      else
+        rowLower[i] = -kInfinity;
+    }
+  }
+  for (int32_t i = 0; i < numRow; ++i) {
+    bool hasLo = rowLower[i] > -kInfinity, hasUp = rowUpper[i] < kInfinity;
     if (!hasLo && !hasUp) {
       m.freeRows.push_back(i);
       continue;
     }
     newRow[i] = (int32_t)m.recordRow.size();
     m.recordRow.push_back(i);
-    if (hasLo && hasUp && p.rowLower[i] != p.rowUpper[i]) ++m.numRange;
+    if (hasLo && hasUp && rowLower[i] != rowUpper[i]) ++m.numRange;
   }
   const int32_t rows = (int32_t)m.recordRow.size();
 
@@ -52,7 +68,7 @@ bool buildQPRecord(const MpsProblem& p, QPModel* model, std::string* error) {
   sized(&m.rowActivity, rows, 0.0);
   for (int32_t k = 0; k < rows; ++k) {
     int32_t i = m.recordRow[k];
-    double lo = p.rowLower[i], up = p.rowUpper[i];
+    double lo = rowLower[i], up = rowUpper[i];
     if (lo == up) {
       m.rowSense[k] = 'E';
       m.rhs[k] = lo;

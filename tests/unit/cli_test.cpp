@@ -77,6 +77,30 @@ TEST(CliRecord, RowSensesRangesAndFreeRowsLeftOut) {
   EXPECT_EQ(r.obj[0], 1.0);
 }
 
+TEST(CliRecord, RangesOfInfiniteWidthKeepTheirNearEnd) {
+  // G with a range of 1e20 is a plain G row; a G row written 1e20 below its
+  // real upper end is an L row at that end.  Neither may become a range row,
+  // whose slack would run over an infinite width and lose the end.
+  MpsProblem p = parse(
+      "NAME WIDE\nROWS\n N OBJ\n G WIDEG\n G SHIFTED\n G NARROW\n"
+      "COLUMNS\n X OBJ 1 WIDEG 1\n X SHIFTED 1 NARROW 1\n"
+      "RHS\n RHS WIDEG -9999.5 SHIFTED -9.999999999999995e+19\n RHS NARROW 1\n"
+      "RANGES\n RNG WIDEG 1e+20 SHIFTED 1e+20\n RNG NARROW 1e+19\n"
+      "ENDATA\n");
+  QPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &m, &why)) << why;
+  const QPRecord& r = m.record;
+  ASSERT_EQ(r.numRow, 3);
+  EXPECT_EQ(r.rowSense[0], 'G');
+  EXPECT_EQ(r.rhs[0], -9999.5);
+  EXPECT_EQ(r.rowSense[1], 'L');
+  EXPECT_EQ(r.rhs[1], -9.999999999999995e+19 + 1e+20);
+  EXPECT_EQ(r.rowSense[2], 'R');  // a finite width stays a range
+  EXPECT_EQ(r.range[2], 1e+19);
+  EXPECT_EQ(m.numRange, 1);
+}
+
 TEST(CliRecord, ColumnArraysHaveRoomForTheRangeSlacks) {
   MpsProblem p = parse(kRows);
   QPModel m;
