@@ -179,64 +179,57 @@ TEST_F(QPDriver, ModelWithoutMatrixOrRows) {
   EXPECT_NEAR(r.objValue, -0.5, 1e-6);
 }
 
+// A linear model held in vectors, A column-wise as values, rows and starts.
+struct LinearQP {
+  std::vector<double> a, obj, rhs, lo, up, x, y, act;
+  std::vector<int32_t> idx, beg;
+  std::vector<char> sense;
+  QPRecord r{};
+  LinearQP(std::vector<double> a_, std::vector<int32_t> idx_, std::vector<int32_t> beg_,
+           std::vector<double> obj_, std::vector<char> sense_, std::vector<double> rhs_,
+           std::vector<double> lo_, std::vector<double> up_)
+      : a(a_), obj(obj_), rhs(rhs_), lo(lo_), up(up_), x(obj_.size()), y(rhs_.size()),
+        act(rhs_.size()), idx(idx_), beg(beg_), sense(sense_) {
+    r.objSense = 1;
+    r.numRow = (int32_t)rhs.size();
+    r.numCol = (int32_t)obj.size();
+    r.numCoef = (int32_t)a.size();
+    r.matValue = a.data();
+    r.rowIndex = idx.data();
+    r.colBegin = beg.data();
+    r.obj = obj.data();
+    r.rhs = rhs.data();
+    r.lower = lo.data();
+    r.upper = up.data();
+    r.rowSense = sense.data();
+    r.solPrimal = x.data();
+    r.solDual = y.data();
+    r.rowActivity = act.data();
+  }
+};
+
 TEST_F(QPDriver, PresolveThatSolvesEverythingDoesNoIteration) {
   // Two singleton equations fix both columns.
-  std::vector<double> a{1, 1}, obj{1, 2}, rhs{1, 2}, lo{0, 0}, up{5, 5}, x(2), y(2), act(2);
-  std::vector<int32_t> idx{0, 1}, beg{0, 1, 2};
-  std::vector<char> sense{'E', 'E'};
-  QPRecord r{};
-  r.objSense = 1;
-  r.numRow = 2;
-  r.numCol = 2;
-  r.numCoef = 2;
-  r.matValue = a.data();
-  r.rowIndex = idx.data();
-  r.colBegin = beg.data();
-  r.obj = obj.data();
-  r.rhs = rhs.data();
-  r.lower = lo.data();
-  r.upper = up.data();
-  r.rowSense = sense.data();
-  r.solPrimal = x.data();
-  r.solDual = y.data();
-  r.rowActivity = act.data();
-  ASSERT_EQ(solve(r), QP_RETURN_OPTIMAL);
-  EXPECT_EQ(r.iterations, 0);
-  EXPECT_NEAR(x[0], 1.0, 1e-12);
-  EXPECT_NEAR(x[1], 2.0, 1e-12);
-  EXPECT_NEAR(r.objValue, 5.0, 1e-12);
-  EXPECT_NEAR(y[0], 1.0, 1e-12);
-  EXPECT_NEAR(y[1], 2.0, 1e-12);
+  LinearQP m({1, 1}, {0, 1}, {0, 1, 2}, {1, 2}, {'E', 'E'}, {1, 2}, {0, 0}, {5, 5});
+  ASSERT_EQ(solve(m.r), QP_RETURN_OPTIMAL);
+  EXPECT_EQ(m.r.iterations, 0);
+  EXPECT_NEAR(m.x[0], 1.0, 1e-12);
+  EXPECT_NEAR(m.x[1], 2.0, 1e-12);
+  EXPECT_NEAR(m.r.objValue, 5.0, 1e-12);
+  EXPECT_NEAR(m.y[0], 1.0, 1e-12);
+  EXPECT_NEAR(m.y[1], 2.0, 1e-12);
 }
 
 TEST_F(QPDriver, BoundsAtExactlyInfinityAreNoBounds) {
   // minimise x  s.t.  y - x <= 0,  x <= 31000,  x >= 0 with no upper bound
   // given as exactly 1e20, 30000 <= y <= 30000.5.  Summing 1e20 into the
   // first row's activity would round the bound it implies on x past 31000.
-  std::vector<double> a{-1, 1, 1}, obj{1, 0}, rhs{0, 31000}, lo{0, 30000}, up{1e20, 30000.5},
-      x(2), y(2), act(2);
-  std::vector<int32_t> idx{0, 1, 0}, beg{0, 2, 3};
-  std::vector<char> sense{'L', 'L'};
-  QPRecord r{};
-  r.objSense = 1;
-  r.numRow = 2;
-  r.numCol = 2;
-  r.numCoef = 3;
-  r.matValue = a.data();
-  r.rowIndex = idx.data();
-  r.colBegin = beg.data();
-  r.obj = obj.data();
-  r.rhs = rhs.data();
-  r.lower = lo.data();
-  r.upper = up.data();
-  r.rowSense = sense.data();
-  r.solPrimal = x.data();
-  r.solDual = y.data();
-  r.rowActivity = act.data();
-  ASSERT_EQ(solve(r), QP_RETURN_OPTIMAL);
-  EXPECT_NEAR(x[0], 30000.0, 1e-3);
-  EXPECT_NEAR(r.objValue, 30000.0, 1e-3);
-  EXPECT_EQ(up[0], 1e20);
+  LinearQP m({-1, 1, 1}, {0, 1, 0}, {0, 2, 3}, {1, 0}, {'L', 'L'}, {0, 31000}, {0, 30000},
+             {1e20, 30000.5});
+  ASSERT_EQ(solve(m.r), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(m.x[0], 30000.0, 1e-3);
+  EXPECT_NEAR(m.r.objValue, 30000.0, 1e-3);
+  EXPECT_EQ(m.up[0], 1e20);
 }
 
 TEST_F(QPDriver, UnknownPresolveSettingIsReportedAndTheSolveGoesOn) {
