@@ -177,13 +177,24 @@ int32_t PermuteCompressMatrix(int32_t n, const int32_t* colBegin, const int32_t*
                               int32_t* pivots, const int32_t* perm0, const int32_t* invPerm0,
                               int32_t numCompressed, int32_t* outBegin, int32_t* outIndex,
                               int32_t* work) {
+  // The caller may write an entry more than once (the factor adds the parts
+  // up), but the graph must name each neighbour once: the orderings refuse
+  // repeated edges, and a repeat would also inflate the degrees that choose
+  // the method and the dense vertices.  lastSeen[r] is the last position
+  // that took row r.
+  int32_t* lastSeen = work;
+  for (int32_t r = 0; r < n; r++) lastSeen[r] = -1;
   int32_t count = 0;
   for (int32_t i = 0; i < n; i++) {
     int32_t old = perm0[i];
     outBegin[i] = count;
+    lastSeen[i] = i;  // no diagonal
     for (int32_t p = colBegin[old]; p < colBegin[old + 1]; p++) {
       int32_t r = invPerm0[rowIndex[p]];
-      if (r != i) outIndex[count++] = r;
+      if (lastSeen[r] != i) {
+        lastSeen[r] = i;
+        outIndex[count++] = r;
+      }
     }
   }
   outBegin[n] = count;

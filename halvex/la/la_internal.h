@@ -118,7 +118,8 @@ inline LABlockShape laBlockShape(const LASymbolic* sym, int32_t s) {
 int32_t InitMemoryAndStructsLDL(LAEnv* env, int32_t n, int32_t nnz, LASymbolic** symbolic,
                                 LANumeric** numeric);
 // Permutes by perm0 and, with pairs, compresses each pair of neighbouring
-// positions into one vertex.  The output has no diagonal.
+// positions into one vertex.  The output has no diagonal and names each
+// neighbour once, however often the input repeats an entry.  work: 3n.
 int32_t PermuteCompressMatrix(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
                               int32_t* pivots, const int32_t* perm0, const int32_t* invPerm0,
                               int32_t numCompressed, int32_t* outBegin, int32_t* outIndex,

@@ -409,6 +409,45 @@ TEST(LASymbolicSteps, PairCompressionMergesNeighbours) {
                                      work.data()));
 }
 
+TEST(LASymbolicSteps, RepeatedEntriesAndDiagonalsNeverReachTheOrdering) {
+  // Edges 0-1, 1-2, 3-4, 4-5 once, 0-5, 1-4, 0-3 twice and 2-3 three times,
+  // each written in both columns, every diagonal twice, in no order.
+  std::vector<IntVec> cols = {{0, 5, 1, 3, 0, 5, 3}, {2, 4, 0, 1, 4, 1},
+                              {2, 3, 1, 3, 3, 2},    {3, 2, 4, 0, 2, 2, 3, 0},
+                              {5, 1, 3, 4, 1, 4},    {4, 0, 5, 0, 5}};
+  int32_t n = 6;
+  IntVec colBegin = {0}, rowIndex;
+  for (const IntVec& c : cols) {
+    rowIndex.insert(rowIndex.end(), c.begin(), c.end());
+    colBegin.push_back((int32_t)rowIndex.size());
+  }
+  IntVec begin(n + 1), index(rowIndex.size()), work(3 * n);
+  auto checkGraph = [&](const std::vector<std::set<int32_t>>& want) {
+    for (size_t g = 0; g < want.size(); g++) {
+      std::set<int32_t> got(index.begin() + begin[g], index.begin() + begin[g + 1]);
+      EXPECT_EQ(want[g], got) << "vertex " << g;
+      EXPECT_EQ((int32_t)want[g].size(), begin[g + 1] - begin[g]) << "repeats at vertex " << g;
+    }
+  };
+
+  // All single, under a reversing perm0: the merged pattern without its
+  // diagonal.
+  IntVec perm0 = {5, 4, 3, 2, 1, 0}, inv0 = perm0, pivots(n, -2);
+  ASSERT_EQ(0, PermuteCompressMatrix(n, colBegin.data(), rowIndex.data(), pivots.data(),
+                                     perm0.data(), inv0.data(), n, begin.data(), index.data(),
+                                     work.data()));
+  checkGraph({{1, 5}, {0, 2, 4}, {1, 3, 5}, {2, 4}, {1, 3, 5}, {0, 2, 4}});
+
+  // Pairs {1,2} and {4,5}: the singles 0 and 3 share a repeated edge, which
+  // the compression copies from single to single without a marker.
+  IntVec ident = {0, 1, 2, 3, 4, 5};
+  IntVec pairs = {-2, -1, -1, -2, -1, -1};
+  ASSERT_EQ(0, PermuteCompressMatrix(n, colBegin.data(), rowIndex.data(), pairs.data(),
+                                     ident.data(), ident.data(), 4, begin.data(), index.data(),
+                                     work.data()));
+  checkGraph({{1, 2, 3}, {0, 2, 3}, {0, 1, 3}, {0, 1, 2}});
+}
+
 // ---- the analysis driver ------------------------------------------------------
 
 // Checks the plan against a brute-force factor in the analysis order.
@@ -680,6 +719,134 @@ TEST_F(LATest, BadPatternsAreRefused) {
   checkPlan(d, sym, num);
   LA_CleanUpLDL(env, &sym, &num);
   EXPECT_EQ(before, live());
+}
+
+// p with entries written again, as the caller may hand them over: a third
+// of the off-diagonal entries once or twice more, each in both of its
+// columns, and every fifth diagonal; the entries of each column shuffled.
+// merged receives the same columns with every repeat after the first
+// dropped: the matrix with its repeats merged, entries in the same order.
+Pattern withRepeats(const Pattern& p, uint32_t seed, Pattern* merged) {
+  std::mt19937 rng(seed);
+  std::vector<IntVec> cols(p.n);
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++) cols[j].push_back(p.rowIndex[q]);
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++) {
+      int32_t i = p.rowIndex[q];
+      int32_t extra = i > j && rng() % 3 == 0 ? 1 + (int32_t)(rng() % 2) : 0;
+      if (i == j && j % 5 == 0) extra = 1;
+      for (int32_t e = 0; e < extra; e++) {
+        cols[j].push_back(i);
+        if (i != j) cols[i].push_back(j);
+      }
+    }
+  Pattern d, m;
+  d.n = m.n = p.n;
+  d.colBegin.push_back(0);
+  m.colBegin.push_back(0);
+  std::vector<int32_t> seen(p.n, -1);
+  for (int32_t j = 0; j < p.n; j++) {
+    std::shuffle(cols[j].begin(), cols[j].end(), rng);
+    for (int32_t i : cols[j]) {
+      d.rowIndex.push_back(i);
+      if (seen[i] != j) m.rowIndex.push_back(i);
+      seen[i] = j;
+    }
+    d.colBegin.push_back((int32_t)d.rowIndex.size());
+    m.colBegin.push_back((int32_t)m.rowIndex.size());
+  }
+  d.value.assign(d.rowIndex.size(), 1.0);
+  m.value.assign(m.rowIndex.size(), 1.0);
+  *merged = m;
+  return d;
+}
+
+// [H A'; A -D] with H diagonal: n1 columns, n2 constraint rows.
+Pattern kktPattern(int32_t n1, int32_t n2, uint32_t seed) {
+  std::mt19937 rng(seed);
+  int32_t n = n1 + n2;
+  std::vector<std::vector<bool>> a(n, std::vector<bool>(n, false));
+  for (int32_t i = 0; i < n2; i++) {
+    a[n1 + i][i % n1] = a[i % n1][n1 + i] = true;
+    for (int32_t j = 0; j < n1; j++)
+      if (rng() % 7 == 0) a[n1 + i][j] = a[j][n1 + i] = true;
+  }
+  return fromDense(a);
+}
+
+TEST_F(LATest, RepeatedEntriesPlanAsTheirMergedMatrix) {
+  struct Case {
+    const char* name;
+    Pattern p;
+    int32_t threads, method, constrained;
+  };
+  std::vector<Case> cases = {
+      {"kkt, automatic", kktPattern(80, 40, 2), 1, -1, 0},
+      {"random, minimum degree", randomPattern(90, 0.05, 8), 1, 0, 0},
+      {"random, nested and constrained", randomPattern(120, 0.04, 11), 1, 2, 1},
+      {"kkt, nested and constrained", kktPattern(80, 60, 5), 1, 2, 1},
+      {"block arrow, threaded", blockArrow(3, 200, 150), 4, -1, 0},
+  };
+  uint32_t seed = 100;
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Pattern merged;
+    Pattern dup = withRepeats(c.p, seed++, &merged);
+    ASSERT_EQ(c.p.colBegin[c.p.n], merged.colBegin[merged.n]);
+    ASSERT_GT(dup.colBegin[dup.n], merged.colBegin[merged.n]);
+    LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
+    ASSERT_NE(nullptr, e);
+    ASSERT_EQ(0, LA_SetIntParam(e, LA_PARAM_NUM_THREADS, c.threads));
+    ASSERT_EQ(0, LA_SetIntParam(e, LA_PARAM_ORDERING_METHOD, c.method));
+    ASSERT_EQ(0, LA_SetIntParam(e, LA_PARAM_USE_CONSTRAINED_ORDERING, c.constrained));
+    LASymbolic *ms = nullptr, *ds = nullptr;
+    LANumeric *mn = nullptr, *dn = nullptr;
+    ASSERT_EQ(0, LA_AnalyzeMatrixLDL(merged.n, merged.colBegin.data(), merged.rowIndex.data(),
+                                     nullptr, e, &ms, &mn));
+    int32_t status = LA_AnalyzeMatrixLDL(dup.n, dup.colBegin.data(), dup.rowIndex.data(), nullptr,
+                                         e, &ds, &dn);
+    EXPECT_EQ(0, status);
+    if (status == 0) {
+      int32_t n = dup.n;
+      EXPECT_EQ(c.threads > 1 ? 1 : 0, ds->threaded);
+      EXPECT_EQ(IntVec(ms->perm, ms->perm + n), IntVec(ds->perm, ds->perm + n));
+      EXPECT_EQ(ms->estFactorEntries, ds->estFactorEntries);
+      EXPECT_EQ(ms->estOperations, ds->estOperations);
+      EXPECT_EQ(ms->numFactorEntries, ds->numFactorEntries);
+      EXPECT_EQ(ms->threaded, ds->threaded);
+      EXPECT_EQ(ms->blockSize, ds->blockSize);
+      EXPECT_EQ(ms->updateBufferSize, ds->updateBufferSize);
+      EXPECT_EQ(ms->panelBufferSize, ds->panelBufferSize);
+      EXPECT_EQ(ms->numBlocks, ds->numBlocks);
+      ASSERT_EQ(ms->numSNodes, ds->numSNodes);
+      int32_t ns = ds->numSNodes;
+      EXPECT_EQ(IntVec(ms->snodeStart, ms->snodeStart + ns + 1),
+                IntVec(ds->snodeStart, ds->snodeStart + ns + 1));
+      EXPECT_EQ(IntVec(ms->snodeParent, ms->snodeParent + ns),
+                IntVec(ds->snodeParent, ds->snodeParent + ns));
+      EXPECT_EQ(std::vector<int64_t>(ms->factorBegin, ms->factorBegin + ns + 1),
+                std::vector<int64_t>(ds->factorBegin, ds->factorBegin + ns + 1));
+      ASSERT_EQ(ms->numRowEntries, ds->numRowEntries);
+      EXPECT_EQ(IntVec(ms->rowList, ms->rowList + ms->numRowEntries),
+                IntVec(ds->rowList, ds->rowList + ds->numRowEntries));
+      // The copy of the lower triangle keeps every repeat for the factor to
+      // add up.
+      int64_t repeatsBelow = 0;
+      for (int32_t j = 0; j < n; j++)
+        for (int32_t q = dup.colBegin[j]; q < dup.colBegin[j + 1]; q++)
+          if (ds->invPerm[dup.rowIndex[q]] >= ds->invPerm[j]) repeatsBelow++;
+      for (int32_t j = 0; j < n; j++)
+        for (int32_t q = merged.colBegin[j]; q < merged.colBegin[j + 1]; q++)
+          if (ds->invPerm[merged.rowIndex[q]] >= ds->invPerm[j]) repeatsBelow--;
+      EXPECT_GT(repeatsBelow, 0);
+      EXPECT_EQ(mn->lowerCopy.numCoef + repeatsBelow, dn->lowerCopy.numCoef);
+      if (n <= 200) checkPlan(dup, ds, dn);
+    }
+    LA_CleanUpLDL(e, &ms, &mn);
+    LA_CleanUpLDL(e, &ds, &dn);
+    LA_FreeLAEnv(&e);
+  }
 }
 
 TEST_F(LATest, StaticPermutationWithoutMatchingCodeIsRefused) {

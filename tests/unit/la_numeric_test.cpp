@@ -432,14 +432,16 @@ TEST_F(LANumericSparse, SolvesQuasiDefiniteAndIndefiniteMatrices) {
 }
 
 TEST_F(LANumericSparse, DuplicatesAddUpAndModeOneTakesAnalysisOrder) {
-  // Each diagonal written as two halves that the factor must add up.
+  // Each diagonal and every other off-diagonal written as two parts that
+  // the factor must add up.
   Sparse whole = gridLaplacian(6);
   std::vector<std::tuple<int32_t, int32_t, double>> t;
+  int32_t offDiagonal = 0;
   for (int32_t j = 0; j < whole.n; j++)
     for (int32_t k = whole.colBegin[j]; k < whole.colBegin[j + 1]; k++) {
       int32_t i = whole.rowIndex[k];
       if (i < j) continue;
-      if (i == j) {
+      if (i == j || offDiagonal++ % 2 == 0) {
         t.push_back({i, j, 0.25 * whole.value[k]});
         t.push_back({i, j, 0.75 * whole.value[k]});
       } else {
@@ -468,6 +470,106 @@ TEST_F(LANumericSparse, DuplicatesAddUpAndModeOneTakesAnalysisOrder) {
   Vec y(whole.n, 1.0);
   ASSERT_EQ(0, solve(permuted, y, 1));
   for (int32_t i = 0; i < whole.n; i++) EXPECT_NEAR(x[sym->perm[i]], y[i], 1e-12);
+}
+
+// Splits entries of the lower triangle of s into parts: every third
+// off-diagonal into two, every seventh into three, every fourth diagonal
+// into two; both triangles stored, and each column shuffled so that the
+// parts of an entry do not sit side by side.
+Sparse splitIntoParts(const Sparse& s, uint32_t seed) {
+  std::vector<std::tuple<int32_t, int32_t, double>> t;
+  int32_t count = 0;
+  for (int32_t j = 0; j < s.n; j++)
+    for (int32_t k = s.colBegin[j]; k < s.colBegin[j + 1]; k++) {
+      int32_t i = s.rowIndex[k];
+      double v = s.value[k];
+      if (i < j) continue;
+      count++;
+      if (i != j && count % 7 == 0) {
+        t.push_back({i, j, 0.5 * v});
+        t.push_back({i, j, -0.25 * v});
+        t.push_back({i, j, 0.75 * v});
+      } else if ((i != j && count % 3 == 0) || (i == j && count % 4 == 0)) {
+        t.push_back({i, j, 0.375 * v});
+        t.push_back({i, j, 0.625 * v});
+      } else {
+        t.push_back({i, j, v});
+      }
+    }
+  Sparse d = fromLower(s.n, t);
+  std::mt19937 rng(seed);
+  for (int32_t j = 0; j < d.n; j++) {
+    std::vector<std::pair<int32_t, double>> col;
+    for (int32_t k = d.colBegin[j]; k < d.colBegin[j + 1]; k++)
+      col.push_back({d.rowIndex[k], d.value[k]});
+    std::shuffle(col.begin(), col.end(), rng);
+    for (size_t q = 0; q < col.size(); q++) {
+      d.rowIndex[d.colBegin[j] + q] = col[q].first;
+      d.value[d.colBegin[j] + q] = col[q].second;
+    }
+  }
+  return d;
+}
+
+TEST_F(LANumericSparse, RepeatedOffDiagonalEntriesAddUp) {
+  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_COLLECT_INERTIA, 1));
+  struct Case {
+    const char* name;
+    Sparse whole;
+    int32_t threads, positive, negative;
+  };
+  Dense A = randomSymmetric(420, 31, 1e-2);
+  std::vector<Case> cases = {
+      {"quasi-definite kkt", randomKKT(80, 40, 13, 1e-6, true), 1, 80, 40},
+      {"kkt without a constraint diagonal", randomKKT(80, 30, 14, 0.0, false), 1, 80, 30},
+      {"dense, threaded", denseSparse(A), 4, -1, -1},
+  };
+  uint32_t seed = 40;
+  int32_t unrefined = 0;
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Sparse parts = splitIntoParts(c.whole, seed++);
+    ASSERT_GT(parts.colBegin[parts.n], c.whole.colBegin[c.whole.n]);
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, c.threads));
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 64));
+    ASSERT_EQ(0, analyze(parts));
+    EXPECT_EQ(c.threads > 1 ? 1 : 0, sym->threaded);
+    ASSERT_EQ(0, factor(parts));
+    if (c.positive >= 0) {
+      EXPECT_EQ(c.positive, env->numPositivePivots);
+      EXPECT_EQ(c.negative, env->numNegativePivots);
+    } else {
+      EXPECT_EQ(c.whole.n, env->numPositivePivots + env->numNegativePivots);
+    }
+
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    Vec xTrue(c.whole.n);
+    for (double& v : xTrue) v = u(rng);
+    Vec b = multiply(c.whole, xTrue), res(c.whole.n);
+    // Refinement multiplies with the parts as they stand, so it must agree
+    // with the summed matrix too.
+    Vec x = b;
+    int32_t status = solve(parts, x);
+    EXPECT_TRUE(status == 0 || status == 6 || status == 7) << status;
+    EXPECT_LT(LA_CalculateInfNormResidual(c.whole.n, c.whole.colBegin.data(),
+                                          c.whole.rowIndex.data(), c.whole.value.data(), x.data(),
+                                          b.data(), res.data()),
+              1e-14);
+    // Without refinement the factor alone answers for the sums, where the
+    // pivots were not replaced.
+    if (sym->numPerturbed == 0) {
+      unrefined++;
+      ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 0));
+      Vec y = b;
+      ASSERT_EQ(0, solve(parts, y));
+      EXPECT_LT(LA_CalculateInfNormResidual(c.whole.n, c.whole.colBegin.data(),
+                                            c.whole.rowIndex.data(), c.whole.value.data(),
+                                            y.data(), b.data(), res.data()),
+                1e-12);
+    }
+  }
+  EXPECT_GE(unrefined, 2);
 }
 
 TEST_F(LANumericSparse, RefactorsNewValuesOnTheSameAnalysis) {
