@@ -203,28 +203,23 @@ void* bPresolve(void*, void* context, int32_t mode, LPRecord* r, int32_t* status
   if (gSib->presolveStatus < 0) return nullptr;
   FakeProblem* p = new FakeProblem;
   p->caller = r;
-  const int n = r->numCol, m = r->numRow, nz = r->numCoef;
+  const int n = r->numCol, m = r->numRow;
   // Room for the slack of every row, as the solver's slack stage asks.
-  p->matValue.assign(r->matValue, r->matValue + nz);
-  p->matValue.resize(nz + m);
-  p->rowIndex.assign(r->rowIndex, r->rowIndex + nz);
-  p->rowIndex.resize(nz + m);
-  p->colBegin.assign(r->colBegin, r->colBegin + n + 1);
-  p->colBegin.resize(n + m + 1);
-  p->colLength.assign(r->colLength, r->colLength + n);
-  p->colLength.resize(n + m);
-  p->obj.assign(r->obj, r->obj + n);
-  p->obj.resize(n + m);
-  p->lower.assign(r->lower, r->lower + n);
-  p->lower.resize(n + m);
-  p->upper.assign(r->upper, r->upper + n);
-  p->upper.resize(n + m);
-  p->rhs.assign(r->rhs, r->rhs + m);
-  p->sense.assign(r->rowSense, r->rowSense + m);
-  p->x.assign(n + m, 0.0);
-  p->y.assign(m, 0.0);
-  p->rc.assign(n + m, 0.0);
-  p->act.assign(m, 0.0);
+  auto copy = [](auto& to, const auto* from, int count, int room) {
+    to.assign(from, from + count);
+    to.resize(count + room);
+  };
+  copy(p->matValue, r->matValue, r->numCoef, m);
+  copy(p->rowIndex, r->rowIndex, r->numCoef, m);
+  copy(p->colBegin, r->colBegin, n + 1, m);
+  copy(p->colLength, r->colLength, n, m);
+  copy(p->obj, r->obj, n, m);
+  copy(p->lower, r->lower, n, m);
+  copy(p->upper, r->upper, n, m);
+  copy(p->rhs, r->rhs, m, 0);
+  copy(p->sense, r->rowSense, m, 0);
+  p->x = p->rc = std::vector<double>(n + m, 0.0);
+  p->y = p->act = std::vector<double>(m, 0.0);
   p->relax = gSib->relax;
   LPRecord& lp = p->lp;
   lp = *r;
@@ -476,7 +471,15 @@ TEST_F(LPDriver, RelaxationFlagsFromBramletReachTheSolve) {
   // x3's lower bound goes, so that only the G row holds it: x3 + x5 = -10
   // and x0 rises to its bound.  x1 has one bound only and keeps it.
   sib.relax = {0, RELAX_NO_LOWER, 0, RELAX_NO_LOWER, 0, 0};
+  // Through the load path, which hands the record's arrays to bramlet.
+  options.loadMode = 3;
+  int flagsOfColumns = 0;
+  lp.record.siblingWord[LPRECORD_COLUMN_FLAG_WORD] = reinterpret_cast<int64_t>(&flagsOfColumns);
   ASSERT_EQ(run(), 0);
+  EXPECT_EQ(sib.calls[2], "load");
+  EXPECT_EQ(std::vector<int64_t>(sib.loadSizes, sib.loadSizes + 3), (std::vector<int64_t>{6, 3, 8}));
+  EXPECT_EQ(sib.loadFlags, &flagsOfColumns);
+  EXPECT_EQ(sib.loadArea, &lp.record.loadArea);
   ASSERT_EQ(lp.record.status, IPM_STATUS_OPTIMAL);
   EXPECT_NEAR(lp.record.objConstant, -17.5, 1e-5);
   EXPECT_NEAR(lp.x[0], 4.0, 1e-5);
@@ -485,13 +488,17 @@ TEST_F(LPDriver, RelaxationFlagsFromBramletReachTheSolve) {
   EXPECT_NEAR(lp.x[3] + lp.x[5], -10.0, 1e-5);
 }
 
-TEST_F(LPDriver, OptionsAreKeptAndChargedWithTheTimeUsed) {
+TEST_F(LPDriver, OptionsAreKeptAndChargedAndPrintLevelZeroIsSilent) {
   options.maxTime = 100.0;
+  options.printLevel = 0;
   ASSERT_EQ(run(), 0);
+  EXPECT_EQ(lp.record.status, IPM_STATUS_OPTIMAL);
   EXPECT_EQ(ctx.lpOptions, &options);
   EXPECT_EQ(sib.contextOptions, &options);
   EXPECT_DOUBLE_EQ(options.timeUsed, lp.record.presolveTime + lp.record.totalTime);
   EXPECT_DOUBLE_EQ(options.maxTime, 100.0 - lp.record.presolveTime - lp.record.totalTime);
+  EXPECT_FALSE(messages.saw(0x827FD801));
+  EXPECT_FALSE(messages.saw(0x827FD001));
 }
 
 // ---- options ----------------------------------------------------------------------------
@@ -546,27 +553,23 @@ TEST_F(LPDriver, UnknownScalingOptionIsATextError) {
   EXPECT_TRUE(sib.calls.empty());
 }
 
-TEST_F(LPDriver, WarningsLetTheCallGoOn) {
+TEST_F(LPDriver, WarningsLetTheCallGoOnAndASettledLPSkipsTheSolve) {
   options.solverKind = 1;
   options.timerType = 5;
   options.sibling3 = 0;
   options.gapTol = options.primalTol = options.dualTol = 1e-15;  // the limit itself passes
   sib.presolveStatus = 1;  // settled by presolve: no solve at these tolerances
+  sib.postsolveStatus = IPM_STATUS_PRIMAL_INFEASIBLE;
   EXPECT_EQ(run(), 0);
   EXPECT_EQ(messages.severityOf(0x827FD80E), MSG_WARNING);
   EXPECT_EQ(messages.severityOf(0x827FD80F), MSG_WARNING);
   EXPECT_EQ(messages.severityOf(0x827FD813), MSG_WARNING);
   EXPECT_FALSE(messages.saw(0x827FD810));
-  EXPECT_TRUE(called("presolve"));
-  EXPECT_EQ(lp.record.status, 1);
-}
-
-TEST_F(LPDriver, PrintLevelZeroSilencesTheStartAndTheReport) {
-  options.printLevel = 0;
-  ASSERT_EQ(run(), 0);
-  EXPECT_EQ(lp.record.status, IPM_STATUS_OPTIMAL);
   EXPECT_FALSE(messages.saw(0x827FD801));
-  EXPECT_FALSE(messages.saw(0x827FD001));
+  EXPECT_TRUE(called("postsolve"));
+  EXPECT_EQ(lp.record.status, IPM_STATUS_PRIMAL_INFEASIBLE);
+  EXPECT_EQ(lp.record.returnCode, 0);
+  expectReleased();
 }
 
 TEST_F(LPDriver, RefusedDefaultOptionsEndAtOnce) {
@@ -625,31 +628,6 @@ TEST_F(LPDriver, BrokenChainReportsAndReleasesWhatWasMade) {
     EXPECT_EQ(sib.calls, c.calls);
     expectReleased();
   }
-}
-
-TEST_F(LPDriver, LoadModeHandsTheRecordsArraysToBramlet) {
-  options.loadMode = 3;
-  int flagsOfColumns = 0;
-  lp.record.siblingWord[LPRECORD_COLUMN_FLAG_WORD] = reinterpret_cast<int64_t>(&flagsOfColumns);
-  ASSERT_EQ(run(), 0);
-  EXPECT_EQ(sib.calls[2], "load");
-  EXPECT_EQ(sib.loadSizes[0], 6);
-  EXPECT_EQ(sib.loadSizes[1], 3);
-  EXPECT_EQ(sib.loadSizes[2], 8);
-  EXPECT_EQ(sib.loadFlags, &flagsOfColumns);
-  EXPECT_EQ(sib.loadArea, &lp.record.loadArea);
-  EXPECT_EQ(lp.record.status, IPM_STATUS_OPTIMAL);
-}
-
-TEST_F(LPDriver, PresolveThatSettlesTheLPSkipsTheSolve) {
-  sib.presolveStatus = 1;
-  sib.postsolveStatus = IPM_STATUS_PRIMAL_INFEASIBLE;
-  EXPECT_EQ(run(), 0);
-  EXPECT_EQ(lp.record.status, IPM_STATUS_PRIMAL_INFEASIBLE);
-  EXPECT_EQ(lp.record.returnCode, 0);
-  EXPECT_FALSE(messages.saw(0x827FD801));
-  EXPECT_TRUE(called("postsolve"));
-  expectReleased();
 }
 
 TEST_F(LPDriver, TimeLimitMetByPresolve) {
