@@ -155,15 +155,19 @@ int32_t ipmResetRoute(Ipm* ipm) {
 
 namespace {
 
-int32_t setUp(Ipm* ipm, ipmModel* model, ipmOption* option, ipmStorage* storage,
-              ipmSolution* solution, subModel* sub) {
+int32_t setUp(Ipm* ipm, ipmModel* model, ipmOption* option, presolver* pre,
+              ipmStorage* storage, ipmSolution* solution, subModel** subRef) {
   ipmGetOption(ipm, option);
   ipmSetParam(ipm, option);
   ipm->smallObjScale = storage && storage->objScale < 1e-05 ? 1 : 0;
   int32_t status = CreateIpm(ipm);
   if (status) return status;
-  // The big-data sub-model is not made yet: the starting point runs its full
-  // routes, which it does for any model without big data anyway.
+  // The starting point leaves big data out of its systems; the sub-model
+  // marks it on the scaled model with its slacks, and lives until the end.
+  if ((status = NewSubModel(ipm->env, model, subRef)) != 0) return status;
+  subModel* sub = *subRef;
+  ipmMarkBigdata(ipm->env, model, sub, option);
+  if ((status = CreateSubModel(ipm->env, model, pre, sub)) != 0) return status;
   if (ipm->verifyLevel && (status = VerifySubmodel(ipm->env, model, sub, ipm->verifyLevel)) != 0)
     return status;
   AssignIpm(ipm, model, solution);
@@ -288,7 +292,7 @@ int32_t ipmSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolver* 
   Ipm* ipm = NewIpm(env, model, timer, initialControl);
   if (!ipm) {
     r = IPM_STATUS_OUT_OF_MEMORY;
-  } else if ((r = setUp(ipm, model, option, storage, solution, sub)) == 0) {
+  } else if ((r = setUp(ipm, model, option, pre, storage, solution, &sub)) == 0) {
     r = iterate(ipm);
     ldlCleanUp(ipm->LA_env, &ipm->LDL_factor, &ipm->LDL_memory);
     if (r == IPM_STATUS_ACCEPTABLE && ipm->dualityGap <= ipm->gapTol) {
@@ -301,6 +305,7 @@ int32_t ipmSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolver* 
     FreeIpm(ipm);
     poolFree(env->pool, ipm);
   }
+  FreeSubModel(env, sub);
   // The reductions' working arrays are of no further use; the maps stay for
   // the postsolve.
   if (pre) FreePresolver(env, pre);

@@ -1,10 +1,15 @@
 // The side record of big rows, columns and bounds that the starting point
-// leaves out of its least-squares systems.  Only the layout lives here so far;
-// the starting point reads it, and accepts its absence (null).
+// leaves out of its least-squares systems.  It copies what it needs from the
+// scaled model with its slacks and never touches the model; it lives for the
+// whole of one ipmSolve.  The starting point accepts its absence (null).
 #ifndef HALVEX_IPM_SUBMODEL_H
 #define HALVEX_IPM_SUBMODEL_H
 
 #include <stdint.h>
+
+#include "records/records.h"
+
+typedef struct presolver presolver;
 
 struct subModel {
   int32_t numRow;
@@ -43,5 +48,25 @@ struct subModel {
 
 #define SUB_BIG_LOWER 1
 #define SUB_BIG_UPPER 2
+
+// In the maps: left out of the system but kept in the numbering.
+#define SUB_LEFT_OUT (-1)
+
+// Thresholds' floors: what counts as big never drops below these, however
+// small the matrix entries are.
+#define SUB_MIN_THRESHOLD_BIG 10000.0
+#define SUB_MIN_THRESHOLD_BIG_BOUND 1000.0
+
+// The three steps run in this order.  NewSubModel returns 0 or -1086 and
+// leaves *out null on failure; CreateSubModel returns 0, 10 or -1086, and
+// whatever it made before a failure goes with FreeSubModel.
+int32_t NewSubModel(HalvexEnv* env, const ipmModel* model, subModel** out);
+void ipmMarkBigdata(HalvexEnv* env, const ipmModel* model, subModel* sub,
+                    const ipmOption* option);
+// The row-wise copy of A that it needs is made into the presolver's row
+// arrays, which the presolver frees; with no presolver a copy of its own is
+// made and freed here.
+int32_t CreateSubModel(HalvexEnv* env, const ipmModel* model, presolver* pre, subModel* sub);
+void FreeSubModel(HalvexEnv* env, subModel* sub);
 
 #endif  // HALVEX_IPM_SUBMODEL_H

@@ -2,6 +2,7 @@
 #include "presolve/presolver.h"
 
 #include "frame/qv.h"
+#include "ipm/specsolve.h"
 #include "presolve/internal.h"
 #include "records/model.h"
 #include "util/sparse.h"
@@ -9,9 +10,9 @@
 using presolve::isQP;
 using presolve::newArray;
 
-// The checks and the special-case solve live elsewhere and may be absent
-// from a build; weak references let the presolver link and run without them.
-// A missing check counts as passed; a missing special-case solve is reported.
+// The checks live elsewhere and may be absent from a build; weak references
+// let the presolver link and run without them.  A missing check counts as
+// passed.
 int32_t ipmVerifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,
                            int32_t numCoef, const int32_t* colSkip, const int32_t* rowSkip,
                            const int32_t* colBegin, const int32_t* colLength,
@@ -25,19 +26,8 @@ int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ip
                             presolver* pre) __attribute__((weak, visibility("hidden")));
 int32_t VerifyPresolveDisabled(HalvexEnv* env, int32_t level, presolver* pre, int32_t numRow,
                                int32_t numCol) __attribute__((weak, visibility("hidden")));
-int32_t ipmSpecSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, ipmSolution* solution,
-                     int32_t choice) __attribute__((weak, visibility("hidden")));
 
 namespace {
-
-int32_t specialSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, ipmSolution* solution,
-                     int32_t choice) {
-  if (!ipmSpecSolve) {
-    PRE_TEXT(env, "%1zThe special-case solve is not available in this build of halvex.");
-    return IPM_STATUS_FAILED;
-  }
-  return ipmSpecSolve(env, model, option, solution, choice);
-}
 
 int32_t verifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,
                         int32_t numCoef, const int32_t* colSkip, const int32_t* rowSkip,
@@ -351,7 +341,7 @@ int32_t ipmPresolve(HalvexEnv* env, ipmModel** modelRef, ipmOption* option, pres
   if (pre->preRoute == PREROUTE_SPECIAL) {
     // No presolver array exists on this road, so nothing is left to free.
     printPreMsgQP(env, m, option, pre);
-    status = specialSolve(env, m, option, *outerSolution, 1);
+    status = ipmSpecSolve(env, m, option, *outerSolution, SPEC_SOLVE_REDUCED);
     if (status == 0) {
       pre->preControl = PRECONTROL_NONE;
       pre->preRoute = PREROUTE_SOLVED;
@@ -460,7 +450,7 @@ end:
   }
   if (pre->preRoute != PREROUTE_SPECIAL) return 0;
 
-  status = specialSolve(env, m, option, *innerSolution, 0);
+  status = ipmSpecSolve(env, m, option, *innerSolution, SPEC_SOLVE_DIRECT);
   if (status) return status;
   switch (pre->preControl) {
     case PRECONTROL_NONE:
@@ -493,7 +483,7 @@ int32_t ipmPresolveDisabled(HalvexEnv* env, ipmModel* m, ipmOption* option, pres
     status = NewSolution(env, outerSolution, m->numRow, m->numCol, m->solPrimal, m->solDual);
     *innerSolution = *outerSolution;
     if (status) return status;
-    status = specialSolve(env, m, option, *outerSolution, 1);
+    status = ipmSpecSolve(env, m, option, *outerSolution, SPEC_SOLVE_REDUCED);
     if (status == 0) pre->preRoute = PREROUTE_SOLVED;
     return status;
   }

@@ -1,11 +1,7 @@
-// The bridge's code mapping, the starting point, and out-of-memory at every
-// allocation of a whole solve.
+// The bridge's code mapping and out-of-memory at every allocation of a whole
+// solve.
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "ipm/init_internal.h"
-#include "ipm/submodel.h"
 #include "unit/ipm_support.h"
 
 using namespace ipmtest;
@@ -209,7 +205,7 @@ class IpmMemory : public HostTest {};
 TEST_F(IpmMemory, EveryRefusedAllocationOfASolveGivesOutOfMemoryAndNoLeak) {
   for (bool quad : {false, true}) {
     int32_t status = 0;
-    int k = 0;
+    int k = 0, absorbed = 0;
     for (; k < 2000; k++) {
       Problem p({{1, 2, 1}, {3, 1, 0}}, "LR", {4, 6}, {-1, -1, -0.5}, {0, 0, -kInf},
                 {kInf, 5, kInf}, {0, 3});
@@ -232,187 +228,20 @@ TEST_F(IpmMemory, EveryRefusedAllocationOfASolveGivesOutOfMemoryAndNoLeak) {
       poolFree(pool, p.storage.rangeRow);
       poolFree(pool, p.storage.lcontRow);
       if (!hit) break;
-      EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
+      // A refusal inside the active-set finish is a failed reset like any
+      // other: the point in force goes on, and the solve still ends.
+      if (status != IPM_STATUS_OUT_OF_MEMORY) {
+        EXPECT_EQ(status, IPM_STATUS_OPTIMAL) << "allocation " << k;
+        absorbed++;
+        continue;
+      }
       EXPECT_EQ(p.model.status, IPM_STATUS_OUT_OF_MEMORY);
     }
     EXPECT_EQ(status, IPM_STATUS_OPTIMAL) << (quad ? "QP" : "LP");
+    EXPECT_GT(absorbed, 0) << (quad ? "QP" : "LP");
     EXPECT_GT(k, 20);  // the record, its working set, the environment and the analysis
     EXPECT_EQ(liveBlocks(), 0);
   }
-}
-
-// ---- starting point ------------------------------------------------------------------
-
-class IpmStart : public HostTest {
- protected:
-  ~IpmStart() override {
-    if (ipm) {
-      FreeIpm(ipm);
-      poolFree(pool, ipm);
-    }
-    FreeSolution(&env, solution);
-    if (problem) {
-      poolFree(pool, problem->storage.rangeRow);
-      poolFree(pool, problem->storage.lcontRow);
-    }
-  }
-  Ipm* make(Problem model) {
-    problem.reset(new Problem(std::move(model)));
-    problem->link();
-    Problem& p = *problem;
-    EXPECT_EQ(addSlack(&env, &p.model, &p.storage), 0);
-    EXPECT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(),
-                          p.y.data()),
-              0);
-    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
-    ipmGetOption(ipm, &p.option);
-    ipmSetParam(ipm, &p.option);
-    EXPECT_EQ(CreateIpm(ipm), 0);
-    AssignIpm(ipm, &p.model, solution);
-    AnalyzeIpm(ipm);
-    return ipm;
-  }
-  bool hasLower(int32_t j) const { return ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO); }
-  bool hasUpper(int32_t j) const { return ipm->varBndType[j] & VARBND_UPPER; }
-
-  std::unique_ptr<Problem> problem;
-  ipmSolution* solution = nullptr;
-  Ipm* ipm = nullptr;
-};
-
-TEST_F(IpmStart, ShiftRule) {
-  Ipm lp{}, qp{};
-  lp.modelType = IPM_MODEL_LP;
-  qp.modelType = IPM_MODEL_QP;
-  EXPECT_EQ(initShift(&lp, 0.0), 1e-10);
-  EXPECT_EQ(initShift(&lp, 5.0), 1e-10);
-  EXPECT_EQ(initShift(&lp, -1e12), 1e12 + 100);  // -m * 1e-10 is 100
-  EXPECT_EQ(initShift(&lp, -1.0), 1.0 + 1e-10);
-  EXPECT_EQ(initShift(&qp, -0.01), 0.1);  // raised to 0.1
-  EXPECT_EQ(initShift(&qp, -1.0), 1.0 + 1e-10);
-}
-
-TEST_F(IpmStart, PrimalSlacksKeepOrShiftByTheirLeast) {
-  make(Problem({{1, 1}, {1, -1}}, "GE", {1, 0}, {1, 1}, {0, 0}, {3, kInf}));
-  subModel sub{};
-  // Interior already and a sub-model present: nothing moves.
-  ipm->ineqnSlack[0] = 0.5;
-  ipm->lowerSlack[0] = 0.2;
-  ipm->lowerSlack[1] = 1e-9;
-  ipm->upperSlack[0] = 2.0;
-  adjustSolPrimal(ipm, &sub, 1e-9);
-  EXPECT_EQ(ipm->lowerSlack[1], 1e-9);
-  EXPECT_EQ(ipm->ineqnSlack[0], 0.5);
-  // At the floor exactly: the shift route, with 1e-10 for m >= 0.
-  adjustSolPrimal(ipm, &sub, 1e-10);
-  EXPECT_EQ(ipm->lowerSlack[1], 1e-9 + 1e-10);
-  EXPECT_EQ(ipm->ineqnSlack[1], 0.0);  // the E row is left alone
-  // A negative least: everything moves by it, and a value that stays below
-  // the floor is refilled with 100, not with the floor.
-  // (A value below the least given arises from the rows that a partial start
-  // leaves out of the least.)
-  ipm->lowerSlack[0] = -2.0;
-  ipm->lowerSlack[1] = -3.0;
-  adjustSolPrimal(ipm, &sub, -2.0);
-  EXPECT_NEAR(ipm->lowerSlack[0], 2e-10, 1e-16);
-  EXPECT_EQ(ipm->lowerSlack[1], 100.0);
-  // A value that the shift brings exactly onto the floor stays there.
-  ipm->lowerSlack[0] = 0.0;
-  adjustSolPrimal(ipm, &sub, 0.0);
-  EXPECT_EQ(ipm->lowerSlack[0], 1e-10);
-  // Without a sub-model the shift route runs whatever the least.
-  const double before = ipm->upperSlack[0];
-  adjustSolPrimal(ipm, nullptr, 1.0);
-  EXPECT_EQ(ipm->upperSlack[0], before + 1e-10);
-}
-
-TEST_F(IpmStart, BigItemsOfTheSubModelAreLiftedOnTheirOwn) {
-  make(Problem({{1, 1}, {1, -1}}, "GG", {1, 0}, {1, 1}, {-1e6, 0}, {3, kInf}));
-  subModel sub{};
-  int32_t idxBound[] = {0}, statusBound[] = {SUB_BIG_LOWER}, idxRow[] = {1};
-  sub.numBoundBig = 1;
-  sub.idxBoundSub = idxBound;
-  sub.statusBoundSub = statusBound;
-  sub.numRhsBigAll = 1;
-  sub.idxRowSub = idxRow;
-  ipm->lowerSlack[0] = -5;
-  ipm->upperSlack[0] = 1;
-  ipm->lowerSlack[1] = 1;
-  ipm->ineqnSlack[0] = 1;
-  ipm->ineqnSlack[1] = -3;
-  adjustSolPrimal(ipm, &sub, 1.0);
-  EXPECT_EQ(ipm->lowerSlack[0], 100.0);
-  EXPECT_EQ(ipm->ineqnSlack[1], 100.0);
-  EXPECT_EQ(ipm->upperSlack[0], 1.0);
-  EXPECT_EQ(ipm->ineqnSlack[0], 1.0);
-}
-
-TEST_F(IpmStart, LpStartIsTheLeastSquaresPointMadeInterior) {
-  // Columns: both bounds, lower only, free; rows G and E.
-  make(Problem({{1, 2, 1}, {1, -1, 3}}, "GE", {2, 1}, {1, -1, 2}, {0, 1, -kInf},
-               {4, kInf, kInf}));
-  ASSERT_EQ(ipmInitLP(ipm, nullptr), 0);
-  // min 1/2 sum (x - b)^2 + 1/2 (A_G x - rhs_G)^2 under A_E x = rhs_E, by
-  // its normal equations.
-  Dense a = {{1, 2, 1}, {1, -1, 3}};
-  const double nb[] = {2, 1, 0}, sb[] = {4, 1, 0};
-  Dense k(4, std::vector<double>(4, 0.0));
-  std::vector<double> b(4, 0.0);
-  for (int i = 0; i < 3; i++) {
-    for (int j = 0; j < 3; j++) k[i][j] = a[0][i] * a[0][j];
-    k[i][i] += nb[i];
-    b[i] = sb[i] + a[0][i] * 2;
-    k[i][3] = k[3][i] = a[1][i];
-  }
-  b[3] = 1;
-  std::vector<double> want = denseSolve(k, b);
-  for (int j = 0; j < 3; j++) EXPECT_NEAR(ipm->solPrimal[j], want[j], 1e-9) << j;
-
-  // Every slack and dual in force is positive; the others are exactly 0.
-  for (int32_t j = 0; j < ipm->numCol; j++) {
-    EXPECT_EQ(hasLower(j), ipm->lowerSlack[j] > 0 && ipm->lowerDual[j] > 0) << j;
-    EXPECT_EQ(hasUpper(j), ipm->upperSlack[j] > 0 && ipm->upperDual[j] > 0) << j;
-    if (!hasLower(j)) {
-      EXPECT_EQ(ipm->lowerSlack[j] + ipm->lowerDual[j], 0.0);
-    }
-    if (!hasUpper(j)) {
-      EXPECT_EQ(ipm->upperSlack[j] + ipm->upperDual[j], 0.0);
-    }
-  }
-  EXPECT_GT(ipm->ineqnSlack[0], 0);
-  EXPECT_GT(ipm->solDual[0], 0);
-  EXPECT_EQ(ipm->ineqnSlack[1], 0);
-  // The matrix diagonal is cleared for the loop and the divisor set.
-  for (int32_t j = 0; j < ipm->numCol; j++) EXPECT_EQ(ipm->kktValue[ipm->varBndDiagIndex[j]], 0);
-  for (int32_t i = 0; i < ipm->numRow; i++) EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[i]], 0);
-  double least = std::min({ipm->solDual[0], ipm->lowerSlack[0], ipm->upperSlack[0],
-                           ipm->lowerSlack[1]});
-  EXPECT_EQ(ipm->divisor, least);
-  EXPECT_NE(ipm->LDL_factor, nullptr);  // the loop's pattern stays analysed
-  // A second build with the handles set changes nothing.
-  std::vector<int32_t> begin(ipm->kktBegin, ipm->kktBegin + ipm->numDim + 1);
-  ipm->kktBegin[0] = -7;
-  EXPECT_EQ(ipmInitAugmat(ipm, 1), 0);
-  EXPECT_EQ(ipm->kktBegin[0], -7);
-  ipm->kktBegin[0] = begin[0];
-}
-
-TEST_F(IpmStart, QpStartEndsOnTheFullPattern) {
-  Problem p({{1, 1}}, "G", {1}, {-1, 0}, {0, -kInf}, {kInf, kInf});
-  p.setQuad({{2, 1}, {1, 3}});
-  make(std::move(p));
-  ASSERT_EQ(ipmInitQP(ipm, nullptr), 0);
-  // QP floors: every slack and dual in force at least 0.1.
-  EXPECT_GE(ipm->lowerSlack[0], 0.1);
-  EXPECT_GE(ipm->lowerDual[0], 0.1);
-  EXPECT_GE(ipm->ineqnSlack[0], 0.1);
-  EXPECT_GE(ipm->solDual[0], 0.1);
-  // The loop's matrix holds +Q off the diagonal again.
-  Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
-  EXPECT_EQ(k[0][1], 1.0);
-  EXPECT_EQ(k[1][0], 1.0);
-  EXPECT_EQ(k[2][0], -1.0);
-  EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numIpmCoef);
 }
 
 }  // namespace

@@ -1,0 +1,437 @@
+// The active-set finish on small models whose optima are known: a point near
+// the optimum is handed in with its pairs separated (or not), and the reset
+// must either land exactly on the vertex or leave the record as it was.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <memory>
+
+#include "ipm/reset.h"
+#include "unit/ipm_support.h"
+
+using namespace ipmtest;
+
+namespace {
+
+// Everything of the record that a reset could touch, taken as bytes.
+struct Snapshot {
+  std::vector<unsigned char> record;
+  std::vector<double> values;
+  bool operator==(const Snapshot& o) const { return record == o.record && values == o.values; }
+};
+
+class IpmReset : public HostTest {
+ protected:
+  ~IpmReset() override { release(); }
+
+  void setUp(Problem model) {
+    release();
+    owned.reset(new Problem(std::move(model)));
+    Problem& p = *owned;
+    p.link();
+    ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
+    ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
+              0);
+    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
+    ASSERT_NE(ipm, nullptr);
+    ipmGetOption(ipm, &p.option);
+    ipmSetParam(ipm, &p.option);
+    ASSERT_EQ(CreateIpm(ipm), 0);
+    AssignIpm(ipm, &p.model, solution);
+    AnalyzeIpm(ipm);
+    // Measures of an unfinished point, so that an accepted reset shows.
+    ipm->status = IPM_STATUS_FAILED;
+    ipm->primalInfeas = ipm->dualInfeas = ipm->boundInfeas = 1e-3;
+    ipm->dualityGap = ipm->complementarity = 1e-3;
+  }
+
+  void release() {
+    if (ipm) {
+      FreeIpm(ipm);
+      poolFree(pool, ipm);
+      ipm = nullptr;
+    }
+    FreeSolution(&env, solution);
+    solution = nullptr;
+    if (owned) {
+      if (owned->storage.rangeRow) poolFree(pool, owned->storage.rangeRow);
+      if (owned->storage.lcontRow) poolFree(pool, owned->storage.lcontRow);
+      owned.reset();
+    }
+  }
+
+  // A column's pairs: a bound with a slack and a dual.
+  void lowerPair(int32_t j, double slack, double dual) {
+    ipm->lowerSlack[j] = slack;
+    ipm->lowerDual[j] = dual;
+  }
+  void upperPair(int32_t j, double slack, double dual) {
+    ipm->upperSlack[j] = slack;
+    ipm->upperDual[j] = dual;
+  }
+
+  Snapshot snapshot() const {
+    Snapshot s;
+    s.record.resize(sizeof(Ipm));
+    memcpy(s.record.data(), ipm, sizeof(Ipm));
+    const int32_t n = ipm->numCol, m = ipm->numRow;
+    auto add = [&](const double* v, int32_t len) { s.values.insert(s.values.end(), v, v + len); };
+    add(ipm->solPrimal, n);
+    add(ipm->lowerSlack, n);
+    add(ipm->upperSlack, n);
+    add(ipm->lowerDual, n);
+    add(ipm->upperDual, n);
+    add(ipm->solDual, m);
+    add(ipm->ineqnSlack, m);
+    add(ipm->vecRhs, ipm->numDim);
+    add(ipm->kktValue, ipm->numIpmCoef);
+    add(ipm->scratchA, n > m ? n : m);
+    add(ipm->scratchB, n > m ? n : m);
+    return s;
+  }
+
+  // Stationarity, feasibility and complementarity of the record's point,
+  // computed densely from the model: the largest violation.
+  double kktError() const {
+    const int32_t n = ipm->numCol, m = ipm->numRow;
+    double worst = 0.0;
+    auto note = [&](double v) { worst = fmax(worst, fabs(v)); };
+    std::vector<double> ax(m, 0.0), g(ipm->obj, ipm->obj + n);
+    for (int32_t j = 0; j < n; j++)
+      for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++) {
+        ax[ipm->rowIndex[k]] += ipm->matValue[k] * ipm->solPrimal[j];
+        g[j] -= ipm->matValue[k] * ipm->solDual[ipm->rowIndex[k]];
+      }
+    if (ipm->modelType == IPM_MODEL_QP)
+      for (int32_t j = 0; j < n; j++) {
+        g[j] += ipm->quadDiag[j] * ipm->solPrimal[j];
+        for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j];
+             k++) {
+          const int32_t i = ipm->quadRowIndex[k];
+          g[j] += ipm->quadMatValue[k] * ipm->solPrimal[i];
+          g[i] += ipm->quadMatValue[k] * ipm->solPrimal[j];
+        }
+      }
+    for (int32_t j = 0; j < n; j++) {
+      const uint8_t t = ipm->varBndType[j];
+      double r = g[j];
+      if (t & (VARBND_LOWER | VARBND_LOWER_ZERO)) {
+        r -= ipm->lowerDual[j];
+        note(ipm->solPrimal[j] - ipm->lower[j] - ipm->lowerSlack[j]);
+        note(ipm->lowerSlack[j] * ipm->lowerDual[j]);
+        note(fmin(0.0, ipm->lowerSlack[j]));
+        note(fmin(0.0, ipm->lowerDual[j]));
+      }
+      if (t & VARBND_UPPER) {
+        r += ipm->upperDual[j];
+        note(ipm->upper[j] - ipm->solPrimal[j] - ipm->upperSlack[j]);
+        note(ipm->upperSlack[j] * ipm->upperDual[j]);
+        note(fmin(0.0, ipm->upperSlack[j]));
+        note(fmin(0.0, ipm->upperDual[j]));
+      }
+      note(r);
+    }
+    for (int32_t i = 0; i < m; i++) {
+      note(ax[i] - ipm->rhs[i] - ipm->ineqnSlack[i]);
+      if (ipm->rowSense[i] == 'G') {
+        note(ipm->ineqnSlack[i] * ipm->solDual[i]);
+        note(fmin(0.0, ipm->ineqnSlack[i]));
+        note(fmin(0.0, ipm->solDual[i]));
+      } else {
+        note(ipm->ineqnSlack[i]);
+      }
+    }
+    return worst;
+  }
+
+  std::unique_ptr<Problem> owned;
+  ipmSolution* solution = nullptr;
+  Ipm* ipm = nullptr;
+};
+
+// min -x1 - x2, x1 + 2x2 <= 4, 3x1 + x2 <= 6, x >= 0: vertex (1.6, 1.2) with
+// both rows active; in the iteration's G form the duals are (0.4, 0.2).
+Problem textbook() {
+  return Problem({{1, 2}, {3, 1}}, "LL", {4, 6}, {-1, -1}, {0, 0}, {kInf, kInf});
+}
+
+// min x1 + 2x2 + 3x3 with x1 + x2 + x3 = 10 (scaled by sign), x1 - x2 >= -2,
+// x2 + x3 <= 8, 0 <= x1 <= 6, x2 free, x3 >= 0: optimum (6, 4, 0), the
+// equation's dual 2 * sign, x1 at its upper bound with dual 1, x3 at its lower
+// bound with dual 1, both inequalities slack by 4.
+Problem mixed(double sign) {
+  return Problem({{sign, sign, sign}, {1, -1, 0}, {0, 1, 1}}, "EGL", {10 * sign, -2, 8},
+                 {1, 2, 3}, {0, -kInf, 0}, {6, kInf, kInf});
+}
+
+// The point of mixed() near its optimum with the pairs well apart.
+void nearMixed(Ipm* ipm, double sign) {
+  const double x[3] = {6 - 2e-7, 4 + 3e-7, 1e-7};
+  for (int32_t j = 0; j < 3; j++) ipm->solPrimal[j] = x[j];
+  ipm->lowerSlack[0] = x[0];
+  ipm->lowerDual[0] = 2e-8;
+  ipm->upperSlack[0] = 2e-7;
+  ipm->upperDual[0] = 1 + 1e-6;
+  ipm->lowerSlack[2] = 1e-7;
+  ipm->lowerDual[2] = 1 - 2e-6;
+  ipm->solDual[0] = (2 + 1e-6) * sign;
+  for (int32_t i = 1; i < 3; i++) {
+    ipm->ineqnSlack[i] = 4 + 1e-7;
+    ipm->solDual[i] = 3e-8;
+  }
+}
+
+TEST_F(IpmReset, AcceptsTheRightActiveSetAndLandsOnTheVertex) {
+  setUp(textbook());
+  ipm->solPrimal[0] = 1.6 + 1e-6;
+  ipm->solPrimal[1] = 1.2 - 2e-6;
+  lowerPair(0, 1.6 + 1e-6, 1e-7);
+  lowerPair(1, 1.2 - 2e-6, 2e-7);
+  ipm->ineqnSlack[0] = ipm->ineqnSlack[1] = 1e-7;
+  ipm->solDual[0] = 0.4 + 1e-6;
+  ipm->solDual[1] = 0.2 - 1e-6;
+  const int64_t live = liveBlocks();
+
+  ASSERT_EQ(ipmReset(ipm), 0);
+  EXPECT_NEAR(ipm->solPrimal[0], 1.6, 1e-13);
+  EXPECT_NEAR(ipm->solPrimal[1], 1.2, 1e-13);
+  EXPECT_NEAR(ipm->solDual[0], 0.4, 1e-13);
+  EXPECT_NEAR(ipm->solDual[1], 0.2, 1e-13);
+  EXPECT_EQ(ipm->ineqnSlack[0], 0.0);
+  EXPECT_EQ(ipm->ineqnSlack[1], 0.0);
+  EXPECT_EQ(ipm->lowerDual[0], 0.0);
+  EXPECT_EQ(ipm->lowerSlack[1], ipm->solPrimal[1]);
+  EXPECT_LT(kktError(), 1e-12);
+  // The record carries the measures of the new point.
+  EXPECT_EQ(ipm->status, IPM_STATUS_OPTIMAL);
+  EXPECT_LT(ipm->primalInfeas, 1e-13);
+  EXPECT_LT(ipm->dualInfeas, 1e-13);
+  EXPECT_LT(ipm->dualityGap, 1e-13);
+  EXPECT_EQ(ipm->complementarity, 0.0);
+  EXPECT_EQ(liveBlocks(), live);
+}
+
+TEST_F(IpmReset, FixedColumnsAndDroppedRowsGetTheirSlacksAndDualsBack) {
+  // The equation's dual is negative in one orientation: it has no sign to
+  // keep, so both must be accepted.  x3's pair has a zero dual and a slack
+  // of 5e-5, which still says active.
+  for (double sign : {1.0, -1.0}) {
+    SCOPED_TRACE(sign);
+    setUp(mixed(sign));
+    nearMixed(ipm, sign);
+    lowerPair(2, 5e-5, 0.0);
+    ASSERT_EQ(ipmReset(ipm), 0);
+    EXPECT_EQ(ipm->solPrimal[0], 6.0);
+    EXPECT_NEAR(ipm->solPrimal[1], 4.0, 1e-13);
+    EXPECT_EQ(ipm->solPrimal[2], 0.0);
+    EXPECT_NEAR(ipm->solDual[0], 2.0 * sign, 1e-13);
+    EXPECT_EQ(ipm->solDual[1], 0.0);
+    EXPECT_EQ(ipm->solDual[2], 0.0);
+    EXPECT_NEAR(ipm->ineqnSlack[1], 4.0, 1e-13);
+    EXPECT_NEAR(ipm->ineqnSlack[2], 4.0, 1e-13);
+    EXPECT_EQ(ipm->ineqnSlack[0], 0.0);
+    // x1 at its upper bound: the lower slack is the whole range.
+    EXPECT_EQ(ipm->upperSlack[0], 0.0);
+    EXPECT_EQ(ipm->lowerSlack[0], 6.0);
+    EXPECT_NEAR(ipm->upperDual[0], 1.0, 1e-13);
+    EXPECT_EQ(ipm->lowerDual[0], 0.0);
+    EXPECT_NEAR(ipm->lowerDual[2], 1.0, 1e-13);
+    EXPECT_EQ(ipm->lowerSlack[2], 0.0);
+    EXPECT_LT(kktError(), 1e-12);
+    EXPECT_EQ(ipm->complementarity, 0.0);
+    EXPECT_EQ(ipm->status, IPM_STATUS_OPTIMAL);
+  }
+}
+
+// min 1/2 x'Qx + c'x, Q = [2 1 0; 1 2 .5; 0 .5 1], c = (-4, -4, 1),
+// x1 + x2 + x3 <= 10, x1, x2 >= 0, x3 >= 1.  With x3 held at 1 the first two
+// solve 2x1 + x2 = 4, x1 + 2x2 = 3.5: x = (1.5, 1, 1), and x3's dual is
+// 1 + .5 + 1 = 2.5.  order[k] is the column that takes variable k, so that
+// the held column is once before and once after the kept ones in Q's triangle.
+Problem quadModel(const int order[3]) {
+  const Dense q = {{2, 1, 0}, {1, 2, 0.5}, {0, 0.5, 1}};
+  const double c[3] = {-4, -4, 1}, lo[3] = {0, 0, 1};
+  Dense a(1, std::vector<double>(3)), qp(3, std::vector<double>(3));
+  std::vector<double> cp(3), lp(3), up(3, kInf);
+  for (int k = 0; k < 3; k++) {
+    a[0][order[k]] = 1;
+    cp[order[k]] = c[k];
+    lp[order[k]] = lo[k];
+    for (int l = 0; l < 3; l++) qp[order[k]][order[l]] = q[k][l];
+  }
+  Problem p(a, "L", {10}, cp, lp, up);
+  p.setQuad(qp);
+  return p;
+}
+
+TEST_F(IpmReset, QuadraticCouplingOfHeldColumnsMovesToTheRightSide) {
+  const int orders[2][3] = {{0, 1, 2}, {1, 2, 0}};
+  for (const auto& order : orders) {
+    SCOPED_TRACE(order[2]);
+    setUp(quadModel(order));
+    const double x[3] = {1.5 + 1e-6, 1 - 1e-6, 1 + 1e-7};
+    for (int k = 0; k < 3; k++) ipm->solPrimal[order[k]] = x[k];
+    lowerPair(order[0], x[0], 1e-7);
+    lowerPair(order[1], x[1], 1e-7);
+    lowerPair(order[2], 1e-7, 2.5);
+    ipm->ineqnSlack[0] = 6.5;
+    ipm->solDual[0] = 1e-7;
+    ASSERT_EQ(ipmReset(ipm), 0);
+    EXPECT_NEAR(ipm->solPrimal[order[0]], 1.5, 1e-13);
+    EXPECT_NEAR(ipm->solPrimal[order[1]], 1.0, 1e-13);
+    EXPECT_EQ(ipm->solPrimal[order[2]], 1.0);
+    EXPECT_NEAR(ipm->lowerDual[order[2]], 2.5, 1e-13);
+    EXPECT_NEAR(ipm->ineqnSlack[0], 6.5, 1e-13);
+    EXPECT_LT(kktError(), 1e-12);
+    EXPECT_EQ(ipm->status, IPM_STATUS_OPTIMAL);
+  }
+}
+
+TEST_F(IpmReset, AWrongActiveSetIsRejectedAndTheRecordStaysAsItWas) {
+  // The point says x1 sits at zero and only the first row binds.  That is the
+  // vertex (0, 2), where x1's bound dual comes out at -0.5.
+  setUp(textbook());
+  ipm->solPrimal[0] = 1e-7;
+  ipm->solPrimal[1] = 2.0;
+  lowerPair(0, 1e-7, 0.5);
+  lowerPair(1, 2.0, 1e-7);
+  ipm->ineqnSlack[0] = 1e-7;
+  ipm->solDual[0] = 0.5;
+  ipm->ineqnSlack[1] = 4.0;
+  ipm->solDual[1] = 1e-7;
+  const Snapshot before = snapshot();
+  const int64_t live = liveBlocks();
+  EXPECT_EQ(ipmReset(ipm), IPM_STATUS_RESET_FAILED);
+  EXPECT_TRUE(snapshot() == before);
+  EXPECT_EQ(liveBlocks(), live);
+}
+
+TEST_F(IpmReset, APairInDoubtGivesUpBeforeAnySolve) {
+  setUp(mixed(1.0));
+  // Neither member below a tenth of the other, nor below 1e-4.
+  nearMixed(ipm, 1.0);
+  lowerPair(2, 1e-3, 1e-3);
+  Snapshot before = snapshot();
+  const int64_t live = liveBlocks();
+  EXPECT_EQ(ipmReset(ipm), IPM_STATUS_FAILED);
+  EXPECT_TRUE(snapshot() == before);
+  EXPECT_EQ(liveBlocks(), live);
+
+  // Likewise an inequality row, and an upper pair of a doubly bounded column
+  // whose lower pair is inactive.
+  nearMixed(ipm, 1.0);
+  ipm->ineqnSlack[1] = 0.5;
+  ipm->solDual[1] = 0.3;
+  before = snapshot();
+  EXPECT_EQ(ipmReset(ipm), IPM_STATUS_FAILED);
+  EXPECT_TRUE(snapshot() == before);
+
+  nearMixed(ipm, 1.0);
+  upperPair(0, 0.2, 0.5);
+  before = snapshot();
+  EXPECT_EQ(ipmReset(ipm), IPM_STATUS_FAILED);
+  EXPECT_TRUE(snapshot() == before);
+  EXPECT_EQ(liveBlocks(), live);
+}
+
+TEST_F(IpmReset, RunsUnderTheSelfChecks) {
+  setUp(mixed(1.0));
+  nearMixed(ipm, 1.0);
+  ipm->verifyLevel = 1;
+  EXPECT_EQ(ipmReset(ipm), 0);
+  EXPECT_EQ(ipm->solPrimal[0], 6.0);
+  EXPECT_NEAR(ipm->solPrimal[1], 4.0, 1e-13);
+}
+
+std::vector<std::string> gLines;
+void captureText(const char* format, ...) { gLines.push_back(format); }
+
+TEST_F(IpmReset, SelfChecksCatchABrokenMapAndAWrongSystem) {
+  env.textLog = captureText;
+  gLines.clear();
+  const int32_t good[5] = {0, -1, 1, -3, 2};
+  EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 3), 0);
+  EXPECT_EQ(VerifyMapping(&env, 0, 5, good, 7), 0);  // asleep at level 0
+  const int32_t skips[4] = {0, 2, -2, 3};
+  EXPECT_EQ(VerifyMapping(&env, 1, 4, skips, 3), IPM_STATUS_FAILED);
+  EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 4), IPM_STATUS_FAILED);
+  ASSERT_EQ(gLines.size(), 3u);
+  EXPECT_EQ(gLines[0], "Error VerifyMapping: invalid vector mapping(%d)=%d should be %d");
+  EXPECT_EQ(gLines[2], "Error VerifyMapping: reduced size = %d should be %d");
+
+  // mixed(1) with x1 at its upper bound, x3 at its lower, both inequalities
+  // dropped: the system in x2 and the equation's dual is [0 1; 1 0] with the
+  // right side (2, 10 - 6).
+  setUp(mixed(1.0));
+  env.textLog = captureText;
+  const int32_t colMap[3] = {RESET_MAP_FIXED_UPPER, 0, RESET_MAP_FIXED_LOWER};
+  const int32_t rowMap[3] = {0, RESET_MAP_DROPPED, RESET_MAP_DROPPED};
+  const int32_t begin[3] = {0, 2, 4};
+  const int32_t index[4] = {0, 1, 0, 1};
+  double value[4] = {0, 1, 1, 0};
+  double right[2] = {2, 4};
+  gLines.clear();
+  EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right), 0);
+  right[1] = 10;  // the held column's share left in the equation
+  EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
+            IPM_STATUS_FAILED);
+  right[1] = 4;
+  value[1] = 2;  // a coefficient of the equation wrong in one triangle
+  EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
+            IPM_STATUS_FAILED);
+  ASSERT_EQ(gLines.size(), 2u);
+  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
+  EXPECT_EQ(gLines[1], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
+  value[1] = 1;
+  value[2] = -1;  // ... and in the other
+  gLines.clear();
+  EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
+            IPM_STATUS_FAILED);
+  ASSERT_EQ(gLines.size(), 1u);
+  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: dual residual(%d) %15.7g <> %15.7g");
+}
+
+// Each route, with every one of its allocations refused in turn: -1086, the
+// record untouched, nothing leaked; past the last allocation the route's own
+// result.
+TEST_F(IpmReset, OutOfMemoryOnEveryRouteLeavesNothingBehind) {
+  struct Route {
+    const char* name;
+    int32_t result;
+  };
+  const Route routes[3] = {{"accept", 0}, {"wrong set", IPM_STATUS_RESET_FAILED},
+                           {"in doubt", IPM_STATUS_FAILED}};
+  for (const Route& route : routes) {
+    SCOPED_TRACE(route.name);
+    setUp(mixed(1.0));
+    auto prepare = [&]() {
+      nearMixed(ipm, 1.0);
+      // The wrong set: x1 held at its lower bound instead of its upper one.
+      if (route.result == IPM_STATUS_RESET_FAILED) {
+        lowerPair(0, 1e-7, 1.0);
+        upperPair(0, 6.0, 1e-7);
+      }
+      if (route.result == IPM_STATUS_FAILED) lowerPair(2, 1e-3, 1e-3);
+    };
+    int32_t result = IPM_STATUS_OUT_OF_MEMORY;
+    int64_t k = 0;
+    for (; k < 200 && result == IPM_STATUS_OUT_OF_MEMORY; k++) {
+      prepare();
+      const Snapshot before = snapshot();
+      const int64_t live = liveBlocks();
+      host.failAllocation(k);
+      result = ipmReset(ipm);
+      host.clearFailures();
+      EXPECT_EQ(liveBlocks(), live) << k;
+      if (result == IPM_STATUS_OUT_OF_MEMORY) {
+        EXPECT_TRUE(snapshot() == before) << k;
+      }
+    }
+    EXPECT_EQ(result, route.result);
+    // The doubtful route fails after its two maps; the others allocate more.
+    EXPECT_GE(k, route.result == IPM_STATUS_FAILED ? 3 : 10);
+  }
+}
+
+}  // namespace

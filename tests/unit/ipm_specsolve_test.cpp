@@ -1,0 +1,375 @@
+// The one-system solve of models with nothing to iterate on: all columns
+// free, all rows equations, or a QP without rows.
+#include <stdarg.h>
+
+#include <vector>
+
+#include "ipm/ipm.h"
+#include "ipm/specsolve.h"
+#include "unit/ipm_support.h"
+#include "unit/presolve_support.h"
+
+namespace {
+
+using pretest::kFree;
+using pretest::Problem;
+using pretest::Vec;
+
+struct Message {
+  int severity;
+  int64_t code;
+  int32_t iteration;
+  double values[5];
+};
+std::vector<Message> gMessages;
+
+void recordMessage(MessageLog*, int32_t severity, int64_t code, ...) {
+  Message m{severity, code, -1, {0, 0, 0, 0, 0}};
+  if (code == IPM_MSG_TABLE_LINE) {
+    va_list ap;
+    va_start(ap, code);
+    m.iteration = va_arg(ap, int32_t);
+    for (double& v : m.values) v = va_arg(ap, double);
+    va_end(ap);
+  }
+  gMessages.push_back(m);
+}
+
+// min 1/2 x'Qx + c'x + 2 with Q = [[2,1,0],[1,3,0],[0,0,1]],
+// x1 + x2 + x3 = 3, x1 - x3 = 1, every column free.
+Problem equalityQP() {
+  Problem p = pretest::lp({{1, 1, 1}, {1, 0, -1}}, "EE", {3, 1}, {1, -2, 0.5},
+                          {-kFree, -kFree, -kFree}, {kFree, kFree, kFree});
+  p = pretest::qp(p, {2, 3, 1}, {{0, 1, 1.0}});
+  return p;
+}
+
+// The KKT system solved densely: x and y of Qx + c - A'y = 0, Ax = b.
+void denseKkt(const Problem& p, Vec* x, Vec* y) {
+  const int m = (int)p.a.size(), n = (int)p.obj.size();
+  ipmtest::Dense k(n + m, std::vector<double>(n + m, 0.0));
+  std::vector<double> b(n + m, 0.0);
+  for (int j = 0; j < n; j++) {
+    if (!p.quadDiag.empty()) k[j][j] = p.quadDiag[j];
+    b[j] = -p.obj[j];
+  }
+  for (const Problem::Pair& q : p.quad) {
+    k[q.row][q.col] += q.value;
+    k[q.col][q.row] += q.value;
+  }
+  for (int i = 0; i < m; i++) {
+    for (int j = 0; j < n; j++) {
+      k[j][n + i] = -p.a[i][j];
+      k[n + i][j] = -p.a[i][j];
+    }
+    b[n + i] = -p.rhs[i];
+  }
+  std::vector<double> z = ipmtest::denseSolve(k, b);
+  x->assign(z.begin(), z.begin() + n);
+  y->assign(z.begin() + n, z.end());
+}
+
+class SpecSolve : public HostTest {
+ protected:
+  SpecSolve() {
+    gMessages.clear();
+    log.log = recordMessage;
+    env.messageLog = &log;
+    option = pretest::defaultOption();
+    option.primalTol = option.dualTol = option.gapTol = 1e-8;
+    option.printLevel = 2;
+    option.numThreads = 1;
+  }
+  ~SpecSolve() override {
+    if (solution) FreeSolution(&env, solution);
+  }
+
+  int32_t solve(Problem& p, int32_t choice) {
+    ipmModel* m = p.build();
+    m->status = -7;  // a failure must leave it alone
+    if (solution) FreeSolution(&env, solution);
+    solution = nullptr;
+    EXPECT_EQ(NewSolution(&env, &solution, m->numRow, m->numCol, m->solPrimal, m->solDual), 0);
+    // Stale values that a proper solve overwrites.
+    for (int32_t j = 0; j < m->numCol; j++) solution->lowerSlack[j] = solution->upperDual[j] = 9;
+    for (int32_t i = 0; i < m->numRow; i++) solution->ineqnSlack[i] = 9;
+    return ipmSpecSolve(&env, m, &option, solution, choice);
+  }
+
+  void expectSolvedAtIterationZero(const Problem& p) {
+    const ipmModel& m = p.model;
+    EXPECT_EQ(m.status, IPM_STATUS_OPTIMAL);
+    EXPECT_EQ(m.iteration, 0);
+    EXPECT_EQ(m.complementarity, 0.0);
+    EXPECT_EQ(m.boundInfeas, 0.0);
+    EXPECT_LT(m.primalInfeas, 1e-10);
+    EXPECT_LT(m.dualInfeas, 1e-10);
+    EXPECT_LT(m.dualityGap, 1e-10);
+    for (int32_t j = 0; j < m.numCol; j++) {
+      EXPECT_EQ(solution->lowerSlack[j], 0.0);
+      EXPECT_EQ(solution->upperDual[j], 0.0);
+    }
+    for (int32_t i = 0; i < m.numRow; i++) EXPECT_EQ(solution->ineqnSlack[i], 0.0);
+  }
+
+  MessageLog log{};
+  ipmOption option{};
+  ipmSolution* solution = nullptr;
+};
+
+TEST_F(SpecSolve, EqualityQPByEitherSolverMatchesTheKktPoint) {
+  for (int32_t choice : {SPEC_SOLVE_DIRECT, SPEC_SOLVE_REDUCED}) {
+    SCOPED_TRACE(choice);
+    Problem p = equalityQP();
+    ASSERT_EQ(solve(p, choice), 0);
+    Vec x, y;
+    denseKkt(p, &x, &y);
+    for (int j = 0; j < 3; j++) EXPECT_NEAR(p.solPrimal[j], x[j], 1e-9);
+    for (int i = 0; i < 2; i++) EXPECT_NEAR(p.solDual[i], y[i], 1e-9);
+    expectSolvedAtIterationZero(p);
+    // The measures sit in the model's own arrays: Ax = b and a vanishing
+    // reduced cost Qx + c - A'y.
+    EXPECT_NEAR(p.rowActivity[0], 3.0, 1e-9);
+    EXPECT_NEAR(p.rowActivity[1], 1.0, 1e-9);
+    for (int j = 0; j < 3; j++) EXPECT_NEAR(p.reducedCost[j], 0.0, 1e-9);
+    const double q = 0.5 * (2 * x[0] * x[0] + 3 * x[1] * x[1] + x[2] * x[2]) + x[0] * x[1];
+    EXPECT_NEAR(p.model.objValue, q + x[0] - 2 * x[1] + 0.5 * x[2], 1e-9);
+  }
+}
+
+TEST_F(SpecSolve, QpWithoutRowsIsSolvedFromQAlone) {
+  // min 1/2 x'Qx + c'x with Q = [[4,1],[1,2]]: x = -Q^-1 c.
+  Problem p = pretest::qp(pretest::lp({}, "", {}, {1, 1}, {-kFree, -kFree}, {kFree, kFree}),
+                          {4, 2}, {{0, 1, 1.0}});
+  for (int32_t choice : {SPEC_SOLVE_DIRECT, SPEC_SOLVE_REDUCED}) {
+    SCOPED_TRACE(choice);
+    ASSERT_EQ(solve(p, choice), 0);
+    EXPECT_NEAR(p.solPrimal[0], -1.0 / 7.0, 1e-12);
+    EXPECT_NEAR(p.solPrimal[1], -3.0 / 7.0, 1e-12);
+    expectSolvedAtIterationZero(p);
+    // -1/2 c'Q^-1 c.
+    EXPECT_NEAR(p.model.objValue, -2.0 / 7.0, 1e-12);
+  }
+}
+
+TEST_F(SpecSolve, LinearModelTakesSenseAndConstantIntoTheObjective) {
+  // A square, nonsingular: x = A^-1 b = (2, 1), A'y = c gives y = (1.5, -0.5).
+  Problem p = pretest::lp({{1, 1}, {1, -1}}, "EE", {3, 1}, {1, 2}, {-kFree, -kFree},
+                          {kFree, kFree});
+  ASSERT_EQ(solve(p, SPEC_SOLVE_DIRECT), 0);
+  EXPECT_NEAR(p.solPrimal[0], 2.0, 1e-12);
+  EXPECT_NEAR(p.solPrimal[1], 1.0, 1e-12);
+  EXPECT_NEAR(p.solDual[0], 1.5, 1e-12);
+  EXPECT_NEAR(p.solDual[1], -0.5, 1e-12);
+  expectSolvedAtIterationZero(p);
+  EXPECT_NEAR(p.model.objValue, 4.0, 1e-12);
+
+  p.build();
+  p.model.objConstant = 2.0;
+  p.model.objSense = -1;
+  ASSERT_EQ(ipmSpecSolve(&env, &p.model, &option, solution, SPEC_SOLVE_REDUCED), 0);
+  EXPECT_NEAR(p.model.objValue, -6.0, 1e-12);
+}
+
+TEST_F(SpecSolve, InconsistentEquationsGiveAVerdictNotAnError) {
+  // Both rows cannot hold: whatever number the solve produces, the measures
+  // say the point is primal infeasible; a refused solve leaves the status.
+  Problem p = pretest::lp({{1, 1}, {1, 1}, {1, -1}}, "EEE", {1, 2, 0}, {0, 0},
+                          {-kFree, -kFree}, {kFree, kFree});
+  for (int32_t choice : {SPEC_SOLVE_DIRECT, SPEC_SOLVE_REDUCED}) {
+    SCOPED_TRACE(choice);
+    const int32_t r = solve(p, choice);
+    if (r == 0) {
+      EXPECT_TRUE(p.model.status == IPM_STATUS_PRIMAL_INFEASIBLE ||
+                  p.model.status == IPM_STATUS_BOTH_INFEASIBLE ||
+                  p.model.status == IPM_STATUS_DUAL_INFEASIBLE ||
+                  p.model.status == IPM_STATUS_FAILED)
+          << p.model.status;
+      EXPECT_GT(p.model.primalInfeas, option.primalTol);
+      EXPECT_EQ(p.model.iteration, 0);
+    } else {
+      EXPECT_EQ(r, IPM_STATUS_FAILED);
+      EXPECT_EQ(p.model.status, -7);
+    }
+  }
+}
+
+// A factorisation that gives up.
+int32_t refuseFactor(int32_t, int32_t, const int32_t*, const int32_t*, const double*, LAEnv*,
+                     LASymbolic*, LANumeric*) {
+  return LA_ERR_INTERNAL;
+}
+
+TEST_F(SpecSolve, AFailedFactorisationIsTheResultAndLeavesTheStatus) {
+  LdlNumericOverride refuse{refuseFactor, nullptr};
+  ldlNumericOverride = &refuse;
+  Problem p = equalityQP();
+  const int32_t r = solve(p, SPEC_SOLVE_DIRECT);
+  ldlNumericOverride = nullptr;
+  EXPECT_EQ(r, IPM_STATUS_FAILED);
+  EXPECT_EQ(p.model.status, -7);
+  EXPECT_TRUE(gMessages.empty());
+}
+
+TEST_F(SpecSolve, TheTableIsWrittenInOneGoOnlyWithAPrintFrequency) {
+  Problem p = equalityQP();
+  option.printFreq = 0;
+  ASSERT_EQ(solve(p, SPEC_SOLVE_DIRECT), 0);
+  EXPECT_TRUE(gMessages.empty());
+
+  option.printFreq = 5;
+  ASSERT_EQ(solve(p, SPEC_SOLVE_DIRECT), 0);
+  ASSERT_EQ(gMessages.size(), 3u);
+  EXPECT_EQ(gMessages[0].severity, MSG_TABLE_HEADING);
+  EXPECT_EQ(gMessages[0].code, IPM_MSG_TABLE_HEAD);
+  EXPECT_EQ(gMessages[1].severity, MSG_TABLE_HEADING);
+  EXPECT_EQ(gMessages[1].code, IPM_MSG_TABLE_RULE);
+  EXPECT_EQ(gMessages[2].severity, MSG_TABLE_LINE);
+  EXPECT_EQ(gMessages[2].code, IPM_MSG_TABLE_LINE);
+  EXPECT_EQ(gMessages[2].iteration, 0);
+  EXPECT_EQ(gMessages[2].values[0], p.model.complementarity);
+  EXPECT_EQ(gMessages[2].values[1], p.model.dualityGap);
+  EXPECT_EQ(gMessages[2].values[2], p.model.primalInfeas);
+  EXPECT_EQ(gMessages[2].values[3], p.model.boundInfeas);
+  EXPECT_EQ(gMessages[2].values[4], p.model.dualInfeas);
+}
+
+TEST_F(SpecSolve, EveryRefusedAllocationEndsInOutOfMemoryAndLeaksNothing) {
+  for (int32_t choice : {SPEC_SOLVE_DIRECT, SPEC_SOLVE_REDUCED}) {
+    SCOPED_TRACE(choice);
+    bool done = false;
+    int refused = 0;
+    for (int k = 0; k < 2000 && !done; k++) {
+      Problem p = equalityQP();
+      ipmModel* m = p.build();
+      ipmSolution* s = nullptr;
+      ASSERT_EQ(NewSolution(&env, &s, m->numRow, m->numCol, m->solPrimal, m->solDual), 0);
+      const int64_t before = liveBlocks();
+      m->status = -7;
+      host.failAllocation(k);
+      const int32_t r = ipmSpecSolve(&env, m, &option, s, choice);
+      host.clearFailures();
+      EXPECT_EQ(liveBlocks(), before) << "allocation " << k;
+      FreeSolution(&env, s);
+      if (r == 0) {
+        done = true;
+        EXPECT_EQ(m->status, IPM_STATUS_OPTIMAL);
+      } else {
+        refused++;
+        EXPECT_EQ(r, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
+        EXPECT_EQ(m->status, -7) << "allocation " << k;
+      }
+    }
+    EXPECT_TRUE(done);
+    EXPECT_GT(refused, 5);
+  }
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+// ---- the presolve routes that lead here ---------------------------------------------
+
+class SpecRoute : public SpecSolve {};
+
+TEST_F(SpecRoute, AllFreeAllEquationModelIsSolvedBeforeAnyPresolverArray) {
+  Problem p = equalityQP();
+  {
+    // The round's option leaves the thread count at 0: taken as one thread.
+    pretest::Round round(&env);
+    ASSERT_EQ(round.presolve(p.build()), 0);
+    EXPECT_EQ(round.current, &p.model);
+    EXPECT_EQ(round.pre->preRoute, PREROUTE_SOLVED);
+    EXPECT_EQ(round.pre->preControl, PRECONTROL_NONE);
+    EXPECT_EQ(round.pre->rowBegin, nullptr);
+    EXPECT_EQ(round.pre->colMap, nullptr);
+    Vec x, y;
+    denseKkt(p, &x, &y);
+    for (int j = 0; j < 3; j++) EXPECT_NEAR(p.solPrimal[j], x[j], 1e-9);
+    EXPECT_EQ(p.model.status, IPM_STATUS_OPTIMAL);
+    EXPECT_EQ(p.model.iteration, 0);
+  }
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+TEST_F(SpecRoute, ModelLeftAllFreeAndEquationsByThePresolveIsSolvedAfterIt) {
+  // x4 is fixed at 1 and goes in the presolve; what is left is the equality
+  // QP, and the postsolve brings its point back to the caller's columns.
+  Problem p = pretest::lp({{1, 1, 1, 1}, {1, 0, -1, 0}}, "EE", {4, 1}, {1, -2, 0.5, 3},
+                          {-kFree, -kFree, -kFree, 1}, {kFree, kFree, kFree, 1});
+  p = pretest::qp(p, {2, 3, 1, 0}, {{0, 1, 1.0}});
+  Problem core = equalityQP();
+  core.build();
+  Vec x, y;
+  denseKkt(core, &x, &y);
+  {
+    pretest::Round round(&env);
+    round.option.numThreads = 1;
+    ipmModel* m = p.build();
+    ASSERT_EQ(round.presolve(m), 0);
+    ASSERT_NE(round.current, m);
+    EXPECT_EQ(round.pre->preControl, PRECONTROL_REDUCED);
+    EXPECT_EQ(round.pre->preRoute, PREROUTE_KNOWN);
+    EXPECT_EQ(round.current->iteration, 0);
+    for (int j = 0; j < 3; j++) EXPECT_NEAR(round.current->solPrimal[j], x[j], 1e-9);
+    round.current->status = IPM_STATUS_OPTIMAL;  // what the pipeline sets on this route
+    ASSERT_EQ(round.postsolve(), 0);
+    ASSERT_EQ(round.current, m);
+    for (int j = 0; j < 3; j++) EXPECT_NEAR(m->solPrimal[j], x[j], 1e-9);
+    EXPECT_DOUBLE_EQ(m->solPrimal[3], 1.0);
+    EXPECT_EQ(pretest::kktBreach(*m, *round.outer), "");
+  }
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+TEST_F(SpecRoute, OutOfMemoryOnEitherPresolveRouteLeaksNothing) {
+  // The first road solves before the presolve, the second after it.
+  Problem direct = equalityQP();
+  Problem afterwards =
+      pretest::qp(pretest::lp({{1, 1, 1, 1}, {1, 0, -1, 0}}, "EE", {4, 1}, {1, -2, 0.5, 3},
+                              {-kFree, -kFree, -kFree, 1}, {kFree, kFree, kFree, 1}),
+                  {2, 3, 1, 0}, {{0, 1, 1.0}});
+  for (Problem* p : {&direct, &afterwards}) {
+    bool done = false;
+    int refused = 0;
+    for (int k = 0; k < 3000 && !done; k++) {
+      int32_t status;
+      {
+        pretest::Round round(&env);
+        round.prepare();
+        host.failAllocation(k);
+        status = round.presolve(p->build());
+        host.clearFailures();
+      }
+      if (status == 0) {
+        done = true;
+      } else {
+        refused++;
+        EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
+      }
+      ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
+    }
+    EXPECT_TRUE(done);
+    EXPECT_GT(refused, 10);
+  }
+}
+
+TEST_F(SpecRoute, LpPresolvedElsewhereTakesTheSameRoute) {
+  Problem p =
+      pretest::lp({{1, 1}, {1, -1}}, "EE", {3, 1}, {1, 2}, {-kFree, -kFree}, {kFree, kFree});
+  ipmModel* m = p.build();
+  presolver* pre = poolNew<presolver>(pool, 1);
+  ipmStorage* storage = poolNew<ipmStorage>(pool, 1);
+  ipmSolution *outer = nullptr, *inner = nullptr;
+  ASSERT_EQ(ipmPresolveDisabled(&env, m, &option, pre, storage, &outer, &inner), 0);
+  EXPECT_EQ(pre->preRoute, PREROUTE_SOLVED);
+  EXPECT_EQ(inner, outer);
+  EXPECT_EQ(m->status, IPM_STATUS_OPTIMAL);
+  EXPECT_EQ(m->iteration, 0);
+  EXPECT_NEAR(p.solPrimal[0], 2.0, 1e-12);
+  EXPECT_NEAR(p.solPrimal[1], 1.0, 1e-12);
+  FreeSolution(&env, outer);
+  DestroyPresolver(&env, m, pre);
+  FreeStorage(&env, storage);
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
+}  // namespace
