@@ -5,6 +5,8 @@
 
 #include <memory>
 
+#include "ipm/init_internal.h"
+#include "ipm/submodel.h"
 #include "unit/ipm_support.h"
 
 using namespace ipmtest;
@@ -29,15 +31,11 @@ class IpmParts : public HostTest {
 
   // Slacks added, Ipm made and analysed, a point with every slack and dual
   // positive and residuals in all parts.
-  Problem& setUp(Problem model) {
+  void setUp(Problem model) {
     owned.reset(new Problem(std::move(model)));
     owned->link();
     Problem& p = *owned;
     problem = &p;
-    setUpOwned(p);
-    return p;
-  }
-  void setUpOwned(Problem& p) {
     ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
     ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
               0);
@@ -118,6 +116,31 @@ class IpmParts : public HostTest {
       for (size_t j = 0; j < cols; j++) out[j] += m[i][j] * v[i];
     return out;
   }
+  int32_t quadLayout() {
+    return createAugmentMatrixQP(&env, ipm->numRow, ipm->numCol, ipm->numCoef, ipm->numQuadCoef,
+                                 ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue,
+                                 ipm->quadColBegin, ipm->quadColLength, ipm->quadRowIndex,
+                                 ipm->quadMatValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                                 ipm->varBndDiagIndex, ipm->ineqnDiagIndex);
+  }
+  // The augmented matrix off its diagonal is [Q -A'; -A 0], Q only in the
+  // quadratic layout; row diagonals come last in their columns.
+  void expectLayout(bool withQ) {
+    const int32_t n = ipm->numCol, dim = ipm->numDim;
+    Dense a = denseA(), q = denseQ();
+    Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+    for (int32_t r = 0; r < dim; r++)
+      for (int32_t c = 0; c < dim; c++) {
+        double want = 0.0;
+        if (withQ && r < n && c < n && r != c) want = q[r][c];
+        if (r >= n && c < n) want = -a[r - n][c];
+        if (c >= n && r < n) want = -a[c - n][r];
+        EXPECT_EQ(k[r][c], want) << r << "," << c;
+      }
+    for (int32_t j = 0; j < n; j++) EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[j]], j);
+    for (int32_t i = 0; i < ipm->numRow; i++)
+      EXPECT_EQ(ipm->ineqnDiagIndex[i], ipm->kktBegin[n + i + 1] - 1);
+  }
   // Solves the current augmented system densely, in place.
   void denseSolveInPlace(double* v) {
     Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
@@ -139,12 +162,10 @@ TEST_F(IpmParts, AnalysisFlagsCountsAndNorms) {
   p.lower[4] = -kInf;
   setUp(p);
   ASSERT_EQ(ipm->numCol, 6);  // one range slack
-  EXPECT_EQ(ipm->varBndType[0], VARBND_LOWER | VARBND_UPPER);
-  EXPECT_EQ(ipm->varBndType[1], VARBND_UPPER);
-  EXPECT_EQ(ipm->varBndType[2], VARBND_LOWER_ZERO);
-  EXPECT_EQ(ipm->varBndType[3], VARBND_LOWER_ZERO);
-  EXPECT_EQ(ipm->varBndType[4], VARBND_FREE);
-  EXPECT_EQ(ipm->varBndType[5], VARBND_LOWER_ZERO | VARBND_UPPER);  // the range slack
+  // The last column is the range slack.
+  const int32_t types[] = {VARBND_LOWER | VARBND_UPPER, VARBND_UPPER,      VARBND_LOWER_ZERO,
+                           VARBND_LOWER_ZERO,           VARBND_FREE, VARBND_LOWER_ZERO | VARBND_UPPER};
+  for (int32_t j = 0; j < 6; j++) EXPECT_EQ(ipm->varBndType[j], types[j]) << j;
   EXPECT_EQ(ipm->numFreeVar, 1);
   EXPECT_EQ(ipm->numVarLowerBnd, 4);
   EXPECT_EQ(ipm->numVarUpperBnd, 3);
@@ -158,90 +179,38 @@ TEST_F(IpmParts, AnalysisFlagsCountsAndNorms) {
   double a2 = 0;
   for (double v : {1, 2, 1, 1, -1, 2, 3, 1, 1, -1, 2, 1, 1}) a2 += v * v;
   EXPECT_NEAR(ipm->normA, sqrt(a2), 1e-12);
-  EXPECT_EQ(ipm->numDim, ipm->numRow + ipm->numCol);
   EXPECT_EQ(ipm->numIpmCoef, ipm->numDim + 2 * ipm->numCoef);
-  EXPECT_EQ(ipm->freeVarLimit, 1000.0);
 }
 
-TEST_F(IpmParts, PlainLayoutMatchesTheDenseMatrixAndItsDiagonalIndex) {
-  Problem p = mixedModel(true);  // the plain form serves a QP's start too
-  setUp(p);
+TEST_F(IpmParts, LayoutsMatchTheDenseMatrix) {
+  setUp(mixedModel(true));  // the plain form serves a QP's start too
   createAugmentMatrix(ipm->numRow, ipm->numCol, ipm->colBegin, ipm->colLength, ipm->rowIndex,
                       ipm->matValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
                       ipm->varBndDiagIndex, ipm->ineqnDiagIndex);
-  const int32_t n = ipm->numCol, dim = ipm->numDim;
-  EXPECT_EQ(ipm->kktBegin[dim], dim + 2 * ipm->numCoef);
-  Dense a = denseA();
-  Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
-  for (int32_t r = 0; r < dim; r++)
-    for (int32_t c = 0; c < dim; c++) {
-      double want = 0.0;
-      if (r >= n && c < n) want = -a[r - n][c];
-      if (c >= n && r < n) want = -a[c - n][r];
-      EXPECT_EQ(k[r][c], want) << r << "," << c;
-    }
-  for (int32_t j = 0; j < n; j++) {
+  EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numDim + 2 * ipm->numCoef);
+  expectLayout(false);
+  for (int32_t j = 0; j < ipm->numCol; j++)
     EXPECT_EQ(ipm->varBndDiagIndex[j], ipm->kktBegin[j]);  // diagonal first
-    EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[j]], j);
-  }
-  for (int32_t i = 0; i < ipm->numRow; i++) {
-    EXPECT_EQ(ipm->ineqnDiagIndex[i], ipm->kktBegin[n + i + 1] - 1);  // diagonal last
-    EXPECT_EQ(ipm->kktIndex[ipm->ineqnDiagIndex[i]], n + i);
-  }
-}
-
-TEST_F(IpmParts, QuadLayoutKeepsItsEntryOrder) {
-  Problem p = mixedModel(true);
-  setUp(p);
-  ASSERT_EQ(createAugmentMatrixQP(&env, ipm->numRow, ipm->numCol, ipm->numCoef, ipm->numQuadCoef,
-                                  ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue,
-                                  ipm->quadColBegin, ipm->quadColLength, ipm->quadRowIndex,
-                                  ipm->quadMatValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
-                                  ipm->varBndDiagIndex, ipm->ineqnDiagIndex),
-            0);
-  const int32_t n = ipm->numCol, dim = ipm->numDim;
-  EXPECT_EQ(ipm->kktBegin[dim], ipm->numIpmCoef);
-  Dense a = denseA(), q = denseQ();
-  Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
-  for (int32_t r = 0; r < dim; r++)
-    for (int32_t c = 0; c < dim; c++) {
-      double want = 0.0;
-      if (r < n && c < n && r != c) want = q[r][c];
-      if (r >= n && c < n) want = -a[r - n][c];
-      if (c >= n && r < n) want = -a[c - n][r];
-      EXPECT_EQ(k[r][c], want) << r << "," << c;
-    }
+  ASSERT_EQ(quadLayout(), 0);
+  EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numIpmCoef);
+  expectLayout(true);
   // Q's lower triangle is stored, so each variable column runs in row order:
   // transposed triangle, diagonal, triangle, then the rows of A.
-  for (int32_t j = 0; j < n; j++) {
-    EXPECT_EQ(ipm->kktIndex[ipm->varBndDiagIndex[j]], j);
+  for (int32_t j = 0; j < ipm->numCol; j++)
     for (int32_t pos = ipm->kktBegin[j] + 1; pos < ipm->kktBegin[j + 1]; pos++)
       EXPECT_LT(ipm->kktIndex[pos - 1], ipm->kktIndex[pos]) << "column " << j;
-  }
-  for (int32_t i = 0; i < ipm->numRow; i++)
-    EXPECT_EQ(ipm->ineqnDiagIndex[i], ipm->kktBegin[n + i + 1] - 1);
-}
-
-TEST_F(IpmParts, QuadLayoutReleasesItsTemporariesOnEveryPath) {
-  Problem p = mixedModel(true);
-  setUp(p);
+  // Out of memory releases the temporaries on every path.
   const int64_t before = liveBlocks();
   for (int k = 0; k < 8; k++) {
     host.failAllocation(k);
-    EXPECT_EQ(createAugmentMatrixQP(&env, ipm->numRow, ipm->numCol, ipm->numCoef, ipm->numQuadCoef,
-                                    ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue,
-                                    ipm->quadColBegin, ipm->quadColLength, ipm->quadRowIndex,
-                                    ipm->quadMatValue, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
-                                    ipm->varBndDiagIndex, ipm->ineqnDiagIndex),
-              IPM_STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(quadLayout(), IPM_STATUS_OUT_OF_MEMORY);
     host.clearFailures();
     EXPECT_EQ(liveBlocks(), before);
   }
 }
 
 TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
-  Problem p = mixedModel(false);
-  setUp(p);
+  setUp(mixedModel(false));
   const int32_t colMap[] = {0, -1, 1, 2, -1, 3};
   const int32_t rowMap[] = {0, -1, 1, 2};
   createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
@@ -262,15 +231,13 @@ TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
   for (int32_t r = 0; r < 3; r++) EXPECT_EQ(ipm->kktIndex[ipm->ineqnDiagIndex[r]], 4 + r);
 
   // Null maps are the identity: the plain layout.
-  std::vector<int32_t> begin(ipm->kktBegin, ipm->kktBegin + ipm->numDim + 1);
   createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
                              ipm->ineqnDiagIndex, nullptr, 0, nullptr, 0);
   EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numDim + 2 * ipm->numCoef);
 }
 
 TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
-  Problem p = mixedModel(true);
-  setUp(p);
+  setUp(mixedModel(true));
   ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
   computeAugmentDiag(ipm);
   double least = 1e20;
@@ -318,8 +285,7 @@ TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
 
 TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
   for (bool quad : {false, true}) {
-    Problem p = mixedModel(quad);
-    setUp(p);
+    setUp(mixedModel(quad));
     // Break the bound identities at two columns, so the right side's
     // correction has something to carry.
     ipm->upperSlack[0] += 0.3;
@@ -400,8 +366,7 @@ TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
 }
 
 TEST_F(IpmParts, ComplementarityRatioIgnoresPairsThatHaveGone) {
-  Problem p = mixedModel(false);
-  setUp(p);
+  setUp(mixedModel(false));
   for (int32_t j = 0; j < ipm->numCol; j++) {
     ipm->upperDual[j] = ipm->lowerDual[j] = 1e-7;  // every dual gone
   }
@@ -419,8 +384,7 @@ TEST_F(IpmParts, ComplementarityRatioIgnoresPairsThatHaveGone) {
 // with the corrector's second-order and centring terms for the latter.
 TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
   for (bool quad : {false, true}) {
-    Problem p = mixedModel(quad);
-    setUp(p);
+    setUp(mixedModel(quad));
     ipm->upperSlack[0] += 0.3;  // a bound residual that the step must remove
     ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
     computeMeasurement(ipm);
@@ -462,25 +426,10 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
                     0.0, 1e-12);
       }
     }
-    // The step length stops at the first blocker, and no pair turns negative.
+    // No pair turns negative over the step.
     EXPECT_LE(ipm->alphaPrimal, 1.0);
     if (quad) {
       EXPECT_EQ(ipm->alphaPrimal, ipm->alphaDual);
-    }
-    if (ipm->blockPrimal >= 0 && ipm->alphaPrimal < 1.0 && !quad) {
-      // Some primal quantity at the blocking index lands on zero.
-      const int32_t b = ipm->blockPrimal;
-      double closest = 1e20;
-      if (b < n && hasUpper(b))
-        closest = std::min(closest,
-                           fabs(ipm->upperSlack[b] + ipm->alphaPrimal * ipm->upperSlackDelta[b]));
-      if (b < n && hasLower(b))
-        closest = std::min(closest,
-                           fabs(ipm->lowerSlack[b] + ipm->alphaPrimal * ipm->lowerSlackDelta[b]));
-      if (b < m && isG(b))
-        closest = std::min(closest,
-                           fabs(ipm->ineqnSlack[b] + ipm->alphaPrimal * ipm->ineqnSlackDelta[b]));
-      EXPECT_LT(closest, 1e-12);
     }
     for (int32_t j = 0; j < n; j++) {
       if (hasUpper(j)) {
@@ -564,8 +513,7 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
 }
 
 TEST_F(IpmParts, RatioTestWithoutBlockersTakesTheWholeStep) {
-  Problem p = mixedModel(false);
-  setUp(p);
+  setUp(mixedModel(false));
   // Deltas that only grow every slack and dual.
   for (int32_t j = 0; j < ipm->numCol; j++) ipm->vecRhs[j] = 0.0;
   for (int32_t i = 0; i < ipm->numRow; i++) ipm->vecRhs[ipm->numCol + i] = 0.1;
@@ -584,8 +532,7 @@ TEST_F(IpmParts, RatioTestWithoutBlockersTakesTheWholeStep) {
 }
 
 TEST_F(IpmParts, AdjustSolutionPushesATouchingPointInside) {
-  Problem p = mixedModel(false);
-  setUp(p);
+  setUp(mixedModel(false));
   ipm->divisor = 1e-16;
   const double x0 = ipm->solPrimal[4], sl = ipm->lowerSlack[0], y3 = ipm->solDual[3];
   adjustSolution(ipm);
@@ -598,6 +545,137 @@ TEST_F(IpmParts, AdjustSolutionPushesATouchingPointInside) {
   ipm->divisor = 1e-14;
   adjustSolution(ipm);
   EXPECT_EQ(ipm->divisor, 1e-14);
+}
+
+// ---- starting point ------------------------------------------------------------------
+
+TEST_F(IpmParts, StartShiftRule) {
+  Ipm lp{}, qp{};
+  lp.modelType = IPM_MODEL_LP;
+  qp.modelType = IPM_MODEL_QP;
+  EXPECT_EQ(initShift(&lp, 0.0), 1e-10);
+  EXPECT_EQ(initShift(&lp, 5.0), 1e-10);
+  EXPECT_EQ(initShift(&lp, -1e12), 1e12 + 100);  // -m * 1e-10 is 100
+  EXPECT_EQ(initShift(&lp, -1.0), 1.0 + 1e-10);
+  EXPECT_EQ(initShift(&qp, -0.01), 0.1);  // raised to 0.1
+  EXPECT_EQ(initShift(&qp, -1.0), 1.0 + 1e-10);
+}
+
+TEST_F(IpmParts, StartPrimalSlacksKeepOrShiftByTheirLeast) {
+  setUp(Problem({{1, 1}, {1, -1}}, "GE", {1, 0}, {1, 1}, {0, 0}, {3, kInf}));
+  subModel sub{};
+  // Interior already and a sub-model present: nothing moves.
+  ipm->ineqnSlack[0] = 0.5;
+  ipm->lowerSlack[0] = 0.2;
+  ipm->lowerSlack[1] = 1e-9;
+  ipm->upperSlack[0] = 2.0;
+  adjustSolPrimal(ipm, &sub, 1e-9);
+  EXPECT_EQ(ipm->lowerSlack[1], 1e-9);
+  EXPECT_EQ(ipm->ineqnSlack[0], 0.5);
+  // At the floor exactly: the shift route, with 1e-10 for m >= 0.
+  adjustSolPrimal(ipm, &sub, 1e-10);
+  EXPECT_EQ(ipm->lowerSlack[1], 1e-9 + 1e-10);
+  EXPECT_EQ(ipm->ineqnSlack[1], 0.0);  // the E row is left alone
+  // A negative least: everything moves by it, and a value that stays below
+  // the floor is refilled with 100, not with the floor.
+  // (A value below the least given arises from the rows that a partial start
+  // leaves out of the least.)
+  ipm->lowerSlack[0] = -2.0;
+  ipm->lowerSlack[1] = -3.0;
+  adjustSolPrimal(ipm, &sub, -2.0);
+  EXPECT_NEAR(ipm->lowerSlack[0], 2e-10, 1e-16);
+  EXPECT_EQ(ipm->lowerSlack[1], 100.0);
+  // A value that the shift brings exactly onto the floor stays there.
+  ipm->lowerSlack[0] = 0.0;
+  adjustSolPrimal(ipm, &sub, 0.0);
+  EXPECT_EQ(ipm->lowerSlack[0], 1e-10);
+  // Without a sub-model the shift route runs whatever the least.
+  const double before = ipm->upperSlack[0];
+  adjustSolPrimal(ipm, nullptr, 1.0);
+  EXPECT_EQ(ipm->upperSlack[0], before + 1e-10);
+}
+
+TEST_F(IpmParts, StartBigItemsOfTheSubModelAreLiftedOnTheirOwn) {
+  setUp(Problem({{1, 1}, {1, -1}}, "GG", {1, 0}, {1, 1}, {-1e6, 0}, {3, kInf}));
+  subModel sub{};
+  int32_t idxBound[] = {0}, statusBound[] = {SUB_BIG_LOWER}, idxRow[] = {1};
+  sub.numBoundBig = 1;
+  sub.idxBoundSub = idxBound;
+  sub.statusBoundSub = statusBound;
+  sub.numRhsBigAll = 1;
+  sub.idxRowSub = idxRow;
+  ipm->lowerSlack[0] = -5;
+  ipm->upperSlack[0] = 1;
+  ipm->lowerSlack[1] = 1;
+  ipm->ineqnSlack[0] = 1;
+  ipm->ineqnSlack[1] = -3;
+  adjustSolPrimal(ipm, &sub, 1.0);
+  EXPECT_EQ(ipm->lowerSlack[0], 100.0);
+  EXPECT_EQ(ipm->ineqnSlack[1], 100.0);
+  EXPECT_EQ(ipm->upperSlack[0], 1.0);
+  EXPECT_EQ(ipm->ineqnSlack[0], 1.0);
+}
+
+TEST_F(IpmParts, StartLpStartIsTheLeastSquaresPointMadeInterior) {
+  // Columns: both bounds, lower only, free; rows G and E.
+  setUp(Problem({{1, 2, 1}, {1, -1, 3}}, "GE", {2, 1}, {1, -1, 2}, {0, 1, -kInf},
+               {4, kInf, kInf}));
+  ASSERT_EQ(ipmInitLP(ipm, nullptr), 0);
+  // min 1/2 sum (x - b)^2 + 1/2 (A_G x - rhs_G)^2 under A_E x = rhs_E, by
+  // its normal equations.
+  Dense a = {{1, 2, 1}, {1, -1, 3}};
+  const double nb[] = {2, 1, 0}, sb[] = {4, 1, 0};
+  Dense k(4, std::vector<double>(4, 0.0));
+  std::vector<double> b(4, 0.0);
+  for (int i = 0; i < 3; i++) {
+    for (int j = 0; j < 3; j++) k[i][j] = a[0][i] * a[0][j];
+    k[i][i] += nb[i];
+    b[i] = sb[i] + a[0][i] * 2;
+    k[i][3] = k[3][i] = a[1][i];
+  }
+  b[3] = 1;
+  std::vector<double> want = denseSolve(k, b);
+  for (int j = 0; j < 3; j++) EXPECT_NEAR(ipm->solPrimal[j], want[j], 1e-9) << j;
+
+  // Every slack and dual in force is positive; the others are exactly 0.
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    EXPECT_EQ(hasLower(j), ipm->lowerSlack[j] > 0 && ipm->lowerDual[j] > 0) << j;
+    EXPECT_EQ(hasUpper(j), ipm->upperSlack[j] > 0 && ipm->upperDual[j] > 0) << j;
+    if (!hasLower(j)) {
+      EXPECT_EQ(ipm->lowerSlack[j] + ipm->lowerDual[j], 0.0);
+    }
+    if (!hasUpper(j)) {
+      EXPECT_EQ(ipm->upperSlack[j] + ipm->upperDual[j], 0.0);
+    }
+  }
+  EXPECT_GT(ipm->ineqnSlack[0], 0);
+  EXPECT_GT(ipm->solDual[0], 0);
+  EXPECT_EQ(ipm->ineqnSlack[1], 0);
+  // The matrix diagonal is cleared for the loop and the divisor set.
+  for (int32_t j = 0; j < ipm->numCol; j++) EXPECT_EQ(ipm->kktValue[ipm->varBndDiagIndex[j]], 0);
+  for (int32_t i = 0; i < ipm->numRow; i++) EXPECT_EQ(ipm->kktValue[ipm->ineqnDiagIndex[i]], 0);
+  double least = std::min({ipm->solDual[0], ipm->lowerSlack[0], ipm->upperSlack[0],
+                           ipm->lowerSlack[1]});
+  EXPECT_EQ(ipm->divisor, least);
+  EXPECT_NE(ipm->LDL_factor, nullptr);  // the loop's pattern stays analysed
+}
+
+TEST_F(IpmParts, StartQpStartEndsOnTheFullPattern) {
+  Problem p({{1, 1}}, "G", {1}, {-1, 0}, {0, -kInf}, {kInf, kInf});
+  p.setQuad({{2, 1}, {1, 3}});
+  setUp(std::move(p));
+  ASSERT_EQ(ipmInitQP(ipm, nullptr), 0);
+  // QP floors: every slack and dual in force at least 0.1.
+  EXPECT_GE(ipm->lowerSlack[0], 0.1);
+  EXPECT_GE(ipm->lowerDual[0], 0.1);
+  EXPECT_GE(ipm->ineqnSlack[0], 0.1);
+  EXPECT_GE(ipm->solDual[0], 0.1);
+  // The loop's matrix holds +Q off the diagonal again.
+  Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  EXPECT_EQ(k[0][1], 1.0);
+  EXPECT_EQ(k[1][0], 1.0);
+  EXPECT_EQ(k[2][0], -1.0);
+  EXPECT_EQ(ipm->kktBegin[ipm->numDim], ipm->numIpmCoef);
 }
 
 }  // namespace

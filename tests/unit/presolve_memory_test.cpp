@@ -4,15 +4,30 @@
 
 namespace {
 
-using pretest::kFree;
+using pretest::lp;
 using pretest::Problem;
 using pretest::Round;
 
-class PresolveMemory : public HostTest {
- protected:
-  // Refuses allocation k of the presolve for k = 0, 1, ... until the
-  // presolve gets through; then does the same to the postsolve.
-  void refuseEachAllocation(Problem& p, int32_t expectedControl) {
+class PresolveMemory : public HostTest {};
+
+TEST_F(PresolveMemory, EveryRefusalIsOutOfMemoryAndLeavesNothing) {
+  const struct {
+    Problem p;
+    int32_t control;
+  } cases[] = {
+      {lp({{1, 1, 1, 0}, {1, -1, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 2}}, "LGLER",
+          {6, -2, 3, 1, 2}, {-1, -2, 1, -1}, {0, 0, 0, -5}, {10, 10, 10, 5}, {0, 0, 0, 0, 6}),
+       PRECONTROL_REDUCED},
+      {pretest::qp(lp({{1, 1, 0, 0}, {0, 0, 1, 1}}, "LE", {4, 2}, {-4, 0, 0, -2}, {0, 2, 0, 0},
+                      {10, 2, 10, 10}),
+                   {1, 1, 1, 1}, {{0, 1, 0.5}, {2, 3, 0.5}}),
+       PRECONTROL_REDUCED},
+      {lp({{1, 1}, {-1, 1}}, "LL", {10, 5}, {-1, 0}, {0, 0}, {20, 20}), PRECONTROL_BOUND},
+  };
+  for (const auto& c : cases) {
+    Problem p = c.p;
+    // Refuses allocation k of the presolve for k = 0, 1, ... until the
+    // presolve gets through; then does the same to the postsolve.
     int presolveAllocations = -1;
     for (int k = 0; k < 200 && presolveAllocations < 0; k++) {
       ipmModel* m = p.build();
@@ -23,7 +38,7 @@ class PresolveMemory : public HostTest {
       host.clearFailures();
       if (status == 0) {
         presolveAllocations = k;
-        EXPECT_EQ(round.pre->preControl, expectedControl);
+        EXPECT_EQ(round.pre->preControl, c.control);
       } else {
         EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
         EXPECT_EQ(round.current, m) << "allocation " << k;
@@ -33,7 +48,6 @@ class PresolveMemory : public HostTest {
       ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
     }
     ASSERT_GT(presolveAllocations, 5);
-
     bool postsolveDone = false;
     for (int k = 0; k < 50 && !postsolveDone; k++) {
       ipmModel* m = p.build();
@@ -43,54 +57,16 @@ class PresolveMemory : public HostTest {
       host.failAllocation(k);
       const int32_t status = round.postsolve();
       host.clearFailures();
-      if (status == 0) {
-        postsolveDone = true;
+      postsolveDone = status == 0;
+      if (postsolveDone)
         EXPECT_EQ(pretest::kktBreach(*m, *round.outer), "");
-      } else {
+      else
         EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
-      }
       round.release();
       ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
     }
     EXPECT_TRUE(postsolveDone);
   }
-};
-
-TEST_F(PresolveMemory, ReducedLinearModel) {
-  Problem p;
-  p.a = {{1, 1, 1, 0}, {1, -1, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 2}};
-  p.sense = "LGLER";
-  p.rhs = {6, -2, 3, 1, 2};
-  p.range = {0, 0, 0, 0, 6};
-  p.obj = {-1, -2, 1, -1};
-  p.lower = {0, 0, 0, -5};
-  p.upper = {10, 10, 10, 5};
-  refuseEachAllocation(p, PRECONTROL_REDUCED);
-}
-
-TEST_F(PresolveMemory, ReducedQuadraticModel) {
-  Problem p;
-  p.type = IPM_MODEL_QP;
-  p.a = {{1, 1, 0, 0}, {0, 0, 1, 1}};
-  p.sense = "LE";
-  p.rhs = {4, 2};
-  p.obj = {-4, 0, 0, -2};
-  p.lower = {0, 2, 0, 0};
-  p.upper = {10, 2, 10, 10};
-  p.quadDiag = {1, 1, 1, 1};
-  p.quad = {{0, 1, 0.5}, {2, 3, 0.5}};
-  refuseEachAllocation(p, PRECONTROL_REDUCED);
-}
-
-TEST_F(PresolveMemory, BoundOnlyModel) {
-  Problem p;
-  p.a = {{1, 1}, {-1, 1}};
-  p.sense = "LL";
-  p.rhs = {10, 5};
-  p.obj = {-1, 0};
-  p.lower = {0, 0};
-  p.upper = {20, 20};
-  refuseEachAllocation(p, PRECONTROL_BOUND);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #define HALVEX_TESTS_PRESOLVE_SUPPORT_H
 
 #include <math.h>
+#include <stdio.h>
 
 #include <string>
 #include <vector>
@@ -18,67 +19,52 @@ namespace pretest {
 
 const double kInf = 1e20;
 const double kFree = 1e30;  // beyond the solver's infinity: no bound
+using Vec = std::vector<double>;
+using Mat = std::vector<Vec>;
 
-// A model given densely; build() makes the column-wise arrays the solver
-// sees.  Q is given as its diagonal and a list of off-diagonal pairs.
+// A model given densely; build() makes fresh column-wise arrays each time,
+// since the presolver and postsolver write into the caller's model.
 struct Problem {
   int type = IPM_MODEL_LP;
-  std::vector<std::vector<double>> a;  // rows of A
+  Mat a;  // rows of A
   std::string sense;
-  std::vector<double> rhs, range, obj, lower, upper;
-  std::vector<double> quadDiag;
+  Vec rhs, range, obj, lower, upper, quadDiag;
   struct Pair {
     int row, col;  // row < col; stored in column col
     double value;
   };
   std::vector<Pair> quad;
-  double objConstant = 0.0;
 
-  // made by build()
-  std::vector<int32_t> colBegin, colLength, rowIndex;
-  std::vector<double> matValue;
-  std::vector<int32_t> quadColBegin, quadColLength, quadRowIndex;
-  std::vector<double> quadMatValue;
-  std::vector<double> solPrimal, solDual, reducedCost, rowActivity;
-  std::vector<double> rhsCopy, rangeCopy, objCopy, lowerCopy, upperCopy, diagCopy;
+  std::vector<int32_t> colBegin, colLength, rowIndex, qBegin, qLength, qIndex;
+  Vec matValue, qValue, solPrimal, solDual, reducedCost, rowActivity;
+  Vec rhsCopy, rangeCopy, objCopy, lowerCopy, upperCopy, diagCopy;
   std::string senseCopy;
   ipmModel model{};
 
-  int numRow() const { return (int)a.size(); }
-  int numCol() const { return (int)obj.size(); }
-
   ipmModel* build() {
-    const int m = numRow(), n = numCol();
+    const int m = (int)a.size(), n = (int)obj.size();
     colBegin.assign(n + 1, 0);
     colLength.assign(n, 0);
+    qBegin.assign(n + 1, 0);
+    qLength.assign(n, 0);
     rowIndex.clear();
     matValue.clear();
+    qIndex.clear();
+    qValue.clear();
     for (int j = 0; j < n; j++) {
       colBegin[j] = (int32_t)rowIndex.size();
       for (int i = 0; i < m; i++)
-        if (a[i][j] != 0.0) {
-          rowIndex.push_back(i);
-          matValue.push_back(a[i][j]);
-        }
+        if (a[i][j] != 0.0) rowIndex.push_back(i), matValue.push_back(a[i][j]);
       colLength[j] = (int32_t)rowIndex.size() - colBegin[j];
+      qBegin[j] = (int32_t)qIndex.size();
+      for (const Pair& p : quad)
+        if (p.col == j) qIndex.push_back(p.row), qValue.push_back(p.value);
+      qLength[j] = (int32_t)qIndex.size() - qBegin[j];
     }
     colBegin[n] = (int32_t)rowIndex.size();
-    quadColBegin.assign(n + 1, 0);
-    quadColLength.assign(n, 0);
-    quadRowIndex.clear();
-    quadMatValue.clear();
-    for (int j = 0; j < n; j++) {
-      quadColBegin[j] = (int32_t)quadRowIndex.size();
-      for (const Pair& p : quad)
-        if (p.col == j) {
-          quadRowIndex.push_back(p.row);
-          quadMatValue.push_back(p.value);
-        }
-      quadColLength[j] = (int32_t)quadRowIndex.size() - quadColBegin[j];
-    }
-    quadColBegin[n] = (int32_t)quadRowIndex.size();
+    qBegin[n] = (int32_t)qIndex.size();
     rhsCopy = rhs;
-    rangeCopy = range.empty() ? std::vector<double>(m, 0.0) : range;
+    rangeCopy = range.empty() ? Vec(m, 0.0) : range;
     objCopy = obj;
     lowerCopy = lower;
     upperCopy = upper;
@@ -89,7 +75,6 @@ struct Problem {
     solDual.assign(m + 1, 0.0);
     reducedCost.assign(n + 1, 0.0);
     rowActivity.assign(m + 1, 0.0);
-
     model = ipmModel{};
     model.typeModel = type;
     model.numRow = m;
@@ -100,15 +85,14 @@ struct Problem {
     model.rowIndex = rowIndex.data();
     model.matValue = matValue.data();
     if (type == IPM_MODEL_QP) {
-      model.numQuadCoef = (int32_t)quadRowIndex.size();
+      model.numQuadCoef = (int32_t)qIndex.size();
       model.quadDiag = diagCopy.data();
-      model.quadColBegin = quadColBegin.data();
-      model.quadColLength = quadColLength.data();
-      model.quadRowIndex = quadRowIndex.data();
-      model.quadMatValue = quadMatValue.data();
+      model.quadColBegin = qBegin.data();
+      model.quadColLength = qLength.data();
+      model.quadRowIndex = qIndex.data();
+      model.quadMatValue = qValue.data();
     }
     model.objSense = 1;
-    model.objConstant = objConstant;
     model.obj = objCopy.data();
     model.rowSense = &senseCopy[0];
     model.rhs = rhsCopy.data();
@@ -123,58 +107,77 @@ struct Problem {
   }
 };
 
+inline Problem lp(Mat a, std::string sense, Vec rhs, Vec obj, Vec lower, Vec upper,
+                  Vec range = {}) {
+  Problem p;
+  p.a = std::move(a);
+  p.sense = std::move(sense);
+  p.rhs = std::move(rhs);
+  p.obj = std::move(obj);
+  p.lower = std::move(lower);
+  p.upper = std::move(upper);
+  p.range = std::move(range);
+  return p;
+}
+
+inline Problem qp(Problem p, Vec diag, std::vector<Problem::Pair> pairs = {}) {
+  p.type = IPM_MODEL_QP;
+  p.quadDiag = std::move(diag);
+  p.quad = std::move(pairs);
+  return p;
+}
+
 inline ipmOption defaultOption() {
   ipmOption o{};
-  o.presolver = 0;
-  o.primalTol = 1e-6;
-  o.dualTol = 1e-6;
-  o.gapTol = 1e-6;
+  o.primalTol = o.dualTol = o.gapTol = 1e-6;
   o.infinity = kInf;
   o.maxIteration = 100;
-  o.printLevel = 0;
   return o;
 }
 
-// Dense view of a model's arrays (any model, reduced or not).
+// Dense view of any model's arrays, reduced or not.
 struct Dense {
   int m = 0, n = 0;
-  std::vector<std::vector<double>> a, q;
-  std::vector<double> c, lo, up, b, range;
+  Mat a, q;
+  Vec c, lo, up, b, range;
   std::string sense;
+  // The row's activity interval; N and G rows have no upper end.
+  double hi(int i) const { return (sense[i] == 'G' || sense[i] == 'N') ? kInf : b[i]; }
+  double low(int i) const {
+    const char t = sense[i];
+    return (t == 'L' || t == 'N') ? -kInf : (t == 'R' ? b[i] - range[i] : b[i]);
+  }
 };
 
 inline Dense denseOf(const ipmModel& md) {
   Dense d;
   d.m = md.numRow;
   d.n = md.numCol;
-  d.a.assign(d.m, std::vector<double>(d.n, 0.0));
-  d.q.assign(d.n, std::vector<double>(d.n, 0.0));
+  d.a.assign(d.m, Vec(d.n, 0.0));
+  d.q.assign(d.n, Vec(d.n, 0.0));
   for (int j = 0; j < d.n; j++)
     for (int k = md.colBegin[j]; k < md.colBegin[j] + md.colLength[j]; k++)
       d.a[md.rowIndex[k]][j] += md.matValue[k];
-  if (md.typeModel == IPM_MODEL_QP) {
-    for (int j = 0; j < d.n; j++) d.q[j][j] = md.quadDiag[j];
-    if (md.numQuadCoef > 0)
-      for (int j = 0; j < d.n; j++)
-        for (int k = md.quadColBegin[j]; k < md.quadColBegin[j] + md.quadColLength[j]; k++) {
-          d.q[md.quadRowIndex[k]][j] += md.quadMatValue[k];
-          d.q[j][md.quadRowIndex[k]] += md.quadMatValue[k];
-        }
-  }
+  if (md.typeModel == IPM_MODEL_QP)
+    for (int j = 0; j < d.n; j++) {
+      d.q[j][j] = md.quadDiag[j];
+      for (int k = md.quadColBegin[j];
+           md.numQuadCoef > 0 && k < md.quadColBegin[j] + md.quadColLength[j]; k++) {
+        d.q[md.quadRowIndex[k]][j] += md.quadMatValue[k];
+        d.q[j][md.quadRowIndex[k]] += md.quadMatValue[k];
+      }
+    }
   d.c.assign(md.obj, md.obj + d.n);
   d.lo.assign(md.lower, md.lower + d.n);
   d.up.assign(md.upper, md.upper + d.n);
   d.b.assign(md.rhs, md.rhs + d.m);
-  d.range.assign(d.m, 0.0);
-  if (md.range)
-    for (int i = 0; i < d.m; i++) d.range[i] = md.range[i];
+  d.range = md.range ? Vec(md.range, md.range + d.m) : Vec(d.m, 0.0);
   d.sense.assign(md.rowSense, md.rowSense + d.m);
   return d;
 }
 
 // Gaussian elimination with partial pivoting; false when singular.
-inline bool solveDense(std::vector<std::vector<double>> k, std::vector<double> b,
-                       std::vector<double>* z) {
+inline bool solveDense(Mat k, Vec b, Vec* z) {
   const size_t n = b.size();
   for (size_t c = 0; c < n; c++) {
     size_t best = c;
@@ -199,88 +202,64 @@ inline bool solveDense(std::vector<std::vector<double>> k, std::vector<double> b
 }
 
 // Solves a tiny convex LP or QP by trying every active set: each column at
-// its lower end, its upper end or between; each inequality row at its
-// upper end, its lower end or inactive.  The first KKT point found is the
-// optimum.  Fills the solution record in the iteration's sign convention.
+// its lower end (0), its upper end (1) or between (2); each inequality row
+// at its upper end (0), its lower end (1) or inactive (2).  The first KKT
+// point found is the optimum.  Fills the solution record in the iteration's
+// sign convention.
 inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
   const Dense d = denseOf(md);
   const int n = d.n, m = d.m;
   long combos = 1;
   for (int j = 0; j < n + m; j++) combos *= 3;
   for (long code = 0; code < combos; code++) {
-    std::vector<int> state(n + m);
-    long rest = code;
-    for (int k = 0; k < n + m; k++) {
-      state[k] = (int)(rest % 3);
-      rest /= 3;
-    }
+    std::vector<int> st(n + m);
+    for (long k = 0, rest = code; k < n + m; k++, rest /= 3) st[k] = (int)(rest % 3);
     bool usable = true;
-    for (int j = 0; j < n && usable; j++) {
-      if (state[j] == 0 && d.lo[j] <= -kInf) usable = false;
-      if (state[j] == 1 && d.up[j] >= kInf) usable = false;
-    }
-    for (int i = 0; i < m && usable; i++) {
+    for (int j = 0; j < n; j++)
+      usable &= !(st[j] == 0 && d.lo[j] <= -kInf) && !(st[j] == 1 && d.up[j] >= kInf);
+    for (int i = 0; i < m; i++) {
       const char t = d.sense[i];
-      const int st = state[n + i];
-      if (t == 'E' && st != 0) usable = false;
-      if (t == 'L' && st == 1) usable = false;
-      if (t == 'G' && st == 0) usable = false;
+      usable &= !(t == 'E' && st[n + i] != 0) && !(t == 'L' && st[n + i] == 1) &&
+                !(t == 'G' && st[n + i] == 0);
     }
     if (!usable) continue;
-    // unknowns x (n) and y (m)
-    std::vector<std::vector<double>> k(n + m, std::vector<double>(n + m, 0.0));
-    std::vector<double> rhs(n + m, 0.0);
+    Mat k(n + m, Vec(n + m, 0.0));  // unknowns x (n) and y (m)
+    Vec rhs(n + m, 0.0), z;
     for (int j = 0; j < n; j++) {
-      if (state[j] == 0) {
+      if (st[j] < 2) {
         k[j][j] = 1.0;
-        rhs[j] = d.lo[j];
-      } else if (state[j] == 1) {
-        k[j][j] = 1.0;
-        rhs[j] = d.up[j];
-      } else {
-        for (int q = 0; q < n; q++) k[j][q] = d.q[j][q];
-        for (int i = 0; i < m; i++) k[j][n + i] = -d.a[i][j];
-        rhs[j] = -d.c[j];
+        rhs[j] = st[j] == 0 ? d.lo[j] : d.up[j];
+        continue;
       }
+      for (int q = 0; q < n; q++) k[j][q] = d.q[j][q];
+      for (int i = 0; i < m; i++) k[j][n + i] = -d.a[i][j];
+      rhs[j] = -d.c[j];
     }
     for (int i = 0; i < m; i++) {
-      const int st = state[n + i];
-      if (st == 2) {
+      if (st[n + i] == 2) {
         k[n + i][n + i] = 1.0;
-      } else {
-        for (int j = 0; j < n; j++) k[n + i][j] = d.a[i][j];
-        // state 0: upper end (rhs), 1: lower end (rhs - range, or rhs for G)
-        rhs[n + i] = (st == 1 && d.sense[i] == 'R') ? d.b[i] - d.range[i] : d.b[i];
+        continue;
       }
+      for (int j = 0; j < n; j++) k[n + i][j] = d.a[i][j];
+      rhs[n + i] = (st[n + i] == 1 && d.sense[i] == 'R') ? d.b[i] - d.range[i] : d.b[i];
     }
-    std::vector<double> z;
     if (!solveDense(k, rhs, &z)) continue;
     bool ok = true;
-    std::vector<double> rc(n);
-    for (int j = 0; j < n && ok; j++) {
-      const double x = z[j];
-      if (x < d.lo[j] - tol || x > d.up[j] + tol) ok = false;
+    Vec rc(n);
+    for (int j = 0; j < n; j++) {
       double r = d.c[j];
       for (int q = 0; q < n; q++) r += d.q[j][q] * z[q];
       for (int i = 0; i < m; i++) r -= d.a[i][j] * z[n + i];
       rc[j] = r;
-      if (state[j] == 0 && r < -tol) ok = false;
-      if (state[j] == 1 && r > tol) ok = false;
-      if (state[j] == 2 && fabs(r) > tol) ok = false;
+      ok &= z[j] >= d.lo[j] - tol && z[j] <= d.up[j] + tol;
+      ok &= !(st[j] == 0 && r < -tol) && !(st[j] == 1 && r > tol) && !(st[j] == 2 && fabs(r) > tol);
     }
-    for (int i = 0; i < m && ok; i++) {
+    for (int i = 0; i < m; i++) {
       double act = 0.0;
       for (int j = 0; j < n; j++) act += d.a[i][j] * z[j];
-      const double y = z[n + i];
-      const char t = d.sense[i];
-      const double hi = (t == 'G') ? kInf : d.b[i];
-      const double lo = (t == 'L') ? -kInf : (t == 'R' ? d.b[i] - d.range[i] : d.b[i]);
-      if (act > hi + tol || act < lo - tol) ok = false;
-      const int st = state[n + i];
-      if (t != 'E') {
-        if (st == 0 && y > tol) ok = false;   // at the upper end: y <= 0
-        if (st == 1 && y < -tol) ok = false;  // at the lower end: y >= 0
-      }
+      ok &= act <= d.hi(i) + tol && act >= d.low(i) - tol;
+      // At the upper end y <= 0, at the lower end y >= 0.
+      if (d.sense[i] != 'E') ok &= !(st[n + i] == 0 && z[n + i] > tol) && !(st[n + i] == 1 && z[n + i] < -tol);
     }
     if (!ok) continue;
     for (int j = 0; j < n; j++) {
@@ -303,51 +282,33 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
 // description of the first breach, empty when none.
 inline std::string kktBreach(const ipmModel& md, const ipmSolution& s, double tol = 1e-7) {
   const Dense d = denseOf(md);
-  char buf[256];
-  std::vector<double> act(d.m, 0.0);
-  for (int i = 0; i < d.m; i++)
-    for (int j = 0; j < d.n; j++) act[i] += d.a[i][j] * md.solPrimal[j];
+  const double* x = md.solPrimal;
+  char buf[160];
+  auto breach = [&](const char* what, int at, double v1, double v2, double v3) {
+    snprintf(buf, sizeof buf, "%s %d: %g %g %g", what, at, v1, v2, v3);
+    return std::string(buf);
+  };
   for (int j = 0; j < d.n; j++) {
-    const double x = md.solPrimal[j];
-    if (x < d.lo[j] - tol || x > d.up[j] + tol) {
-      snprintf(buf, sizeof buf, "column %d: x=%g outside [%g, %g]", j, x, d.lo[j], d.up[j]);
-      return buf;
-    }
+    if (x[j] < d.lo[j] - tol || x[j] > d.up[j] + tol)
+      return breach("column outside its bounds", j, x[j], d.lo[j], d.up[j]);
     double r = d.c[j];
-    for (int q = 0; q < d.n; q++) r += d.q[j][q] * md.solPrimal[q];
+    for (int q = 0; q < d.n; q++) r += d.q[j][q] * x[q];
     for (int i = 0; i < d.m; i++) r -= d.a[i][j] * md.solDual[i];
     const double zl = s.lowerDual[j], zu = s.upperDual[j];
-    if (fabs(r - zl + zu) > tol) {
-      snprintf(buf, sizeof buf, "column %d: stationarity rc=%g zl=%g zu=%g", j, r, zl, zu);
-      return buf;
-    }
-    if (zl < -tol || zu < -tol) {
-      snprintf(buf, sizeof buf, "column %d: negative bound dual zl=%g zu=%g", j, zl, zu);
-      return buf;
-    }
-    const double gapLow = d.lo[j] > -kInf ? x - d.lo[j] : kInf;
-    const double gapUp = d.up[j] < kInf ? d.up[j] - x : kInf;
-    if ((zl > tol && gapLow > tol) || (zu > tol && gapUp > tol)) {
-      snprintf(buf, sizeof buf, "column %d: not complementary x=%g zl=%g zu=%g", j, x, zl, zu);
-      return buf;
-    }
+    if (fabs(r - zl + zu) > tol) return breach("stationarity of column", j, r, zl, zu);
+    if (zl < -tol || zu < -tol) return breach("negative bound dual of column", j, x[j], zl, zu);
+    const double gapLow = d.lo[j] > -kInf ? x[j] - d.lo[j] : kInf;
+    const double gapUp = d.up[j] < kInf ? d.up[j] - x[j] : kInf;
+    if ((zl > tol && gapLow > tol) || (zu > tol && gapUp > tol))
+      return breach("complementarity of column", j, x[j], zl, zu);
   }
   for (int i = 0; i < d.m; i++) {
-    const char t = d.sense[i];
-    const double y = md.solDual[i];
-    const double hi = (t == 'G' || t == 'N') ? kInf : d.b[i];
-    const double lo = (t == 'L' || t == 'N') ? -kInf : (t == 'R' ? d.b[i] - d.range[i] : d.b[i]);
-    if (act[i] > hi + tol || act[i] < lo - tol) {
-      snprintf(buf, sizeof buf, "row %d: activity %g outside [%g, %g]", i, act[i], lo, hi);
-      return buf;
-    }
-    if (t == 'E') continue;
-    const bool atHi = act[i] >= hi - tol, atLo = act[i] <= lo + tol;
-    if ((y > tol && !atLo) || (y < -tol && !atHi)) {
-      snprintf(buf, sizeof buf, "row %d: dual %g with activity %g in [%g, %g]", i, y, act[i], lo,
-               hi);
-      return buf;
-    }
+    double act = 0.0;
+    for (int j = 0; j < d.n; j++) act += d.a[i][j] * x[j];
+    const double y = md.solDual[i], hi = d.hi(i), lo = d.low(i);
+    if (act > hi + tol || act < lo - tol) return breach("activity outside row", i, act, lo, hi);
+    if (d.sense[i] != 'E' && ((y > tol && act > lo + tol) || (y < -tol && act < hi - tol)))
+      return breach("dual sign of row", i, y, act, lo);
   }
   return "";
 }
@@ -362,7 +323,6 @@ struct Round {
   ipmSolution* outer = nullptr;
   ipmSolution* inner = nullptr;
   ipmModel* current = nullptr;
-  int32_t presolveStatus = 0;
 
   explicit Round(HalvexEnv* e) : env(e) {}
   ~Round() { release(); }
@@ -375,16 +335,11 @@ struct Round {
   int32_t presolve(ipmModel* m) {
     prepare();
     current = m;
-    presolveStatus = ipmPresolve(env, &current, &option, pre, storage, &outer, &inner);
-    return presolveStatus;
+    return ipmPresolve(env, &current, &option, pre, storage, &outer, &inner);
   }
   // Solves what the iteration would see; false when no KKT point was found.
   bool solveReduced() {
-    if (pre->preRoute == PREROUTE_KNOWN) {
-      current->status = IPM_STATUS_OPTIMAL;
-      return true;
-    }
-    const bool found = bruteSolve(*current, inner);
+    const bool found = pre->preRoute == PREROUTE_KNOWN || bruteSolve(*current, inner);
     current->status = found ? IPM_STATUS_OPTIMAL : IPM_STATUS_FAILED;
     return found;
   }
