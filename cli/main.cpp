@@ -20,6 +20,8 @@
 #include "host/host.h"
 #include "mps.h"
 #include "output.h"
+#include "lprecord.h"
+#include "options.h"
 #include "qprecord.h"
 
 namespace {
@@ -48,7 +50,11 @@ const char* const kHelp =
     "  --time-limit SECONDS      time limit\n"
     "  --timer cpu|real          what the time limit measures (cpu)\n"
     "  --threads N               threads of the factorisation (1)\n"
-    "  --presolve on|off         the presolver (on)\n"
+    "  --presolve LEVEL          the presolver: on (-1, automatic), off (0), or\n"
+    "                            a level of the LP presolver from 1 to 3 (on)\n"
+    "  --lp-as-qp                solve an LP through the QP entry, as a QP with\n"
+    "                            no quadratic part (an LP goes to the LP entry)\n"
+    "  --crossover               not available in this build\n"
     "  --print-level 0|1|2       0 errors only, 1 status lines and summary,\n"
     "                            2 with the iteration log (2)\n"
     "  --print-freq N            an iteration line every N iterations (1)\n"
@@ -61,131 +67,9 @@ const char* const kHelp =
     "exit codes: 0 the solver ran (whatever its status), 2 bad usage or an\n"
     "unreadable file, 1 an internal failure.\n";
 
-struct Options {
-  std::string file;
-  hxcli::MpsFormat format = hxcli::MpsFormat::Auto;
-  double primalTol = -1, dualTol = -1, gapTol = -1;  // -1: the module's default
-  int64_t maxIteration = -1;
-  double maxTime = -1;
-  int timerType = -1;
-  int threads = -1;
-  int presolve = -1;  // -1 default, 0 off, 1 on
-  int printLevel = 2;
-  int printFreq = -1;
-  std::string jsonFile, solutionFile, library;
-};
-
 bool usageError(const std::string& what) {
   std::fprintf(stderr, "halvex: %s\n%s", what.c_str(), kUsage);
   return false;
-}
-
-bool parseDouble(const std::string& name, const std::string& text, double* out) {
-  char* end = nullptr;
-  double v = std::strtod(text.c_str(), &end);
-  if (text.empty() || *end != '\0' || !std::isfinite(v) || v <= 0)
-    return usageError(name + " needs a positive number, not '" + text + "'");
-  *out = v;
-  return true;
-}
-
-bool parseInt(const std::string& name, const std::string& text, int64_t lo, int64_t hi,
-              int64_t* out) {
-  char* end = nullptr;
-  errno = 0;
-  long long v = std::strtoll(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || errno == ERANGE || v < lo || v > hi)
-    return usageError(name + " needs a whole number from " + std::to_string(lo) + " to " +
-                      std::to_string(hi) + ", not '" + text + "'");
-  *out = v;
-  return true;
-}
-
-bool parseSolveArgs(int argc, char** argv, Options* o) {
-  for (int i = 2; i < argc; ++i) {
-    std::string arg = argv[i];
-    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
-      if (!o->file.empty()) return usageError("more than one file: '" + arg + "'");
-      o->file = arg;
-      continue;
-    }
-    std::string name = arg, value;
-    bool hasValue = false;
-    size_t eq = arg.find('=');
-    if (eq != std::string::npos) {
-      name = arg.substr(0, eq);
-      value = arg.substr(eq + 1);
-      hasValue = true;
-    }
-    static const char* const known[] = {
-        "--format", "--tol", "--primal-tol", "--dual-tol", "--gap-tol", "--max-iter",
-        "--time-limit", "--timer", "--threads", "--presolve", "--print-level",
-        "--print-freq", "--json", "--solution", "--library"};
-    bool isKnown = false;
-    for (const char* k : known) isKnown = isKnown || name == k;
-    if (!isKnown) return usageError("unknown option '" + name + "'");
-    if (!hasValue) {
-      if (i + 1 >= argc) return usageError(name + " needs a value");
-      value = argv[++i];
-    }
-    int64_t n = 0;
-    if (name == "--format") {
-      if (value == "auto")
-        o->format = hxcli::MpsFormat::Auto;
-      else if (value == "fixed")
-        o->format = hxcli::MpsFormat::Fixed;
-      else if (value == "free")
-        o->format = hxcli::MpsFormat::Free;
-      else
-        return usageError("--format is auto, fixed or free, not '" + value + "'");
-    } else if (name == "--tol") {
-      double t;
-      if (!parseDouble(name, value, &t)) return false;
-      o->primalTol = o->dualTol = o->gapTol = t;
-    } else if (name == "--primal-tol") {
-      if (!parseDouble(name, value, &o->primalTol)) return false;
-    } else if (name == "--dual-tol") {
-      if (!parseDouble(name, value, &o->dualTol)) return false;
-    } else if (name == "--gap-tol") {
-      if (!parseDouble(name, value, &o->gapTol)) return false;
-    } else if (name == "--max-iter") {
-      if (!parseInt(name, value, 0, INT32_MAX, &n)) return false;
-      o->maxIteration = n;
-    } else if (name == "--time-limit") {
-      if (!parseDouble(name, value, &o->maxTime)) return false;
-    } else if (name == "--timer") {
-      if (value == "cpu")
-        o->timerType = 0;
-      else if (value == "real")
-        o->timerType = 1;
-      else
-        return usageError("--timer is cpu or real, not '" + value + "'");
-    } else if (name == "--threads") {
-      if (!parseInt(name, value, 1, 1024, &n)) return false;
-      o->threads = (int)n;
-    } else if (name == "--presolve") {
-      if (value == "on")
-        o->presolve = 1;
-      else if (value == "off")
-        o->presolve = 0;
-      else
-        return usageError("--presolve is on or off, not '" + value + "'");
-    } else if (name == "--print-level") {
-      if (!parseInt(name, value, 0, 2, &n)) return false;
-      o->printLevel = (int)n;
-    } else if (name == "--print-freq") {
-      if (!parseInt(name, value, 0, INT32_MAX, &n)) return false;
-      o->printFreq = (int)n;
-    } else if (name == "--json") {
-      o->jsonFile = value;
-    } else if (name == "--solution") {
-      o->solutionFile = value;
-    } else if (name == "--library") {
-      o->library = value;
-    }
-  }
-  if (o->file.empty()) return usageError("solve needs a FILE");
-  return true;
 }
 
 // The library this build made, unless told otherwise; an installed command
@@ -234,7 +118,39 @@ void closeOutputs(FILE* a, FILE* b) {
   if (b) std::fclose(b);
 }
 
-int solve(const Options& o) {
+// The QP entry's options from the command's; unset ones keep the instance's.
+void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
+  if (o.primalTol > 0) so->primalTol = o.primalTol;
+  if (o.dualTol > 0) so->dualTol = o.dualTol;
+  if (o.gapTol > 0) so->gapTol = o.gapTol;
+  if (o.maxIteration >= 0) so->maxIteration = (int32_t)o.maxIteration;
+  if (o.maxTime > 0) so->maxTime = o.maxTime;
+  if (o.timerType >= 0) so->timerType = o.timerType;
+  if (o.threads > 0) so->numThreads = o.threads;
+  if (o.presolve != hxcli::kPresolveUnset) so->presolver = o.presolve;
+  if (o.printFreq >= 0) so->printFreq = o.printFreq;
+  // The solver keeps its status lines and drops the iteration table when
+  // the frequency is 0.
+  if (o.printLevel < 2) so->printFreq = 0;
+}
+
+void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
+  hxcli::setLpOptionDefaults(lo);
+  if (o.primalTol > 0) lo->primalTol = o.primalTol;
+  if (o.dualTol > 0) lo->dualTol = o.dualTol;
+  if (o.gapTol > 0) lo->gapTol = o.gapTol;
+  if (o.maxIteration >= 0) lo->maxIteration = (int32_t)o.maxIteration;
+  if (o.maxTime > 0) lo->maxTime = o.maxTime;
+  if (o.timerType >= 0) lo->timerType = o.timerType;
+  if (o.threads > 0) lo->numThreads = o.threads;
+  if (o.presolve != hxcli::kPresolveUnset) lo->presolver = o.presolve;
+  if (o.printFreq >= 0) lo->printFreq = o.printFreq;
+  // Level 0 also drops the LP entry's "solver starts" line.
+  lo->printLevel = o.printLevel;
+  if (o.printLevel < 2) lo->printFreq = 0;
+}
+
+int solve(const hxcli::SolveOptions& o) {
   const auto t0 = std::chrono::steady_clock::now();
   const bool talk = o.printLevel > 0;
 
@@ -244,9 +160,14 @@ int solve(const Options& o) {
     std::fprintf(stderr, "halvex: %s\n", error.message().c_str());
     return kExitUsage;
   }
-  hxcli::QPModel model;
+  // An LP goes to the LP entry, unless asked otherwise; the QP form's arrays
+  // are part of the LP form, so both read and write the same vectors.
+  const bool lpEntry = !problem.isQP() && !o.lpAsQp;
+  hxcli::LPModel lpModel;
+  hxcli::QPModel& model = lpModel.qp;
   std::string reason;
-  if (!hxcli::buildQPRecord(problem, &model, &reason)) {
+  if (!(lpEntry ? hxcli::buildLPRecord(problem, &lpModel, &reason)
+                : hxcli::buildQPRecord(problem, &model, &reason))) {
     std::fprintf(stderr, "halvex: %s: %s\n", o.file.c_str(), reason.c_str());
     return kExitUsage;
   }
@@ -283,41 +204,52 @@ int solve(const Options& o) {
   }
   int exitCode = kExitOk;
   {
+    // Also on the LP road: it hands the module the kernel table, through
+    // which the LP entry loads its presolver.
     hxhost::HalvexModule module(host, entries);
-    HalvexInstance* instance = module.ok() ? module.createInstance() : nullptr;
-    if (!instance) {
+    HalvexInstance* instance = nullptr;
+    QVPool* lpPool = nullptr;
+    if (module.ok()) {
+      if (lpEntry)
+        lpPool = host.createPool("HALVEX LP");
+      else
+        instance = module.createInstance();
+    }
+    if (!instance && !lpPool) {
       std::fprintf(stderr, "halvex: the module could not make an instance\n");
       closeOutputs(json, solution);
       hxhost::closeHalvexLibrary(&entries);
       return kExitInternal;
     }
-    ScripterOptions& so = instance->scripter;
-    if (o.primalTol > 0) so.primalTol = o.primalTol;
-    if (o.dualTol > 0) so.dualTol = o.dualTol;
-    if (o.gapTol > 0) so.gapTol = o.gapTol;
-    if (o.maxIteration >= 0) so.maxIteration = (int32_t)o.maxIteration;
-    if (o.maxTime > 0) so.maxTime = o.maxTime;
-    if (o.timerType >= 0) so.timerType = o.timerType;
-    if (o.threads > 0) so.numThreads = o.threads;
-    if (o.presolve == 0) so.presolver = 0;
-    if (o.presolve == 1) so.presolver = -1;
-    if (o.printFreq >= 0) so.printFreq = o.printFreq;
-    // The solver keeps its status lines and drops the iteration table when
-    // the frequency is 0.
-    if (o.printLevel < 2) so.printFreq = 0;
 
-    QPRecord& record = model.record;
     breakRequested = 0;
-    record.checkSolverBreak = checkBreak;
-    record.scripterDataStruct = (void*)&breakRequested;
     std::signal(SIGINT, onInterrupt);
     const auto s0 = std::chrono::steady_clock::now();
-    int32_t rc = instance->ipqpmain(&instance->env, &record, &so);
+    hxcli::SolveSummary summary;
+    if (lpEntry) {
+      LPRecord& record = lpModel.record;
+      record.checkSolverBreak = checkBreak;
+      record.scripterDataStruct = (void*)&breakRequested;
+      LPOptions lpOptions;
+      setLpOptions(o, &lpOptions);
+      LPContext context = hxcli::makeLpContext(lpPool, host.textLog(), host.messageLog());
+      entries.iplpmain(&context, &record, &lpOptions);
+      summary = hxcli::summaryFromLPRecord(record);
+      summary.entry = "iplpmain";
+    } else {
+      ScripterOptions& so = instance->scripter;
+      setScripterOptions(o, &so);
+      QPRecord& record = model.record;
+      record.checkSolverBreak = checkBreak;
+      record.scripterDataStruct = (void*)&breakRequested;
+      int32_t rc = instance->ipqpmain(&instance->env, &record, &so);
+      summary = hxcli::summaryFromRecord(record, rc);
+      summary.entry = "ipqpmain";
+    }
     const double solveTime = secondsSince(s0);
     std::signal(SIGINT, SIG_DFL);
     std::fflush(stdout);
 
-    hxcli::SolveSummary summary = hxcli::summaryFromRecord(record, rc);
     summary.file = o.file;
     summary.readTime = readTime;
     summary.solveTime = solveTime;
@@ -331,7 +263,8 @@ int solve(const Options& o) {
       std::fprintf(stderr, "halvex: writing %s failed\n", o.solutionFile.c_str());
       exitCode = kExitInternal;
     }
-    module.destroyInstance(instance);
+    if (instance) module.destroyInstance(instance);
+    if (lpPool) lpPool->poolDestroy(lpPool);
   }
   closeOutputs(json, solution);
   hxhost::closeHalvexLibrary(&entries);
@@ -401,8 +334,12 @@ int run(int argc, char** argv) {
       std::printf("%s\n%s", kUsage, kHelp);
       return kExitOk;
     }
-  Options options;
-  if (!parseSolveArgs(argc, argv, &options)) return kExitUsage;
+  hxcli::SolveOptions options;
+  std::string error;
+  if (!hxcli::parseSolveArgs(argc, argv, 2, &options, &error)) {
+    usageError(error);
+    return kExitUsage;
+  }
   return solve(options);
 }
 

@@ -54,6 +54,7 @@ void printProblem(FILE* out, const MpsProblem& p, const QPModel& m, const std::s
 
 void printSummary(FILE* out, const SolveSummary& s) {
   std::fprintf(out, "\nStatus       %s (return code %d)\n", statusName(s.returnCode), s.returnCode);
+  if (!s.entry.empty()) std::fprintf(out, "Entry        %s\n", s.entry.c_str());
   if (hasPoint(s.returnCode))
     std::fprintf(out, "Objective    %.10e\n", s.objective);
   else
@@ -105,6 +106,7 @@ bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s) {
   std::fprintf(out, "{\n");
   std::fprintf(out, "  \"problem\": %s,\n", jsonString(p.name).c_str());
   std::fprintf(out, "  \"file\": %s,\n", jsonString(s.file).c_str());
+  if (!s.entry.empty()) std::fprintf(out, "  \"entry\": %s,\n", jsonString(s.entry).c_str());
   std::fprintf(out, "  \"status\": %s,\n", jsonString(statusName(s.returnCode)).c_str());
   std::fprintf(out, "  \"returnCode\": %d,\n", s.returnCode);
   std::fprintf(out, "  \"objective\": %s,\n",

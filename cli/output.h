@@ -14,6 +14,7 @@ namespace hxcli {
 
 struct SolveSummary {
   std::string file;
+  std::string entry;  // the module's entry that solved: ipqpmain or iplpmain
   int32_t returnCode = 8;  // the host return code of ipqpmain
   double objective = 0.0;
   int32_t iterations = 0;

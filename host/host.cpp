@@ -54,8 +54,10 @@ bool openHalvexLibrary(const char* path, HalvexEntries* out, std::string* error)
   out->qvextent = reinterpret_cast<int32_t (*)(QVKernel*)>(dlsym(lib, "qvextent"));
   out->qvvercn1 = reinterpret_cast<void (*)(HalvexVersionInfo*)>(dlsym(lib, "qvvercn1"));
   out->halvex = reinterpret_cast<HalvexExtension* (*)(void*, QVPool*)>(dlsym(lib, "halvex"));
+  out->iplpmain =
+      reinterpret_cast<int32_t (*)(LPContext*, LPRecord*, LPOptions*)>(dlsym(lib, "iplpmain"));
   const char* missing = !out->qvextent ? "qvextent" : !out->qvvercn1 ? "qvvercn1"
-                        : !out->halvex ? "halvex" : nullptr;
+                        : !out->halvex ? "halvex" : !out->iplpmain ? "iplpmain" : nullptr;
   if (missing) {
     if (error) *error = std::string(file) + " does not export " + missing;
     dlclose(lib);

@@ -128,6 +128,8 @@ struct HalvexEntries {
   int32_t (*qvextent)(QVKernel*) = nullptr;
   void (*qvvercn1)(HalvexVersionInfo*) = nullptr;
   HalvexExtension* (*halvex)(void*, QVPool*) = nullptr;
+  // The LP entry; it takes the LP host's context, not an instance.
+  int32_t (*iplpmain)(LPContext*, LPRecord*, LPOptions*) = nullptr;
   void* library = nullptr;  // dlopen handle, or null
 };
 

@@ -70,6 +70,24 @@ void unscaleRecord(void* bramlet, LPRecord* r, double* rowScale, double* colScal
           r->solPrimal, r->solDual, r->reducedCost, r->rowActivity);
 }
 
+// The pipeline reads the right side of a range row as the row's upper end,
+// which is how the QP driver hands its model over.  bramlet's presolved
+// record keeps the host's form, lower end and width, since its postsolve and
+// the crossover read that record; so the model gets a right side of its own.
+// Returns it, or null when the pool refuses (or there are no rows).
+double* rangeRowsAtUpperEnd(QVPool* pool, ipmModel* model) {
+  const int32_t numRow = model->numRow;
+  if (numRow <= 0) return nullptr;
+  double* rhs = poolNew<double>(pool, numRow, false);
+  if (!rhs) return nullptr;
+  for (int32_t i = 0; i < numRow; i++) {
+    rhs[i] = model->rhs[i];
+    if (model->rowSense[i] == 'R' && model->range) rhs[i] += model->range[i];
+  }
+  model->rhs = rhs;
+  return rhs;
+}
+
 // Problem, context and instance, in this order, whatever of them exists.
 void releaseBramlet(LPContext* ctx, void** bramlet) {
   BramletFreeProblemFn freeProblem =
@@ -183,6 +201,7 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
   void** bramlet = nullptr;
   ipmModel* model = nullptr;
   ipmOption* option = nullptr;
+  double* workingRhs = nullptr;
   // Options this call made for itself go back to the pool at its end, where
   // nothing can reach them any longer.
   LPOptions* made = nullptr;
@@ -308,9 +327,12 @@ HALVEX_EXPORT int32_t iplpmain(LPContext* ctx, LPRecord* record, LPOptions* opti
     IPM_timerSetLimit(timer, options->maxTime);
 
     model = CreateModelFromLP(env->pool, presolved);
-    if (model) model->relaxColBound = problem->relaxColBound;
+    if (model) {
+      model->relaxColBound = problem->relaxColBound;
+      workingRhs = rangeRowsAtUpperEnd(env->pool, model);
+    }
     option = CreateOptionFromLP(env->pool, options);
-    if (!model || !option) {
+    if (!model || !option || (model->numRow > 0 && !workingRhs)) {
       code = st = IPM_STATUS_OUT_OF_MEMORY;
       failed = 1;
       goto release;
@@ -341,7 +363,9 @@ release:
 unload:
   module->moduleUnload(module);
   env->preModule = nullptr;
-  // The model borrows its arrays from bramlet's problem, relaxColBound too.
+  // The model borrows its arrays from bramlet's problem, relaxColBound too;
+  // only the right side is its own.
+  poolRelease(env->pool, workingRhs);
   DestroyModel(env->pool, model);
   DestroyOption(env->pool, option);
 

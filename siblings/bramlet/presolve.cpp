@@ -688,7 +688,10 @@ Problem* presolve(Instance* instance, Context* context, int32_t /*mode*/, LPReco
   else
     std::memset(&st->record, 0, sizeof(st->record));
   problem->lp = &st->record;
-  problem->relaxColBound = st->pRelax.empty() ? nullptr : st->pRelax.data();
+  // Without presolve there are no flags to give, and the solver's own
+  // presolver, which runs at level 0, makes its flags only where it finds
+  // none: so none at all rather than an array of zeros.
+  problem->relaxColBound = st->level == 0 || st->pRelax.empty() ? nullptr : st->pRelax.data();
   problem->presolveStatus = st->decided;
   *status = st->decided;
   return problem;

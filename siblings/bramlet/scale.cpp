@@ -130,14 +130,13 @@ int64_t scale(double /*tolerance*/, Instance* /*instance*/, int64_t direction, i
   std::vector<double> r(a.numRow, 1.0), c(a.numCol, 1.0);
   computeFactors(a, r, c);
 
-  // The crossover's run (direction -1) keeps the objective as it is, and its
-  // factor arrays have no entry for it.
-  double objFactor = 1.0;
-  if (direction == 1) {
-    double mx = 0.0;
-    for (int32_t j = 0; j < a.numCol; j++) mx = std::fmax(mx, std::fabs(obj[j]) * c[j]);
-    if (mx > 0.0) objFactor = powerOfTwo(1.0 / mx);
-  }
+  // The objective keeps its size: the solver sizes it by its own rule, and a
+  // second normalisation here shrank small objectives until their dual
+  // residuals stalled under the solver's stopping test (eight Netlib LPs
+  // ended dual infeasible).  The factor entry is still written, as 1, so
+  // that the contract of the extra row entry holds.  The crossover's run
+  // (direction -1) has no such entry at all.
+  const double objFactor = 1.0;
 
   for (int32_t j = 0; j < a.numCol; j++) {
     for (int32_t p = colBegin[j]; p < a.end(j); p++) matValue[p] *= r[rowIndex[p]] * c[j];

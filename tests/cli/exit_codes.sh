@@ -64,6 +64,20 @@ contains "$tmp/lp.json" '"complementarity":' "json has the measures"
 contains "$tmp/lp.sol" "COLUMNS 4" "solution lists the columns"
 contains "$tmp/lp.sol" "VOLUME " "solution lists the free row"
 
+# An LP takes the LP entry at any presolve level, or the QP entry when asked.
+expect 0 "LP through the LP entry" -- "$halvex" solve "$examples/small.mps" --presolve 2 \
+  --print-level 1 --json "$tmp/lpe.json"
+contains "$tmp/out" "Entry        iplpmain" "LP entry named in the summary"
+contains "$tmp/lpe.json" '"entry": "iplpmain"' "LP entry named in the json"
+contains "$tmp/lpe.json" '"status": "optimal"' "LP entry solves the example"
+expect 0 "LP through the QP entry" -- "$halvex" solve "$examples/small.mps" --lp-as-qp \
+  --print-level 1
+contains "$tmp/out" "Entry        ipqpmain" "QP entry on request"
+expect 2 "presolve level out of range" -- "$halvex" solve "$examples/small.mps" --presolve 4
+contains "$tmp/err" "--presolve is on, off or a level from -1 to 3" "presolve level message"
+expect 2 "crossover refused" -- "$halvex" solve "$examples/small.mps" --crossover
+contains "$tmp/err" "--crossover is not available" "crossover message"
+
 expect 0 "QP solve, quiet" -- "$halvex" solve "$examples/small.qps" --print-level 0 --json "$tmp/qp.json"
 if [ -s "$tmp/out" ]; then
   echo "FAIL: print level 0 printed:"; cat "$tmp/out"; failed=$((failed + 1))

@@ -246,6 +246,7 @@ struct PipelineRun {
   std::string senses;
   std::vector<double> lower, upper, range;
   std::vector<uint8_t> relax;
+  bool relaxGiven = false;
   bool solved = false;
 };
 
@@ -277,7 +278,9 @@ PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false
   if (!problem) return run;
   if (status == 0) {
     LPRecord* p = problem->lp;
-    run.relax.assign(problem->relaxColBound, problem->relaxColBound + p->numCol);
+    run.relaxGiven = problem->relaxColBound != nullptr;
+    if (run.relaxGiven)
+      run.relax.assign(problem->relaxColBound, problem->relaxColBound + p->numCol);
     std::vector<double> x, y;
     run.solved = solveDense(*p, problem->relaxColBound, &x, &y);
     EXPECT_TRUE(run.solved) << "presolved LP has no optimal vertex";
@@ -343,7 +346,9 @@ TEST(BramletPresolve, LevelZeroHandsTheLPOverUnchanged) {
   EXPECT_EQ(run.senses, "GNR");
   EXPECT_EQ(run.range[2], 3.0);
   EXPECT_EQ(run.lower[1], -1.0);
-  EXPECT_EQ(run.relax, std::vector<uint8_t>(2, 0));
+  // No flags at all: the solver's own presolver runs at this level and
+  // refuses to work over flags of ours.
+  EXPECT_FALSE(run.relaxGiven);
   expectKKT(lp);
   EXPECT_EQ(lp.rec.iteration, 3);
 }
@@ -699,11 +704,8 @@ TEST(BramletScale, FactorsFollowTheContractAndEquilibrate) {
     else { EXPECT_EQ(lp.rhs[i], orig.rhs[i]); }
     EXPECT_EQ(lp.range[i], s.rowScale[i] * orig.range[i]);
   }
-  // The largest objective magnitude ends near one.
-  double objMax = 0.0;
-  for (double v : lp.obj) objMax = std::max(objMax, std::fabs(v));
-  EXPECT_GE(objMax, std::sqrt(0.5));
-  EXPECT_LE(objMax, std::sqrt(2.0));
+  // The objective is left to the solver's own sizing.
+  EXPECT_EQ(objFactor, 1.0);
   // The spread of the matrix shrank by orders of magnitude.
   double mn = HUGE_VAL, mx = 0.0;
   for (double v : lp.val)

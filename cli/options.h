@@ -1,0 +1,40 @@
+// The options of `halvex solve`, parsed apart from main so that the tests
+// reach them.
+#ifndef HALVEX_CLI_OPTIONS_H
+#define HALVEX_CLI_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+
+#include "mps.h"
+
+namespace hxcli {
+
+// The presolve level when --presolve is not given: the module's own default.
+constexpr int kPresolveUnset = -2;
+
+struct SolveOptions {
+  std::string file;
+  MpsFormat format = MpsFormat::Auto;
+  double primalTol = -1, dualTol = -1, gapTol = -1;  // -1: the module's default
+  int64_t maxIteration = -1;
+  double maxTime = -1;
+  int timerType = -1;
+  int threads = -1;
+  // -1 automatic, 0 off, 1 to 3 the LP presolver's levels; a QP knows only
+  // off and on, and takes every level but 0 as on.
+  int presolve = kPresolveUnset;
+  bool lpAsQp = false;  // an LP goes through the QP entry
+  int printLevel = 2;
+  int printFreq = -1;
+  std::string jsonFile, solutionFile, library;
+};
+
+// Parses argv[first] to argv[argc - 1].  On a usage error returns false with
+// the message (no "halvex:" in front) in error.
+bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* o,
+                    std::string* error);
+
+}  // namespace hxcli
+
+#endif

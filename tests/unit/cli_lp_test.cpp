@@ -1,0 +1,301 @@
+// The command's LP road: the LPRecord it builds, the LP options it hands
+// over, its option parsing, and a real solve of a file's LP through the LP
+// entry with the real bramlet.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "lprecord.h"
+#include "mps.h"
+#include "options.h"
+#include "qprecord.h"
+#include "records/lpdriver.h"
+#include "records/model.h"
+#include "records/qpdriver.h"
+#include "unit/support.h"
+
+using hxcli::LPModel;
+using hxcli::MpsFormat;
+using hxcli::MpsProblem;
+using hxcli::SolveOptions;
+
+namespace {
+
+MpsProblem parse(const std::string& text) {
+  MpsProblem p;
+  hxcli::MpsError e;
+  EXPECT_TRUE(hxcli::parseMps(text, "t.mps", MpsFormat::Free, &p, &e)) << e.message();
+  return p;
+}
+
+// min -x - 2y + z  with  x + y <= 4,  -1 <= x - y <= 2 (a range),  z = 1,
+// x + z >= 0.5 (slack at the optimum), a free row, and y <= 3.  The optimum
+// is x = 1.5, y = 2.5, z = 1, objective -5.5 plus the constant 0.25.
+const char* const kLp =
+    "NAME SMALLLP\n"
+    "ROWS\n N COST\n L CAP\n G DIFF\n N SPARE\n E FIX\n G LOOSE\n"
+    "COLUMNS\n"
+    " X COST -1 CAP 1\n X DIFF 1 SPARE 3\n X LOOSE 1\n"
+    " Y COST -2 CAP 1\n Y DIFF -1\n"
+    " Z COST 1 FIX 1\n Z LOOSE 1\n"
+    "RHS\n COST -0.25 CAP 4\n DIFF -1 FIX 1\n LOOSE 0.5\n"
+    "RANGES\n DIFF 3\n"
+    "BOUNDS\n UP B Y 3\n"
+    "ENDATA\n";
+const double kOptimum = -5.25;
+
+TEST(CliLpRecord, SharesTheQpArraysAndAddsLengthsAndReducedCosts) {
+  MpsProblem p = parse(kLp);
+  LPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildLPRecord(p, &m, &why)) << why;
+  const LPRecord& r = m.record;
+  const QPRecord& q = m.qp.record;
+
+  EXPECT_EQ(r.objSense, 1);
+  EXPECT_EQ(r.numRow, 4);  // the free row SPARE is left out
+  EXPECT_EQ(r.numCol, 3);
+  EXPECT_EQ(r.numCoef, 7);
+  EXPECT_EQ(m.qp.numRange, 1);
+  // One set of arrays: the solution file reads the QP form after an LP solve.
+  EXPECT_EQ(r.matValue, q.matValue);
+  EXPECT_EQ(r.colBegin, q.colBegin);
+  EXPECT_EQ(r.solPrimal, q.solPrimal);
+  EXPECT_EQ(r.solDual, q.solDual);
+  EXPECT_EQ(r.rowActivity, q.rowActivity);
+  EXPECT_EQ(r.range, q.range);
+  EXPECT_EQ(r.rowSense[1], 'R');
+  EXPECT_DOUBLE_EQ(r.rhs[1], -1.0);
+  EXPECT_DOUBLE_EQ(r.range[1], 3.0);
+
+  // Lengths follow the starts, the spare slack column included, which is
+  // empty; the reduced costs have room for it as well.
+  ASSERT_GE(m.colLength.size(), 4u);
+  const int32_t lengths[] = {3, 2, 2, 0};
+  for (int j = 0; j < 4; ++j) {
+    EXPECT_EQ(r.colLength[j], lengths[j]) << j;
+    EXPECT_EQ(r.colLength[j], r.colBegin[j + 1] - r.colBegin[j]) << j;
+  }
+  EXPECT_GE(m.reducedCost.size(), 4u);
+  EXPECT_EQ(r.reducedCost, m.reducedCost.data());
+  EXPECT_GE(m.qp.matValue.size(), 7u + 1u);
+  // The RHS on the objective row is the constant with its sign turned.
+  EXPECT_DOUBLE_EQ(r.objConstant, 0.25);
+  EXPECT_EQ(r.checkSolverBreak, nullptr);
+  EXPECT_EQ(r.scripterDataStruct, nullptr);
+}
+
+TEST(CliLpRecord, QuadraticProblemsAndEmptyOnesAreHandledApart) {
+  MpsProblem qp = parse(
+      "NAME Q\nROWS\n N OBJ\n G C\nCOLUMNS\n X OBJ 1 C 1\nRHS\n C 1\n"
+      "QUADOBJ\n X X 2\nENDATA\n");
+  LPModel m;
+  std::string why;
+  EXPECT_FALSE(hxcli::buildLPRecord(qp, &m, &why));
+  EXPECT_NE(why.find("quadratic"), std::string::npos) << why;
+
+  // No rows and no entries: every array is still there to be read.
+  MpsProblem empty = parse("NAME E\nROWS\n N OBJ\nCOLUMNS\n X OBJ 1\nENDATA\n");
+  LPModel e;
+  ASSERT_TRUE(hxcli::buildLPRecord(empty, &e, &why)) << why;
+  EXPECT_EQ(e.record.numRow, 0);
+  EXPECT_EQ(e.record.numCoef, 0);
+  EXPECT_NE(e.record.rowSense, nullptr);
+  EXPECT_NE(e.record.rowIndex, nullptr);
+  EXPECT_NE(e.record.colLength, nullptr);
+  EXPECT_EQ(e.record.colLength[0], 0);
+}
+
+TEST(CliLpRecord, ResetRestoresTheConstantThatASolveOverwrote) {
+  MpsProblem p = parse(kLp);
+  LPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildLPRecord(p, &m, &why));
+  m.record.objConstant = -5.25;
+  m.record.status = 1;
+  m.record.iteration = 9;
+  m.record.returnCode = 3;
+  hxcli::resetLPRecord(&m);
+  EXPECT_DOUBLE_EQ(m.record.objConstant, 0.25);
+  EXPECT_EQ(m.record.status, 0);
+  EXPECT_EQ(m.record.iteration, 0);
+  EXPECT_EQ(m.record.returnCode, 0);
+}
+
+TEST(CliLpOptions, DefaultsAreTheModulesOwn) {
+  LPOptions mine, module;
+  std::memset(&mine, 0xAB, sizeof mine);
+  std::memset(&module, 0x5C, sizeof module);
+  hxcli::setLpOptionDefaults(&mine);
+  resetLpOptions(&module);
+  EXPECT_EQ(std::memcmp(&mine, &module, sizeof mine), 0);
+  EXPECT_EQ(mine.presolver, -1);
+  EXPECT_EQ(mine.solverKind, 3);
+  EXPECT_EQ(mine.sibling3, -1);  // anything else makes the entry warn
+}
+
+TEST(CliLpOptions, StatusesMapToTheQpEntrysReturnCodes) {
+  const int32_t statuses[] = {IPM_STATUS_OPTIMAL,          IPM_STATUS_ACCEPTABLE,
+                              IPM_STATUS_PRIMAL_INFEASIBLE, IPM_STATUS_SIBLING_INFEASIBLE,
+                              IPM_STATUS_DUAL_INFEASIBLE,   IPM_STATUS_BOTH_INFEASIBLE,
+                              IPM_STATUS_ITERATION_LIMIT,   IPM_STATUS_TIME_LIMIT,
+                              IPM_STATUS_INTERRUPTED,       IPM_STATUS_FAILED,
+                              IPM_STATUS_OUT_OF_MEMORY};
+  for (int32_t s : statuses) EXPECT_EQ(hxcli::lpReturnCode(s), qpReturnCode(s)) << s;
+  // What a sibling may hand back beyond the solver's own codes is a failure.
+  EXPECT_EQ(hxcli::lpReturnCode(-1), QP_RETURN_FAILURE);
+  EXPECT_EQ(hxcli::lpReturnCode(0), QP_RETURN_FAILURE);
+
+  LPRecord r{};
+  r.status = IPM_STATUS_ACCEPTABLE;
+  r.objConstant = -2.5;
+  r.iteration = 12;
+  r.totalTime = 0.75;
+  r.dualityGap = 1e-9;
+  hxcli::SolveSummary s = hxcli::summaryFromLPRecord(r);
+  EXPECT_EQ(s.returnCode, QP_RETURN_ACCEPTABLE);
+  EXPECT_DOUBLE_EQ(s.objective, -2.5);
+  EXPECT_EQ(s.iterations, 12);
+  EXPECT_DOUBLE_EQ(s.solverTime, 0.75);
+  EXPECT_DOUBLE_EQ(s.dualityGap, 1e-9);
+}
+
+// ---- option parsing ------------------------------------------------------------------
+
+bool parseArgs(std::vector<const char*> args, SolveOptions* o, std::string* error) {
+  args.insert(args.begin(), {"halvex", "solve"});
+  return hxcli::parseSolveArgs((int)args.size(), args.data(), 2, o, error);
+}
+
+TEST(CliOptions, PresolveTakesOnOffAndTheLevels) {
+  struct Case {
+    const char* value;
+    int level;
+  };
+  const Case good[] = {{"on", -1}, {"off", 0}, {"-1", -1}, {"0", 0},
+                       {"1", 1},   {"2", 2},   {"3", 3}};
+  for (const Case& c : good) {
+    SolveOptions o;
+    std::string error;
+    ASSERT_TRUE(parseArgs({"f.mps", "--presolve", c.value}, &o, &error)) << c.value << error;
+    EXPECT_EQ(o.presolve, c.level) << c.value;
+    SolveOptions eq;
+    std::string arg = std::string("--presolve=") + c.value;
+    ASSERT_TRUE(parseArgs({arg.c_str(), "f.mps"}, &eq, &error)) << arg << error;
+    EXPECT_EQ(eq.presolve, c.level) << arg;
+  }
+  for (const char* bad : {"4", "-2", "yes", "", "1.5", "2x"}) {
+    SolveOptions o;
+    std::string error;
+    EXPECT_FALSE(parseArgs({"f.mps", "--presolve", bad}, &o, &error)) << bad;
+    EXPECT_NE(error.find("--presolve is on, off or a level from -1 to 3"), std::string::npos)
+        << error;
+  }
+  SolveOptions unset;
+  std::string error;
+  ASSERT_TRUE(parseArgs({"f.mps"}, &unset, &error));
+  EXPECT_EQ(unset.presolve, hxcli::kPresolveUnset);
+  EXPECT_FALSE(unset.lpAsQp);
+}
+
+TEST(CliOptions, LpAsQpIsAFlagAndCrossoverIsRefused) {
+  SolveOptions o;
+  std::string error;
+  ASSERT_TRUE(parseArgs({"--lp-as-qp", "f.mps", "--tol", "1e-8"}, &o, &error)) << error;
+  EXPECT_TRUE(o.lpAsQp);
+  EXPECT_EQ(o.file, "f.mps");  // the flag took no value away
+  EXPECT_DOUBLE_EQ(o.gapTol, 1e-8);
+
+  SolveOptions withValue;
+  EXPECT_FALSE(parseArgs({"f.mps", "--lp-as-qp=1"}, &withValue, &error));
+  EXPECT_NE(error.find("takes no value"), std::string::npos) << error;
+
+  for (const char* arg : {"--crossover", "--crossover=1"}) {
+    SolveOptions c;
+    EXPECT_FALSE(parseArgs({"f.mps", arg}, &c, &error)) << arg;
+    EXPECT_NE(error.find("--crossover is not available"), std::string::npos) << error;
+  }
+}
+
+TEST(CliOptions, ValuesAndTheirErrors) {
+  SolveOptions o;
+  std::string error;
+  ASSERT_TRUE(parseArgs({"--format=fixed", "f.mps", "--max-iter", "30", "--time-limit", "2.5",
+                         "--timer", "real", "--threads", "2", "--print-level", "1",
+                         "--json", "o.json", "--primal-tol", "1e-7"},
+                        &o, &error))
+      << error;
+  EXPECT_EQ(o.format, MpsFormat::Fixed);
+  EXPECT_EQ(o.maxIteration, 30);
+  EXPECT_DOUBLE_EQ(o.maxTime, 2.5);
+  EXPECT_EQ(o.timerType, 1);
+  EXPECT_EQ(o.threads, 2);
+  EXPECT_EQ(o.printLevel, 1);
+  EXPECT_EQ(o.jsonFile, "o.json");
+  EXPECT_DOUBLE_EQ(o.primalTol, 1e-7);
+  EXPECT_LT(o.dualTol, 0);  // untouched: the module's default stands
+
+  const std::vector<std::vector<const char*>> bad = {
+      {},  // no file
+      {"a.mps", "b.mps"},
+      {"f.mps", "--bogus", "1"},
+      {"f.mps", "--max-iter"},
+      {"f.mps", "--tol", "-1"},
+      {"f.mps", "--threads", "0"},
+      {"f.mps", "--print-level", "3"},
+      {"f.mps", "--timer", "wall"}};
+  for (const auto& args : bad) {
+    SolveOptions b;
+    error.clear();
+    EXPECT_FALSE(parseArgs(args, &b, &error)) << (args.empty() ? "(none)" : args.back());
+    EXPECT_FALSE(error.empty());
+  }
+}
+
+// ---- a real solve ------------------------------------------------------------------
+
+class CliLpSolve : public HostTest {};
+
+TEST_F(CliLpSolve, FileLpThroughTheLpEntryAtEveryLevelAndThroughTheQpEntry) {
+  MpsProblem p = parse(kLp);
+  LPModel m;
+  std::string why;
+  ASSERT_TRUE(hxcli::buildLPRecord(p, &m, &why)) << why;
+
+  for (int level = -1; level <= 3; ++level) {
+    hxcli::resetLPRecord(&m);
+    LPOptions options;
+    hxcli::setLpOptionDefaults(&options);
+    options.presolver = level;
+    options.printLevel = 0;
+    options.primalTol = options.dualTol = options.gapTol = 1e-9;
+    LPContext ctx = hxcli::makeLpContext(pool, nullptr, nullptr);
+    ASSERT_EQ(iplpmain(&ctx, &m.record, &options), 0) << "level " << level;
+    EXPECT_EQ(hxcli::lpReturnCode(m.record.status), QP_RETURN_OPTIMAL) << "level " << level;
+    EXPECT_NEAR(m.record.objConstant, kOptimum, 1e-7) << "level " << level;
+    // The point lands in the QP form's arrays, which the writers read.
+    EXPECT_NEAR(m.qp.record.solPrimal[0], 1.5, 1e-6) << "level " << level;
+    EXPECT_NEAR(m.qp.record.solPrimal[1], 2.5, 1e-6) << "level " << level;
+    EXPECT_NEAR(m.qp.record.solPrimal[2], 1.0, 1e-6) << "level " << level;
+    EXPECT_NEAR(m.qp.record.rowActivity[1], -1.0, 1e-6) << "level " << level;  // DIFF at its low end
+    EXPECT_NEAR(m.record.reducedCost[0], 0.0, 1e-6) << "level " << level;
+    EXPECT_EQ(ctx.env.preModule, nullptr);
+    EXPECT_EQ(liveBlocks(), 0) << "level " << level;
+  }
+
+  // The same file through the QP entry gives the same answer.
+  hxcli::QPModel q;
+  ASSERT_TRUE(hxcli::buildQPRecord(p, &q, &why));
+  ScripterOptions so;
+  initScripter(&so);
+  so.primalTol = so.dualTol = so.gapTol = 1e-9;
+  so.printFreq = 0;
+  HalvexEnv qenv = env;
+  EXPECT_EQ(ipqpmain(&qenv, &q.record, &so), QP_RETURN_OPTIMAL);
+  EXPECT_NEAR(q.record.objValue, kOptimum, 1e-7);
+}
+
+}  // namespace
