@@ -2,7 +2,7 @@
 #include "presolve/presolver.h"
 
 #include "frame/qv.h"
-#include "ipm/specsolve.h"
+#include "ipm/directsolve.h"
 #include "presolve/internal.h"
 #include "records/model.h"
 #include "util/sparse.h"

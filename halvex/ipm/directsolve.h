@@ -1,8 +1,8 @@
 // The solve of a model that has nothing for the iteration to work on: every
 // column free and every row an equation (or a QP with no matrix).  Its
 // optimality conditions are one symmetric linear system.
-#ifndef HALVEX_IPM_SPECSOLVE_H
-#define HALVEX_IPM_SPECSOLVE_H
+#ifndef HALVEX_IPM_DIRECTSOLVE_H
+#define HALVEX_IPM_DIRECTSOLVE_H
 
 #include <stdint.h>
 
@@ -19,4 +19,4 @@
 int32_t ipmSpecSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, ipmSolution* solution,
                      int32_t choice);
 
-#endif  // HALVEX_IPM_SPECSOLVE_H
+#endif  // HALVEX_IPM_DIRECTSOLVE_H

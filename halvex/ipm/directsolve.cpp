@@ -4,7 +4,7 @@
 //     Q x - A' y = -c,   -A x = -b
 // are one symmetric system, the augmented matrix with zero diagonals, so it
 // is solved once and the point measured as the loop would have measured it.
-#include "ipm/specsolve.h"
+#include "ipm/directsolve.h"
 
 #include <math.h>
 

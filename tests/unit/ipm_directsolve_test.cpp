@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "ipm/ipm.h"
-#include "ipm/specsolve.h"
+#include "ipm/directsolve.h"
 #include "unit/ipm_support.h"
 #include "unit/presolve_support.h"
 
