@@ -454,7 +454,7 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
                 lines.append("")
                 lines.append("On the %d problems that both halvex and %s solved: shifted "
                              "geometric means %.3f s and %.3f s, ratio %.2f." %
-                             (len(both), p, h, q, (h + SHIFT) / (q + SHIFT)))
+                             (len(both), p, h, q, h / q if q > 0 else float("nan")))
     with open(out_prefix + ".md", "w") as f:
         f.write("\n".join(lines) + "\n")
     return lines
