@@ -66,6 +66,23 @@ void negateQuadBlock(Ipm* ipm) {
 }  // namespace
 
 // The big bounds leave the primal system by losing their flag for a while.
+void primalColumnBlock(Ipm* ipm) {
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t type = ipm->varBndType[j];
+    double diag = 0.0, right = 0.0;
+    if (hasLower(type)) {
+      diag -= 1.0;
+      right -= ipm->lower[j];
+    }
+    if (hasUpper(type)) {
+      diag -= 1.0;
+      right -= ipm->upper[j];
+    }
+    ipm->kktValue[ipm->varBndDiagIndex[j]] = diag;
+    ipm->vecRhs[j] = right;
+  }
+}
+
 void hideBigBounds(Ipm* ipm, const subModel* sub, bool hide) {
   if (!sub || !sub->statusBoundSub) return;
   for (int32_t k = 0; k < sub->numBoundBig; k++) {
@@ -172,20 +189,7 @@ int32_t initPrimal(Ipm* ipm, subModel* sub) {
   hideBigBounds(ipm, sub, true);
   const int32_t n = ipm->numCol;
   const double big = bigThreshold(ipm, sub);
-  for (int32_t j = 0; j < n; j++) {
-    const uint8_t type = ipm->varBndType[j];
-    double diag = 0.0, right = 0.0;
-    if (hasLower(type)) {
-      diag -= 1.0;
-      right -= ipm->lower[j];
-    }
-    if (hasUpper(type)) {
-      diag -= 1.0;
-      right -= ipm->upper[j];
-    }
-    ipm->kktValue[ipm->varBndDiagIndex[j]] = diag;
-    ipm->vecRhs[j] = right;
-  }
+  primalColumnBlock(ipm);
   for (int32_t i = 0; i < ipm->numRow; i++) {
     ipm->vecRhs[n + i] = -ipm->rhs[i];
     const bool tightEquation = ipm->rowSense[i] == 'E' && fabs(ipm->rhs[i]) < big;

@@ -18,6 +18,10 @@ void initFinish(Ipm* ipm);
 // bringing them back computes their slacks at the new x.
 void hideBigBounds(Ipm* ipm, const subModel* sub, bool hide);
 
+// The column block of the primal starting system: the diagonal counts the
+// bounds in force and the right side sums them, negated.
+void primalColumnBlock(Ipm* ipm);
+
 inline int32_t mapped(const int32_t* map, int32_t k) { return map ? map[k] : k; }
 
 int32_t initPrimalPartial(Ipm* ipm, subModel* sub);

@@ -61,20 +61,7 @@ int32_t initPrimalPartial(Ipm* ipm, subModel* sub) {
                              ipm->varBndDiagIndex, ipm->ineqnDiagIndex, nullptr, n, rowMap,
                              numMapped);
   hideBigBounds(ipm, sub, true);
-  for (int32_t j = 0; j < n; j++) {
-    const uint8_t type = ipm->varBndType[j];
-    double diag = 0.0, right = 0.0;
-    if (hasLower(type)) {
-      diag -= 1.0;
-      right -= ipm->lower[j];
-    }
-    if (hasUpper(type)) {
-      diag -= 1.0;
-      right -= ipm->upper[j];
-    }
-    ipm->kktValue[ipm->varBndDiagIndex[j]] = diag;
-    ipm->vecRhs[j] = right;
-  }
+  primalColumnBlock(ipm);
   for (int32_t i = 0; i < ipm->numRow; i++) {
     const int32_t r = rowMap[i];
     if (r < 0) continue;
