@@ -15,30 +15,10 @@
 #include "presolve/internal.h"
 #include "util/sparse.h"
 #include "verify/verify.h"
+#include "verify/verify_presolve.h"
 
 using presolve::newArray;
 
-// The presolve checks may be absent from a build; a missing one counts as
-// passed, as in the presolver.
-int32_t ipmVerifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,
-                           int32_t numCoef, const int32_t* colSkip, const int32_t* rowSkip,
-                           const int32_t* colBegin, const int32_t* colLength,
-                           const int32_t* rowIndex, const double* matValue,
-                           const int32_t* rowBegin, const int32_t* rowLength,
-                           const int32_t* colIndex, const double* rowMatValue)
-    __attribute__((weak, visibility("hidden")));
-int32_t VerifySymMatrixFormat(HalvexEnv* env, int32_t level, int32_t numDim, int32_t numCoef,
-                              const int32_t* colSkip, const int32_t* rowSkip,
-                              const int32_t* colBegin, const int32_t* colLength,
-                              const int32_t* rowIndex, const double* matValue,
-                              const int32_t* rowBegin, const int32_t* rowLength,
-                              const int32_t* colIndex, const double* rowMatValue)
-    __attribute__((weak, visibility("hidden")));
-int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
-                                ipmOption* option, presolver* pre)
-    __attribute__((weak, visibility("hidden")));
-int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ipmModel* model,
-                            presolver* pre) __attribute__((weak, visibility("hidden")));
 
 namespace {
 
@@ -100,12 +80,11 @@ int32_t verifyCopies(HalvexEnv* env, int32_t level, ipmModel* model, presolver* 
   const int32_t numCoef = model->numCoef - pre->numRemovedElement;
   const int32_t* colSkip = withSkip ? pre->colMap : nullptr;
   const int32_t* rowSkip = withSkip ? pre->rowMap : nullptr;
-  int32_t status = 0;
-  if (ipmVerifyRowMatrix)
-    status = ipmVerifyRowMatrix(env, level, numDim, numDim, numCoef, colSkip, rowSkip,
-                                pre->colBegin, pre->colLength, pre->rowIndex, pre->matValue,
-                                pre->rowBegin, pre->rowLength, pre->colIndex, pre->rowMatValue);
-  if (status == 0 && VerifySymMatrixFormat)
+  int32_t status = ipmVerifyRowMatrix(env, level, numDim, numDim, numCoef, colSkip, rowSkip,
+                                      pre->colBegin, pre->colLength, pre->rowIndex,
+                                      pre->matValue, pre->rowBegin, pre->rowLength,
+                                      pre->colIndex, pre->rowMatValue);
+  if (status == 0)
     status = VerifySymMatrixFormat(env, level, numDim, numCoef, colSkip, rowSkip, pre->colBegin,
                                    pre->colLength, pre->rowIndex, pre->matValue, pre->rowBegin,
                                    pre->rowLength, pre->colIndex, pre->rowMatValue);
@@ -537,8 +516,7 @@ int32_t eqnPresolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolve
     pre->preControl = none ? PRECONTROL_NONE : PRECONTROL_REDUCED;
   }
   if (status == 0 && level != 0) {
-    if (VerifyPresolveStructure)
-      status = VerifyPresolveStructure(env, level, model, option, pre);
+    status = VerifyPresolveStructure(env, level, model, option, pre);
     if (status == 0) status = verifyCopies(env, level, model, pre, true);
   }
   if (status == 0 && pre->preControl == PRECONTROL_REDUCED) {
@@ -546,7 +524,7 @@ int32_t eqnPresolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolve
     if (level != 0) {
       status = VerifySymMatrix(env, model->numCol, model->colBegin, model->rowIndex,
                                model->matValue, level);
-      if (status == 0 && VerifyPresolveValue)
+      if (status == 0)
         status = VerifyPresolveValue(env, level, model, check, pre);
     }
   }

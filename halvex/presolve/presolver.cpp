@@ -6,26 +6,10 @@
 #include "presolve/internal.h"
 #include "records/model.h"
 #include "util/sparse.h"
+#include "verify/verify_presolve.h"
 
 using presolve::isQP;
 using presolve::newArray;
-
-// The checks live elsewhere and may be absent from a build; weak references
-// let the presolver link and run without them.  A missing check counts as
-// passed.
-int32_t ipmVerifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,
-                           int32_t numCoef, const int32_t* colSkip, const int32_t* rowSkip,
-                           const int32_t* colBegin, const int32_t* colLength,
-                           const int32_t* rowIndex, const double* matValue,
-                           const int32_t* rowBegin, const int32_t* rowLength,
-                           const int32_t* colIndex, const double* rowMatValue)
-    __attribute__((weak, visibility("hidden")));
-int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
-                                ipmOption* option, presolver* pre) __attribute__((weak, visibility("hidden")));
-int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ipmModel* model,
-                            presolver* pre) __attribute__((weak, visibility("hidden")));
-int32_t VerifyPresolveDisabled(HalvexEnv* env, int32_t level, presolver* pre, int32_t numRow,
-                               int32_t numCol) __attribute__((weak, visibility("hidden")));
 
 namespace {
 
@@ -35,7 +19,7 @@ int32_t verifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t n
                         const int32_t* rowIndex, const double* matValue,
                         const int32_t* rowBegin, const int32_t* rowLength,
                         const int32_t* colIndex, const double* rowMatValue) {
-  if (level == 0 || !ipmVerifyRowMatrix) return 0;
+  if (level == 0) return 0;
   return ipmVerifyRowMatrix(env, level, numRow, numCol, numCoef, colSkip, rowSkip, colBegin,
                             colLength, rowIndex, matValue, rowBegin, rowLength, colIndex,
                             rowMatValue);
@@ -366,8 +350,7 @@ int32_t ipmPresolve(HalvexEnv* env, ipmModel** modelRef, ipmOption* option, pres
   }
 
   if (option->verifyLevel != 0) {
-    if (VerifyPresolveStructure &&
-        (status = VerifyPresolveStructure(env, option->verifyLevel, m, option, pre)) != 0)
+    if ((status = VerifyPresolveStructure(env, option->verifyLevel, m, option, pre)) != 0)
       goto end;
     status = verifyRowMatrix(env, option->verifyLevel, m->numRow, m->numCol,
                              m->numCoef - pre->numRemovedElement, pre->colMap, pre->rowMap,
@@ -440,7 +423,7 @@ end:
   m = *modelRef;
 
   if (status) return status;
-  if (option->verifyLevel != 0 && VerifyPresolveValue) {
+  if (option->verifyLevel != 0) {
     status = VerifyPresolveValue(env, option->verifyLevel, m, pre->inModel, pre);
     if (status) return status;
   }
@@ -494,7 +477,7 @@ int32_t ipmPresolveDisabled(HalvexEnv* env, ipmModel* m, ipmOption* option, pres
                        m->solPrimal, m->solDual);
   *innerSolution = *outerSolution;
   if (status) return status;
-  if (option->verifyLevel != 0 && VerifyPresolveDisabled)
+  if (option->verifyLevel != 0)
     return VerifyPresolveDisabled(env, option->verifyLevel, pre, m->numRow, m->numCol);
   return 0;
 }
