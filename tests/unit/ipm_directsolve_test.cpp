@@ -1,6 +1,5 @@
 // The one-system solve of models with nothing to iterate on: all columns
 // free, all rows equations, or a QP without rows.
-#include <stdarg.h>
 
 #include <vector>
 
@@ -15,25 +14,7 @@ using pretest::kFree;
 using pretest::Problem;
 using pretest::Vec;
 
-struct Message {
-  int severity;
-  int64_t code;
-  int32_t iteration;
-  double values[5];
-};
-std::vector<Message> gMessages;
-
-void recordMessage(MessageLog*, int32_t severity, int64_t code, ...) {
-  Message m{severity, code, -1, {0, 0, 0, 0, 0}};
-  if (code == IPM_MSG_TABLE_LINE) {
-    va_list ap;
-    va_start(ap, code);
-    m.iteration = va_arg(ap, int32_t);
-    for (double& v : m.values) v = va_arg(ap, double);
-    va_end(ap);
-  }
-  gMessages.push_back(m);
-}
+std::vector<ipmtest::LoggedMessage>& gMessages = ipmtest::loggedMessages();
 
 // min 1/2 x'Qx + c'x + 2 with Q = [[2,1,0],[1,3,0],[0,0,1]],
 // x1 + x2 + x3 = 3, x1 - x3 = 1, every column free.
@@ -73,7 +54,7 @@ class SpecSolve : public HostTest {
  protected:
   SpecSolve() {
     gMessages.clear();
-    log.log = recordMessage;
+    log.log = ipmtest::logMessage;
     env.messageLog = &log;
     option = pretest::defaultOption();
     option.primalTol = option.dualTol = option.gapTol = 1e-8;

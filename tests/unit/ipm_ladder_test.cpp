@@ -1,6 +1,5 @@
 // The verdict and the termination ladder, on crafted states and on whole
 // solves that are stopped by limits, the break call-back and the log.
-#include <stdarg.h>
 
 #include <gtest/gtest.h>
 
@@ -280,31 +279,13 @@ TEST(IpmLadder, FailedResetsDecideByThePointInForce) {
 
 // ---- whole solves ----------------------------------------------------------------
 
-struct Captured {
-  int severity;
-  int64_t code;
-  int32_t iteration;
-  double values[5];
-};
-std::vector<Captured> gMessages;
-
-void captureMessage(MessageLog*, int32_t severity, int64_t code, ...) {
-  Captured c{severity, code, -1, {0, 0, 0, 0, 0}};
-  if (code == IPM_MSG_TABLE_LINE) {
-    va_list ap;
-    va_start(ap, code);
-    c.iteration = va_arg(ap, int32_t);
-    for (double& v : c.values) v = va_arg(ap, double);
-    va_end(ap);
-  }
-  gMessages.push_back(c);
-}
+std::vector<ipmtest::LoggedMessage>& gMessages = ipmtest::loggedMessages();
 
 class IpmLoop : public HostTest {
  protected:
   IpmLoop() {
     gMessages.clear();
-    log.log = captureMessage;
+    log.log = ipmtest::logMessage;
     env.messageLog = &log;
   }
   // min -x1 - x2, x1 + 2x2 <= 4, 3x1 + x2 <= 6, x >= 0.
@@ -313,7 +294,7 @@ class IpmLoop : public HostTest {
   }
   int lines() const {
     int n = 0;
-    for (const Captured& c : gMessages) n += c.code == IPM_MSG_TABLE_LINE;
+    for (const ipmtest::LoggedMessage& c : gMessages) n += c.code == IPM_MSG_TABLE_LINE;
     return n;
   }
   MessageLog log{};

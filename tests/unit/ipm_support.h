@@ -5,6 +5,7 @@
 #define HALVEX_TESTS_IPM_SUPPORT_H
 
 #include <math.h>
+#include <stdarg.h>
 
 #include <map>
 #include <string>
@@ -15,6 +16,30 @@
 #include "unit/support.h"
 
 namespace ipmtest {
+
+// A message log that keeps what it was given, with the values of an
+// iteration-table line.
+struct LoggedMessage {
+  int severity;
+  int64_t code;
+  int32_t iteration;
+  double values[5];
+};
+inline std::vector<LoggedMessage>& loggedMessages() {
+  static std::vector<LoggedMessage> messages;
+  return messages;
+}
+inline void logMessage(MessageLog*, int32_t severity, int64_t code, ...) {
+  LoggedMessage m{severity, code, -1, {0, 0, 0, 0, 0}};
+  if (code == IPM_MSG_TABLE_LINE) {
+    va_list ap;
+    va_start(ap, code);
+    m.iteration = va_arg(ap, int32_t);
+    for (double& v : m.values) v = va_arg(ap, double);
+    va_end(ap);
+  }
+  loggedMessages().push_back(m);
+}
 
 using Dense = std::vector<std::vector<double>>;
 
