@@ -96,11 +96,11 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
                                                          const double* pB, int m, int n, int k,
                                                          bool minus, PanelShape shape) {
   if (m <= 0 || n <= 0 || k <= 0) return;
-  // All rows of a panel share one alignment (96 doubles is a multiple of 32
-  // bytes).  A misaligned start is peeled off with a masked step, so that
-  // the main loop reads the four rows of A at aligned addresses.
-  int lead = (int)(((32 - ((uintptr_t)pA & 31)) & 31) / sizeof(double));
-  if (lead > k) lead = k;
+  // No peeling to an aligned start: that would make the lane each product
+  // lands in, and so the rounding of the sums, depend on where the pool put
+  // the buffer, and the same problem solved twice could take two different
+  // paths.  Unaligned loads cost little next to that.
+  const int lead = 0;
   const int kv = lead + ((k - lead) & ~3);
   const int kr = k - kv;
   const __m256i headMask = _mm256_set_epi64x(0, lead > 2 ? -1 : 0, lead > 1 ? -1 : 0,
