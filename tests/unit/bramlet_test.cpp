@@ -372,17 +372,45 @@ TEST(BramletPresolve, EmptyFreeAndRedundantRowsGoWithZeroDuals) {
   EXPECT_NEAR(lp.rec.objConstant, 0.5, 1e-9);
 }
 
-TEST(BramletPresolve, InfeasibleEmptyRowDecidesAndPostsolveStillFills) {
-  TestLP lp;
-  lp.addRow('G', 1.0);  // 0 >= 1
-  lp.addRow('L', 4.0);
-  lp.addCol(1.0, 0.0, 1.0, {{1, 1.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, -1);
-  EXPECT_EQ(run.code, IPM_STATUS_PRIMAL_INFEASIBLE);
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_PRIMAL_INFEASIBLE);
-  EXPECT_NEAR(lp.rec.primalInfeas, 1.0, 1e-12);
-  EXPECT_EQ(lp.x[0], 0.0);
-  EXPECT_EQ(lp.act[1], 0.0);
+// LPs that presolve decides or refuses: the status still reaches the caller
+// through postsolve.
+TEST(BramletPresolve, DecidedAndRefusedLPsReportThroughPostsolve) {
+  TestLP emptyRow, contradictory, unbounded, badSense, badIndex;
+  emptyRow.addRow('G', 1.0);  // 0 >= 1
+  emptyRow.addRow('L', 4.0);
+  emptyRow.addCol(1.0, 0.0, 1.0, {{1, 1.0}});
+  contradictory.addRow('G', 3.0);
+  contradictory.addRow('L', 2.0);
+  contradictory.addCol(1.0, 0.0, 10.0, {{0, 1.0}, {1, 1.0}});
+  unbounded.sense = -1;  // maximise x1: nothing stops it
+  unbounded.addRow('L', 1.0);
+  unbounded.addCol(0.0, 0.0, 1.0, {{0, 1.0}});
+  unbounded.addCol(1.0, 0.0, kInf, {});
+  badSense.addRow('Q', 1.0);
+  badSense.addCol(1.0, 0.0, 1.0, {{0, 1.0}});
+  badIndex.addRow('L', 1.0);
+  badIndex.addCol(1.0, 0.0, 1.0, {{3, 1.0}});  // row out of range
+  const struct {
+    const char* name;
+    TestLP* lp;
+    int level;
+    int32_t code;
+  } cases[] = {{"empty row", &emptyRow, -1, IPM_STATUS_PRIMAL_INFEASIBLE},
+               {"contradictory singletons", &contradictory, 1, IPM_STATUS_PRIMAL_INFEASIBLE},
+               {"unbounded empty column", &unbounded, -1, IPM_STATUS_DUAL_INFEASIBLE},
+               {"bad sense", &badSense, -1, IPM_STATUS_FAILED},
+               {"bad index", &badIndex, 1, IPM_STATUS_FAILED},
+               {"bad index, bad level", &badIndex, 7, IPM_STATUS_FAILED}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(presolveSolvePostsolve(*c.lp, c.level).code, c.code);
+    if (c.lp != &badIndex) {
+      EXPECT_EQ(c.lp->rec.status, c.code);
+    }
+  }
+  EXPECT_NEAR(emptyRow.rec.primalInfeas, 1.0, 1e-12);
+  EXPECT_EQ(emptyRow.x[0], 0.0);
+  EXPECT_EQ(emptyRow.act[1], 0.0);
 }
 
 TEST(BramletPresolve, SingletonRowBoundHandsItsDualBackToTheRow) {
@@ -418,16 +446,6 @@ TEST(BramletPresolve, SingletonRowBoundHandsItsDualBackToTheRow) {
   EXPECT_NEAR(lp3.y[0], 5.0 / 3.0, 1e-9);
 }
 
-TEST(BramletPresolve, ContradictorySingletonRowsAreInfeasible) {
-  TestLP lp;
-  lp.addRow('G', 3.0);
-  lp.addRow('L', 2.0);
-  lp.addCol(1.0, 0.0, 10.0, {{0, 1.0}, {1, 1.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, 1);
-  EXPECT_EQ(run.code, IPM_STATUS_PRIMAL_INFEASIBLE);
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_PRIMAL_INFEASIBLE);
-}
-
 TEST(BramletPresolve, FixedAndEmptyColumnsMoveIntoTheConstant) {
   TestLP lp;
   lp.objConstant = 2.0;
@@ -442,17 +460,6 @@ TEST(BramletPresolve, FixedAndEmptyColumnsMoveIntoTheConstant) {
   EXPECT_EQ(lp.x[3], 5.0);
   EXPECT_EQ(lp.x[4], 0.0);
   EXPECT_NEAR(lp.rec.objConstant, 2.0 + 6.0 + 2.0 - 2.0 - 5.0, 1e-12);
-}
-
-TEST(BramletPresolve, EmptyColumnWithoutBoundInItsDirectionIsUnbounded) {
-  TestLP lp;
-  lp.sense = -1;  // maximise x1: nothing stops it
-  lp.addRow('L', 1.0);
-  lp.addCol(0.0, 0.0, 1.0, {{0, 1.0}});
-  lp.addCol(1.0, 0.0, kInf, {});
-  PipelineRun run = presolveSolvePostsolve(lp, -1);
-  EXPECT_EQ(run.code, IPM_STATUS_DUAL_INFEASIBLE);
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_DUAL_INFEASIBLE);
 }
 
 TEST(BramletPresolve, ForcingRowsFixTheirColumnsAndChooseADual) {
@@ -533,21 +540,6 @@ TEST(BramletPresolve, BoundsImpliedByAKeptRowAreMarked) {
   EXPECT_EQ(run.relax[2], 0);
   expectKKT(lp);
   EXPECT_NEAR(lp.rec.objConstant, -1.25, 1e-9);
-}
-
-TEST(BramletPresolve, BadInputGivesStatusTenThroughPostsolve) {
-  TestLP lp;
-  lp.addRow('Q', 1.0);
-  lp.addCol(1.0, 0.0, 1.0, {{0, 1.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, -1);
-  EXPECT_EQ(run.code, IPM_STATUS_FAILED);
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_FAILED);
-
-  TestLP bad;
-  bad.addRow('L', 1.0);
-  bad.addCol(1.0, 0.0, 1.0, {{3, 1.0}});  // row out of range
-  EXPECT_EQ(presolveSolvePostsolve(bad, 1).code, IPM_STATUS_FAILED);
-  EXPECT_EQ(presolveSolvePostsolve(bad, 7).code, IPM_STATUS_FAILED);
 }
 
 TEST(BramletPresolve, LoadedLPIsWhatPresolveReads) {

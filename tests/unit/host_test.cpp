@@ -34,7 +34,7 @@ void release(QVPool* p, void* b) { p->poolFree(p, b); }
 
 // ---- pools ------------------------------------------------------------------------
 
-TEST(HostPools, ZeroFlagClearsRecycledMemory) {
+TEST(HostPools, ZeroFlagAndSizeZeroBlocks) {
   Host host;
   QVPool* p = host.createPool("zero");
   // Dirty memory first, so that the zeroed blocks very likely reuse it.
@@ -51,6 +51,19 @@ TEST(HostPools, ZeroFlagClearsRecycledMemory) {
     ASSERT_NE(b, nullptr);
     for (int j = 0; j < 1000 + i; ++j) ASSERT_EQ(b[j], 0) << "block " << i << " byte " << j;
   }
+  // Size zero still gets a block of its own; a negative size gets none.
+  void* a = alloc(p, 0);
+  void* b = alloc(p, 0, POOL_ZERO);
+  ASSERT_NE(a, nullptr);
+  ASSERT_NE(b, nullptr);
+  EXPECT_NE(a, b);
+  EXPECT_EQ(host.poolStats(p).liveBlocks, 66);
+  EXPECT_EQ(host.poolStats(p).liveBytes, 64 * 1000 + 63 * 64 / 2);
+  EXPECT_EQ(alloc(p, -1), nullptr);
+  release(p, a);
+  release(p, b);
+  EXPECT_EQ(host.poolStats(p).liveBlocks, 64);
+  EXPECT_EQ(host.poolMisuse(), 0);
   p->poolDestroy(p);
   EXPECT_EQ(host.totalStats().liveBlocks, 0);
 }
@@ -148,24 +161,6 @@ TEST(HostPools, ChildrenGoWithTheirParent) {
   release(other, kept);
   other->poolDestroy(other);
   EXPECT_EQ(host.livePools(), 0);
-}
-
-TEST(HostPools, SizeZeroGetsItsOwnBlock) {
-  Host host;
-  QVPool* p = host.createPool("zero-size");
-  void* a = alloc(p, 0);
-  void* b = alloc(p, 0, POOL_ZERO);
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
-  EXPECT_NE(a, b);
-  EXPECT_EQ(host.poolStats(p).liveBlocks, 2);
-  EXPECT_EQ(host.poolStats(p).liveBytes, 0);
-  EXPECT_EQ(alloc(p, -1), nullptr);
-  release(p, a);
-  release(p, b);
-  EXPECT_EQ(host.poolStats(p).liveBlocks, 0);
-  EXPECT_EQ(host.poolMisuse(), 0);
-  p->poolDestroy(p);
 }
 
 TEST(HostPools, FailureInjectionRefusesTheChosenAllocations) {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,13 @@ bool paddingIntact(const Mat& m) {
   return true;
 }
 
+template <typename... T>
+std::string str(const T&... v) {
+  std::ostringstream o;
+  ((o << v << ' '), ...);
+  return o.str();
+}
+
 struct Buffers {
   std::vector<double> a, b;
   explicit Buffers(int cols) {
@@ -110,9 +118,7 @@ TEST(KernelPanel, BothPathsMatchReferenceForAllShapes) {
               ref(i, j) += minus ? -s : s;
             }
           path.second(c.p(), c.ld, pa.p(), pb.p(), m, n, k, minus, (hxk::PanelShape)shape);
-          SCOPED_TRACE(std::string(path.first) + " m=" + std::to_string(m) + " n=" +
-                       std::to_string(n) + " k=" + std::to_string(k) + " shape=" +
-                       std::to_string(shape) + " minus=" + std::to_string(minus));
+          SCOPED_TRACE(str(path.first, "m", m, "n", n, "k", k, "shape", shape, "minus", minus));
           EXPECT_LT(relDiff(c, ref), 1e-13);
           EXPECT_TRUE(paddingIntact(c));
           // Entries outside the triangle are exactly as before.
@@ -213,6 +219,7 @@ const GemmVariant kGemms[] = {
     {"TT_0p1", my_dgemm_TT_0p1, true, true, 0, 1},
 };
 
+// Names the variant in test listings instead of dumping its bytes.
 void PrintTo(const GemmVariant& v, std::ostream* os) { *os << v.name; }
 
 class KernelGemm : public ::testing::TestWithParam<GemmVariant> {};
@@ -240,8 +247,7 @@ TEST_P(KernelGemm, MatchesReferenceOnRaggedShapes) {
     const double one = 1.0, zero = 0.0;
     g.fn("?", "?", &m, &n, &k, &one, a.p(), &a.ld, b.p(), &b.ld, &zero, c.p(), &c.ld,
          buf.a.data(), buf.b.data());
-    SCOPED_TRACE(std::string(g.name) + " " + std::to_string(m) + "x" + std::to_string(n) + "x" +
-                 std::to_string(k));
+    SCOPED_TRACE(str(g.name, m, n, k));
     EXPECT_LT(relDiff(c, ref), 1e-13);
     EXPECT_TRUE(paddingIntact(c));
   }
@@ -299,6 +305,7 @@ const SyrkVariant kSyrks[] = {
     {"syrk_UT_1m1", SYRK(my_dsyrk_UT_1m1), false, false, true, false, true},
 };
 
+// Names the variant in test listings instead of dumping its bytes.
 void PrintTo(const SyrkVariant& v, std::ostream* os) { *os << v.name; }
 
 class KernelSyrk : public ::testing::TestWithParam<SyrkVariant> {};
@@ -323,7 +330,7 @@ TEST_P(KernelSyrk, UpdatesItsTriangleOnly) {
       }
     Buffers buf(n);
     s.fn(n, k, a, b, c, buf);
-    SCOPED_TRACE(std::string(s.name) + " n=" + std::to_string(n) + " k=" + std::to_string(k));
+    SCOPED_TRACE(str(s.name, "n", n, "k", k));
     EXPECT_LT(relDiff(c, ref), 1e-13);
     EXPECT_TRUE(paddingIntact(c));
     for (int j = 0; j < n; ++j)
@@ -365,6 +372,7 @@ double opA(const Mat& a, const TrxmVariant& t, int i, int j) {
   return ((r > c) == t.lower) ? a(r, c) : 0.0;
 }
 
+// Names the variant in test listings instead of dumping its bytes.
 void PrintTo(const TrxmVariant& v, std::ostream* os) { *os << v.name; }
 
 class KernelTrxm : public ::testing::TestWithParam<TrxmVariant> {};
@@ -396,7 +404,7 @@ TEST_P(KernelTrxm, MatchesReference) {
     const double alpha = 3.0;
     t.fn("?", "?", "?", "?", &m, &n, &alpha, a.p(), &a.ld, in.p(), &in.ld, buf.a.data(),
          buf.b.data());
-    SCOPED_TRACE(std::string(t.name) + " m=" + std::to_string(m) + " n=" + std::to_string(n));
+    SCOPED_TRACE(str(t.name, "m", m, "n", n));
     EXPECT_LT(relDiff(in, expect), 1e-12);
     EXPECT_TRUE(paddingIntact(in));
   }
@@ -469,8 +477,7 @@ TEST(KernelLevel1, StridedAndUnitRoutinesMatchReference) {
   for (int n : {0, 1, 7, 8, 33}) {
     for (int incx : {1, 2, 3})
       for (int incy : {1, 2}) {
-        SCOPED_TRACE("n=" + std::to_string(n) + " incx=" + std::to_string(incx) +
-                     " incy=" + std::to_string(incy));
+        SCOPED_TRACE(str("n", n, "incx", incx, "incy", incy));
         const int lx = 1 + n * incx, ly = 1 + n * incy;
         const std::vector<double> x0 = randomVec(lx, rng), y0 = randomVec(ly, rng);
         double dot = 0, asum = 0, ss = 0;

@@ -68,6 +68,24 @@ void captureText(const char* format, ...) {
 // column and a flip around 0.  Optimum x = (2, 2, 3, -1, 2, -3), value -9.5.
 constexpr double kInf = 1e20;
 
+// Points a record at the arrays of a holder that names them as SmallLP does.
+template <class Arrays>
+void bindArrays(LPRecord* r, Arrays& a) {
+  r->matValue = a.matValue.data();
+  r->rowIndex = a.rowIndex.data();
+  r->colBegin = a.colBegin.data();
+  r->colLength = a.colLength.data();
+  r->obj = a.obj.data();
+  r->rhs = a.rhs.data();
+  r->lower = a.lower.data();
+  r->upper = a.upper.data();
+  r->rowSense = a.sense.data();
+  r->solPrimal = a.x.data();
+  r->solDual = a.y.data();
+  r->reducedCost = a.rc.data();
+  r->rowActivity = a.act.data();
+}
+
 struct SmallLP {
   std::vector<double> matValue{1, 1, -1, 1, 1, 1, 1, 1}, obj{-1, 1, -2, 1, 0, 1}, rhs{6, 0, -10},
       lower{-kInf, 2, 1, -1, -kInf, -3}, upper{4, kInf, 3, 5, kInf, 0}, x = std::vector<double>(6),
@@ -81,20 +99,8 @@ struct SmallLP {
     record.numRow = 3;
     record.numCol = 6;
     record.numCoef = 8;
-    record.matValue = matValue.data();
-    record.rowIndex = rowIndex.data();
-    record.colBegin = colBegin.data();
-    record.colLength = colLength.data();
-    record.obj = obj.data();
-    record.rhs = rhs.data();
-    record.lower = lower.data();
-    record.upper = upper.data();
-    record.rowSense = sense.data();
-    record.solPrimal = x.data();
-    record.solDual = y.data();
-    record.reducedCost = rc.data();
-    record.rowActivity = act.data();
     record.objConstant = 0.5;
+    bindArrays(&record, *this);
   }
 };
 
@@ -223,20 +229,8 @@ void* bPresolve(void*, void* context, int32_t mode, LPRecord* r, int32_t* status
   p->relax = gSib->relax;
   LPRecord& lp = p->lp;
   lp = *r;
-  lp.matValue = p->matValue.data();
-  lp.rowIndex = p->rowIndex.data();
-  lp.colBegin = p->colBegin.data();
-  lp.colLength = p->colLength.data();
-  lp.obj = p->obj.data();
-  lp.rhs = p->rhs.data();
+  bindArrays(&lp, *p);
   lp.range = nullptr;
-  lp.lower = p->lower.data();
-  lp.upper = p->upper.data();
-  lp.rowSense = p->sense.data();
-  lp.solPrimal = p->x.data();
-  lp.solDual = p->y.data();
-  lp.reducedCost = p->rc.data();
-  lp.rowActivity = p->act.data();
   lp.checkSolverBreak = nullptr;
   lp.scripterDataStruct = nullptr;
   p->head.presolved = &p->lp;
@@ -410,6 +404,13 @@ class LPDriver : public HostTest {
       if (c == name) return true;
     return false;
   }
+  // A clean record of messages, and of the siblings' calls unless kept.
+  void fresh(bool siblings = true) {
+    if (siblings) sib = Siblings{};
+    messages = RecordingLog{};
+    ctx.env.messageLog = &messages.base;
+    resetLpOptions(&options);
+  }
   // The release of the chain, whatever broke it.
   void expectReleased() {
     EXPECT_EQ(ctx.env.preModule, nullptr);
@@ -525,10 +526,8 @@ TEST_F(LPDriver, OptionErrorsStopBeforeAnySibling) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    messages = RecordingLog{};
-    ctx.env.messageLog = &messages.base;
+    fresh(false);
     sib.calls.clear();
-    resetLpOptions(&options);
     options.printLevel = 0;  // the errors have no such guard
     c.set(&options);
     EXPECT_EQ(run(), 1);
@@ -614,10 +613,7 @@ TEST_F(LPDriver, BrokenChainReportsAndReleasesWhatWasMade) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    sib = Siblings{};
-    messages = RecordingLog{};
-    ctx.env.messageLog = &messages.base;
-    resetLpOptions(&options);
+    fresh();
     c.set(&sib, &options);
     EXPECT_EQ(run(), 1);
     EXPECT_EQ(lp.record.returnCode, c.code);
@@ -642,10 +638,7 @@ TEST_F(LPDriver, TimeLimitMetByPresolve) {
                         {0, 0.0, 0, 0x827FD00B}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.timerType);
-    sib = Siblings{};
-    messages = RecordingLog{};
-    ctx.env.messageLog = &messages.base;
-    resetLpOptions(&options);
+    fresh();
     options.timerType = c.timerType;
     options.maxTime = c.maxTime;
     sib.presolveSleepMs = c.sleepMs;

@@ -313,10 +313,7 @@ TEST(OrderingMinDeg, ConstrainedOrderHonoursSeparatorLabels) {
       if (l < 4) lastQuad[l] = std::max(lastQuad[l], p);
       if (l == 4 || l == 5) firstSep[l - 4] = std::min(firstSep[l - 4], p);
     }
-    EXPECT_LT(lastQuad[0], firstSep[0]);
-    EXPECT_LT(lastQuad[1], firstSep[0]);
-    EXPECT_LT(lastQuad[2], firstSep[1]);
-    EXPECT_LT(lastQuad[3], firstSep[1]);
+    for (int32_t q = 0; q < 4; q++) EXPECT_LT(lastQuad[q], firstSep[q / 2]) << "quadrant " << q;
     // The constraint costs something but stays a good order.
     int64_t f = factorEntries(g, r.perm);
     EXPECT_LT(f, factorEntries(g, natural(g.n)) / 2);
@@ -435,23 +432,17 @@ TEST(OrderingDriver, TooEmptyOrTooFullGivesTheIdentity) {
   EXPECT_EQ(e.live(), 0);
 }
 
-TEST(OrderingDriver, MinimumDegreeRoutesReportTheirMethod) {
+TEST(OrderingDriver, EveryRouteOrdersAndReportsItsMethod) {
   Env e;
-  Graph g = grid2d(30, 30);
-  int64_t nat = factorEntries(g, natural(g.n));
+  Graph g30 = grid2d(30, 30);
   for (int32_t m : {ORDER_MINDEG, ORDER_MINFILL, ORDER_AUTO}) {
-    DriverRun r = runDriver(e, g, m);
+    DriverRun r = runDriver(e, g30, m);
     ASSERT_EQ(r.rc, 0);
     EXPECT_EQ(r.method, m == ORDER_AUTO ? ORDER_MINFILL : m);
     EXPECT_TRUE(isPermutationPair(r.perm, r.invPerm));
-    EXPECT_LT(factorEntries(g, r.perm), nat / 2);
+    EXPECT_LT(factorEntries(g30, r.perm), factorEntries(g30, natural(g30.n)) / 2);
     EXPECT_EQ(r.numDense, -7);
   }
-  EXPECT_EQ(e.live(), 0);
-}
-
-TEST(OrderingDriver, NestedRequestStillOrdersAndReportsTheFallback) {
-  Env e;
   // A 50 x 70 nine-point grid: n = 3500 and an average degree near 7.8,
   // so class 1 picks nested dissection.
   const int32_t nx = 50, ny = 70, n = nx * ny;
@@ -485,8 +476,7 @@ TEST(OrderingDriver, NestedRequestStillOrdersAndReportsTheFallback) {
     EXPECT_EQ(rd.perm[d.n - 3], 450);
     EXPECT_EQ(rd.perm[d.n - 2], 100);
     EXPECT_EQ(rd.perm[d.n - 1], 3);
-    Graph plain = grid2d(30, 30);
-    EXPECT_LT(factorEntries(plain, rd.perm), factorEntries(plain, natural(plain.n)) / 2);
+    EXPECT_LT(factorEntries(g30, rd.perm), factorEntries(g30, natural(g30.n)) / 2);
   }
   EXPECT_EQ(e.live(), 0);
 }

@@ -222,7 +222,7 @@ TEST_F(Shift, EveryCaseTakesItsNormalFormAndComesBackExactly) {
   EXPECT_EQ(md.snapshot(), before);
 }
 
-TEST_F(Shift, ModelAloneWithoutSolutionAndRestoreWithoutArrays) {
+TEST_F(Shift, ModelAloneThenASecondCallOnTheSameArrays) {
   Model md = caseModel();
   const auto before = md.snapshot();
   ipmShiftRestore(&env, &md.m, &option, &pre, &md.s);  // nothing shifted yet: nothing moves
@@ -234,16 +234,11 @@ TEST_F(Shift, ModelAloneWithoutSolutionAndRestoreWithoutArrays) {
   ipmShiftRestore(&env, &md.m, &option, &pre, &md.s);
   // The restore maps the point, so it moved; the model is the original.
   for (int k = 0; k < 5; k++) EXPECT_EQ(md.snapshot()[k], before[k]) << k;
-}
 
-TEST_F(Shift, SecondCallReusesTheArraysAndForgetsTheFirst) {
-  Model md = caseModel();
-  ASSERT_EQ(ipmShiftBound(&env, &md.m, &option, &pre, &md.s), 0);
+  // The second call reuses the arrays and forgets the first.
   double* value = pre.shiftValue;
   int32_t* status = pre.shiftStatus;
-  ipmShiftRestore(&env, &md.m, &option, &pre, &md.s);
   const int64_t live = liveBlocks();
-
   md.lower[4] = 0.0;  // case D becomes case E
   ASSERT_EQ(ipmShiftBound(&env, &md.m, &option, &pre, &md.s), 0);
   EXPECT_EQ(pre.shiftValue, value);
