@@ -100,11 +100,8 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
   // lands in, and so the rounding of the sums, depend on where the pool put
   // the buffer, and the same problem solved twice could take two different
   // paths.  Unaligned loads cost little next to that.
-  const int lead = 0;
-  const int kv = lead + ((k - lead) & ~3);
+  const int kv = k & ~3;
   const int kr = k - kv;
-  const __m256i headMask = _mm256_set_epi64x(0, lead > 2 ? -1 : 0, lead > 1 ? -1 : 0,
-                                             lead > 0 ? -1 : 0);
   const __m256i tailMask =
       _mm256_set_epi64x(kr > 3 ? -1 : 0, kr > 2 ? -1 : 0, kr > 1 ? -1 : 0, kr > 0 ? -1 : 0);
   alignas(32) double tile[12];
@@ -153,12 +150,7 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
     c31 = _mm256_fmadd_pd(x, y1, c31);                                      \
     c32 = _mm256_fmadd_pd(x, y2, c32);                                      \
   }
-        if (lead) {
-#define HXK_HLOAD(p) _mm256_maskload_pd((p), headMask)
-          HXK_STEP(HXK_HLOAD, HXK_HLOAD)
-#undef HXK_HLOAD
-        }
-        int q = lead;
+        int q = 0;
 #define HXK_LOAD(p) _mm256_loadu_pd((p) + q)
         for (; q < kv; q += 4) HXK_STEP(HXK_LOAD, HXK_LOAD)
 #undef HXK_LOAD
