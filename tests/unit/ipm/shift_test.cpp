@@ -11,7 +11,7 @@
 #include "frame/qv.h"
 #include "ipm/shift.h"
 #include "presolve/presolver.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace {
 

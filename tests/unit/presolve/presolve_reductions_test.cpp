@@ -3,7 +3,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-#include "unit/presolve_support.h"
+#include "support/presolve_support.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "records/lpdriver.h"
 #include "records/model.h"
 #include "records/qpdriver.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 using hxcli::LPModel;
 using hxcli::MpsFormat;

@@ -7,7 +7,7 @@
 
 #include "ipm/init_internal.h"
 #include "ipm/submodel.h"
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 using namespace ipmtest;
 

@@ -6,7 +6,7 @@
 #include "frame/qv.h"
 #include "ipm/submodel.h"
 #include "presolve/presolver.h"
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include "ipm/ipm.h"
 #include "ipm/directsolve.h"
-#include "unit/ipm_support.h"
-#include "unit/presolve_support.h"
+#include "support/ipm_support.h"
+#include "support/presolve_support.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "ipm/ipm.h"
 #include "records/model.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace ipmtest {
 

@@ -1,7 +1,7 @@
 // Slacks in and out, and the dormant free-variable split.
 #include <gtest/gtest.h>
 
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 using namespace ipmtest;
 

@@ -8,7 +8,7 @@
 #include "frame/instance.h"
 #include "records/pipeline.h"
 #include "records/qpdriver.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "frame/qv.h"
 #include "presolve/presolver.h"
 #include "records/model.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace pretest {
 

@@ -4,7 +4,7 @@
 #include "frame/instance.h"
 #include "frame/qv.h"
 #include "records/recon.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "frame/qv.h"
 #include "ipm/scale.h"
 #include "records/model.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // ipmSolve and removeSlack.
 #include <gtest/gtest.h>
 
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 using namespace ipmtest;
 

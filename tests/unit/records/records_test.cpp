@@ -4,7 +4,7 @@
 #include "frame/qv.h"
 #include "records/model.h"
 #include "records/statistics.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "ipm/reset.h"
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 using namespace ipmtest;
 

@@ -2,7 +2,7 @@
 #include <ctime>
 
 #include "util/timer.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Presolve, solve what is left, postsolve: the answer must satisfy the KKT
 // conditions of the caller's model, duals of removed rows included.
-#include "unit/presolve_support.h"
+#include "support/presolve_support.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "frame/qv.h"
 #include "ipm/ipm.h"
 #include "presolve/eqnsolve.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "ipm/scale.h"
 #include "records/lpdriver.h"
 #include "records/model.h"
-#include "unit/support.h"
+#include "support/support.h"
 
 namespace {
 

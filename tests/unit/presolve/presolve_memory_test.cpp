@@ -1,6 +1,6 @@
 // Every allocation of a presolve and of a postsolve refused in turn: the
 // result is -1086 and nothing is left behind in the pool.
-#include "unit/presolve_support.h"
+#include "support/presolve_support.h"
 
 namespace {
 

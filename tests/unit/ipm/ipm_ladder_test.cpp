@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/ipm_support.h"
+#include "support/ipm_support.h"
 
 using namespace ipmtest;
 
