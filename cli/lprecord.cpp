@@ -59,53 +59,9 @@ void resetLPRecord(LPModel* model) {
   r.returnCode = 0;
 }
 
-void setLpOptionDefaults(LPOptions* o) {
-  // Padding too, so that two option blocks compare equal byte for byte.
-  std::memset(o, 0, sizeof *o);
-  o->presolver = -1;
-  o->solverKind = 3;
-  o->sibling3 = -1;
-  o->sibling4 = -1;
-  o->maxIteration = 2147483647;
-  o->maxTime = 8.988465674311578e+307;
-  o->timerType = 0;
-  o->sibling9 = 100;
-  o->printFreq = 1;
-  o->printLevel = 2;
-  o->sibling12 = 1e-06;
-  o->sibling13 = 1e-06;
-  o->sibling14 = 2000;
-  o->sibling15 = 1e-20;
-  o->sibling21 = 1;
-  o->gapTol = 1e-06;
-  o->primalTol = 1e-06;
-  o->dualTol = 1e-06;
-  o->rowScaleOnly = 0;
-  o->numThreads = 1;
-  o->loadMode = 0;
-  o->timeUsed = 0.0;
-}
-
-int32_t lpReturnCode(int32_t status) {
-  switch (status) {
-    case IPM_STATUS_OPTIMAL: return QP_RETURN_OPTIMAL;
-    case IPM_STATUS_ACCEPTABLE: return QP_RETURN_ACCEPTABLE;
-    case IPM_STATUS_SIBLING_INFEASIBLE:
-    case IPM_STATUS_PRIMAL_INFEASIBLE: return QP_RETURN_PRIMAL_INFEASIBLE;
-    case IPM_STATUS_DUAL_INFEASIBLE: return QP_RETURN_DUAL_INFEASIBLE;
-    case IPM_STATUS_BOTH_INFEASIBLE: return QP_RETURN_BOTH_INFEASIBLE;
-    case IPM_STATUS_ITERATION_LIMIT: return QP_RETURN_ITERATION_LIMIT;
-    case IPM_STATUS_TIME_LIMIT: return QP_RETURN_TIME_LIMIT;
-    case IPM_STATUS_INTERRUPTED: return QP_RETURN_INTERRUPTED;
-    case IPM_STATUS_OUT_OF_MEMORY: return QP_RETURN_OUT_OF_MEMORY;
-    // 10, and whatever a sibling returned that the solver has no name for.
-    default: return QP_RETURN_FAILURE;
-  }
-}
-
 SolveSummary summaryFromLPRecord(const LPRecord& r) {
   SolveSummary s;
-  s.returnCode = lpReturnCode(r.status);
+  s.returnCode = hostReturnCode(r.status);
   s.objective = r.objConstant;  // the objective value, on return
   s.iterations = r.iteration;
   s.primalInfeas = r.primalInfeas;

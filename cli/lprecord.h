@@ -10,7 +10,7 @@
 #include "mps.h"
 #include "output.h"
 #include "qprecord.h"
-#include "records/records.h"
+#include "records/host_records.h"
 
 namespace hxcli {
 
@@ -39,13 +39,6 @@ bool buildLPRecord(const MpsProblem& p, LPModel* model, std::string* error);
 // Puts the record's objective constant and results back to their state
 // before a solve, so that the same record can be solved again.
 void resetLPRecord(LPModel* model);
-
-// The defaults that the module gives LPOptions it makes for itself; the
-// command cannot reach the module's own function through the shared object.
-void setLpOptionDefaults(LPOptions* options);
-
-// The host return code (as ipqpmain gives them) for the LP entry's status.
-int32_t lpReturnCode(int32_t status);
 
 // Copies the results of a finished LP call out of the record.
 SolveSummary summaryFromLPRecord(const LPRecord& record);

@@ -135,7 +135,7 @@ void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
 }
 
 void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
-  hxcli::setLpOptionDefaults(lo);
+  setLpOptionDefaults(lo);
   if (o.primalTol > 0) lo->primalTol = o.primalTol;
   if (o.dualTol > 0) lo->dualTol = o.dualTol;
   if (o.gapTol > 0) lo->gapTol = o.gapTol;

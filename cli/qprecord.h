@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "mps.h"
-#include "records/records.h"
+#include "records/host_records.h"
 
 namespace hxcli {
 

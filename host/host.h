@@ -11,7 +11,7 @@
 
 #include "frame/instance.h"
 #include "frame/qvkernel.h"
-#include "records/records.h"
+#include "records/host_records.h"
 
 namespace hxhost {
 

@@ -7,7 +7,7 @@
 #include <stdint.h>
 
 #include "frame/qvkernel.h"
-#include "records/records.h"
+#include "records/host_records.h"
 
 #ifdef __cplusplus
 extern "C" {

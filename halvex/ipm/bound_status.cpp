@@ -3,6 +3,7 @@
 // columns are free.
 #include "frame/qv.h"
 #include "presolve/presolver.h"
+#include "records/host_records.h"
 
 void getBoundStatus(HalvexEnv* /*env*/, ipmModel* model, ipmOption* option, presolver* pre) {
   const double tol = option->primalTol;

@@ -6,7 +6,7 @@
 
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/model_records.h"
 
 // Solver choices.
 #define SPEC_SOLVE_DIRECT 0    // one factorisation of the whole system

@@ -8,7 +8,7 @@
 #include <stdint.h>
 
 #include "la/la.h"
-#include "records/records.h"
+#include "records/model_records.h"
 #include "util/timer.h"
 
 typedef struct subModel subModel;

@@ -11,35 +11,11 @@
 
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/model_records.h"
+#include "records/siblings.h"
 
 #define HIST_BINS 17
 #define HIST_LAST 15  // the catch-all bin of either half
-
-// ---- the row and column scaling service of bramlet -------------------------------
-
-// Slots of the bramlet instance used here; the instance is a table of 8-byte
-// slots and env->preObject refers to it while a solve runs.
-#define BRAMLET_SLOT_SCALE 24
-#define BRAMLET_SLOT_UNSCALE 25
-
-// Scales the model in place and fills rowScale (numRow + 1, the last one the
-// objective's factor) and colScale (numCol + 1).  The tolerance comes first.
-typedef int64_t (*BramletScaleFn)(double tolerance, void* instance, int64_t direction,
-                                  int64_t numRow, int64_t numCol, int64_t numCoef,
-                                  int32_t* colBegin, int32_t* colLength, int32_t* rowIndex,
-                                  double* matValue, double* obj, double* lower, double* upper,
-                                  double* rowScale, double* colScale, void* null1, void* null2,
-                                  double* rhs, char* rowSense, double* range, void* null3,
-                                  void* null4, void* null5, void* null6);
-
-// The reverse, solution included.  No instance is passed.
-typedef int64_t (*BramletUnscaleFn)(int64_t direction, int64_t numRow, int64_t numCol,
-                                    int32_t* colBegin, int32_t* colLength, int32_t* rowIndex,
-                                    double* matValue, double* rhs, double* range, double* obj,
-                                    double* lower, double* upper, void* null1, void* null2,
-                                    double* rowScale, double* colScale, double* solPrimal,
-                                    double* solDual, double* reducedCost, double* rowActivity);
 
 // ---- the magnitude histogram -------------------------------------------------------
 

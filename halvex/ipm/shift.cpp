@@ -1,5 +1,7 @@
 #include "ipm/shift.h"
 
+#include "records/host_records.h"
+
 #include <float.h>
 #include <math.h>
 

@@ -6,7 +6,7 @@
 #include <stdint.h>
 
 #include "presolve/presolver.h"
-#include "records/records.h"
+#include "records/model_records.h"
 
 // shiftStatus of a column: what the new variable x' is.
 #define SHIFT_NONE 0           // x' = x

@@ -7,7 +7,7 @@
 
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/model_records.h"
 
 typedef struct presolver presolver;
 

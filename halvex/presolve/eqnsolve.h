@@ -14,7 +14,7 @@
 #include <stdint.h>
 
 #include "presolve/presolver.h"
-#include "records/records.h"
+#include "records/model_records.h"
 
 // Modes of eqnSolve.
 #define EQN_MODE_PLAIN 0

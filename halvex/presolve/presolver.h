@@ -11,7 +11,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/model_records.h"
 
 // Result of a presolve.
 #define PRECONTROL_NONE 1     // nothing changed

@@ -6,73 +6,8 @@
 #include <stdint.h>
 
 #include "frame/qv.h"
-#include "records/records.h"
-
-// ---- bramlet's LP presolve service --------------------------------------------------
-//
-// Slots of the bramlet instance, a table of 8-byte slots; scale and unscale
-// (24, 25) are in ipm/scale.h.
-#define BRAMLET_SLOT_TEXTLOG 1
-#define BRAMLET_SLOT_MESSAGELOG 2
-#define BRAMLET_SLOT_DESTROY 3
-#define BRAMLET_SLOT_CONTEXT 4
-#define BRAMLET_SLOT_PROBLEM 5
-#define BRAMLET_SLOT_CREATE_CONTEXT 6
-#define BRAMLET_SLOT_FREE_CONTEXT 8
-#define BRAMLET_SLOT_PRESOLVE 13
-#define BRAMLET_SLOT_POSTSOLVE 14
-#define BRAMLET_SLOT_FREE_PROBLEM 15
-#define BRAMLET_SLOT_LOAD 22
-
-// The presolve level handed to bramlet's presolve.
-#define BRAMLET_PRESOLVE_MODE 3
-
-typedef void (*BramletDestroyFn)(void* instance);
-typedef void* (*BramletCreateContextFn)(void* instance, LPOptions* options, int32_t* status);
-typedef void (*BramletFreeContextFn)(void* instance, void** context);
-typedef void* (*BramletPresolveFn)(void* instance, void* context, int32_t mode, LPRecord* record,
-                                   int32_t* status);
-typedef int32_t (*BramletPostsolveFn)(void* problem);
-typedef void (*BramletFreeProblemFn)(void* instance, void** problem);
-typedef int32_t (*BramletLoadFn)(void* instance, int32_t numCol, int32_t numRow, int32_t numCoef,
-                                 double* obj, double* lower, double* upper, double* rhs,
-                                 double* range, char* rowSense, int32_t* colBegin,
-                                 int32_t* colLength, int32_t* rowIndex, double* matValue,
-                                 void* columnFlags, LPLoadArea* loadArea);
-
-// What this module reads of bramlet's presolved problem (slot 5).
-typedef struct BramletProblem {
-  LPRecord* presolved;      // the LP to solve; postsolve reads its solution
-  uint8_t* relaxColBound;   // becomes the model's relaxColBound
-} BramletProblem;
-
-// A bramlet context: two references to the sibling's blocks.
-typedef struct BramletContext {
-  uint8_t* parameters;  // parameter block, addressed by byte below
-  uint8_t* limits;      // holds the crossover's time limit
-} BramletContext;
-
-#define BRAMLET_PARAM_PRESOLVE_FLAG 956
-#define BRAMLET_PARAM_INTERIOR_STATUS 1008
-#define BRAMLET_PARAM_CROSSOVER_KIND 844
-#define BRAMLET_PARAM_SIMPLEX_KIND 968
-#define BRAMLET_PARAM_ITERATION_LIMIT 876
-#define BRAMLET_PARAM_SIMPLEX_FLAG 960
-#define BRAMLET_LIMIT_MAXTIME 1760
-
-// Which of the LPRecord's sibling words carries the column flag reference
-// handed to bramlet's load operation.
-#define LPRECORD_COLUMN_FLAG_WORD 0
-
-// ---- fennick's primal simplex -----------------------------------------------------------
-#define FENNICK_SLOT_TEXTLOG 1
-#define FENNICK_SLOT_MESSAGELOG 3
-#define FENNICK_SLOT_DESTROY 4
-#define FENNICK_SLOT_RUN 19
-
-typedef void (*FennickDestroyFn)(void* instance);
-typedef int32_t (*FennickRunFn)(void* instance, void* bramletInstance, void* context,
-                                LPRecord* record);
+#include "records/model_records.h"
+#include "records/siblings.h"
 
 // ---- entries ------------------------------------------------------------------------
 

@@ -208,53 +208,6 @@ LPOptions* createLpOptions(HalvexEnv* env) {
   return options;
 }
 
-void resetLpOptions(LPOptions* options) {
-  memset(options, 0, sizeof(*options));
-  options->flag0 = 0;
-  options->presolver = -1;
-  options->solverKind = 3;
-  options->sibling3 = -1;
-  options->sibling4 = -1;
-  options->maxIteration = 2147483647;
-  options->maxTime = 8.988465674311578e+307;
-  options->timerType = 0;
-  options->sibling8 = 0;
-  options->sibling9 = 100;
-  options->printFreq = 1;
-  options->printLevel = 2;
-  options->sibling12 = 1e-06;
-  options->sibling13 = 1e-06;
-  options->sibling14 = 2000;
-  options->sibling15 = 1e-20;
-  options->sibling16 = 0;
-  options->verifyLevel = 0;
-  options->sibling18 = 0;
-  options->crossover = 0;
-  options->sibling20 = 0;
-  options->sibling21 = 1;
-  options->sibling22 = 0;
-  options->sibling23 = 0;
-  options->gapTol = 1e-06;
-  options->primalTol = 1e-06;
-  options->dualTol = 1e-06;
-  options->rowScaleOnly = 0;
-  options->numThreads = 1;
-  options->loadMode = 0;
-  options->sibling31 = 0;
-  options->sibling32 = 0;
-  options->timeUsed = 0.0;
-}
+void resetLpOptions(LPOptions* options) { setLpOptionDefaults(options); }
 
-void initScripter(ScripterOptions* options) {
-  options->gapTol = 1e-06;
-  options->primalTol = 1e-06;
-  options->dualTol = 1e-06;
-  options->maxIteration = 2147483647;
-  options->notRead1 = 1e+20;
-  options->notRead2 = 1e+20;
-  options->printFreq = 1;
-  options->presolver = -1;
-  options->maxTime = DBL_MAX;
-  options->timerType = 0;
-  options->numThreads = 1;
-}
+void initScripter(ScripterOptions* options) { setScripterDefaults(options); }

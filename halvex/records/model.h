@@ -3,7 +3,8 @@
 #ifndef HALVEX_RECORDS_MODEL_H
 #define HALVEX_RECORDS_MODEL_H
 
-#include "records/records.h"
+#include "records/host_records.h"
+#include "records/model_records.h"
 
 ipmModel* CreateModelFromLP(QVPool* pool, const LPRecord* record);
 ipmModel* CreateModelFromQP(QVPool* pool, const QPRecord* record);

@@ -3,7 +3,8 @@
 #ifndef HALVEX_RECORDS_PIPELINE_H
 #define HALVEX_RECORDS_PIPELINE_H
 
-#include "records/records.h"
+#include "records/host_records.h"
+#include "records/model_records.h"
 #include "util/timer.h"
 
 // Returns the final status, also left in the model's status.  lpRecord is

@@ -8,22 +8,6 @@
 #include "records/pipeline.h"
 #include "util/timer.h"
 
-int32_t qpReturnCode(int32_t status) {
-  switch (status) {
-    case IPM_STATUS_OPTIMAL: return QP_RETURN_OPTIMAL;
-    case IPM_STATUS_ACCEPTABLE: return QP_RETURN_ACCEPTABLE;
-    case IPM_STATUS_SIBLING_INFEASIBLE:
-    case IPM_STATUS_PRIMAL_INFEASIBLE: return QP_RETURN_PRIMAL_INFEASIBLE;
-    case IPM_STATUS_DUAL_INFEASIBLE: return QP_RETURN_DUAL_INFEASIBLE;
-    case IPM_STATUS_BOTH_INFEASIBLE: return QP_RETURN_BOTH_INFEASIBLE;
-    case IPM_STATUS_FAILED: return QP_RETURN_FAILURE;
-    case IPM_STATUS_ITERATION_LIMIT: return QP_RETURN_ITERATION_LIMIT;
-    case IPM_STATUS_TIME_LIMIT: return QP_RETURN_TIME_LIMIT;
-    case IPM_STATUS_INTERRUPTED: return QP_RETURN_INTERRUPTED;
-    case IPM_STATUS_OUT_OF_MEMORY: return QP_RETURN_OUT_OF_MEMORY;
-    default: return QP_RETURN_FAILURE;
-  }
-}
 
 static void negateObjective(ipmModel* m) {
   for (int32_t j = 0; j < m->numCol; ++j) {
@@ -258,7 +242,7 @@ int32_t ipqpmain(HalvexEnv* env, QPRecord* record, ScripterOptions* options) {
   IPM_timerFree(env->pool, &timer);
   record->timeZero = 0.0;
   record->solverTime = used;
-  return qpReturnCode(status);
+  return hostReturnCode(status);
 }
 
 int32_t ipqpScripter(void* instance, QPRecord* record) {

@@ -7,7 +7,7 @@
 
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/host_records.h"
 
 // Return codes of qpReconQP.
 #define RECON_SOLVED 0

@@ -15,7 +15,7 @@
 
 #include <stdint.h>
 
-#include "records/records.h"
+#include "records/env.h"
 
 // Packs the live entries, dropping gaps and removed entries.  outBegin gets
 // numMajor entries, no closing one.

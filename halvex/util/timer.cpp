@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "frame/qv.h"
-#include "records/records.h"
+#include "records/env.h"
 
 IPM_timer* IPM_timerCreate(void* owner, QVPool* pool, int32_t* status) {
   *status = 0;

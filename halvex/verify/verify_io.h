@@ -7,7 +7,7 @@
 #include <stdint.h>
 
 #include "presolve/presolver.h"
-#include "records/records.h"
+#include "records/model_records.h"
 
 int32_t ipmVerifyInput(HalvexEnv* env, int32_t level, ipmModel* model);
 int32_t VerifyModelPrimal(HalvexEnv* env, int32_t level, ipmModel* model, ipmOption* option,

@@ -7,7 +7,7 @@
 #include <stdint.h>
 
 #include "presolve/presolver.h"
-#include "records/records.h"
+#include "records/model_records.h"
 
 // The row-wise copy against the column-wise one, live entries only.
 int32_t ipmVerifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,

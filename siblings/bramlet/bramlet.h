@@ -8,7 +8,8 @@
 #include <stdint.h>
 
 #include "frame/qvkernel.h"
-#include "records/records.h"
+#include "records/host_records.h"
+#include "records/siblings.h"
 
 namespace bramlet {
 
@@ -75,19 +76,19 @@ struct Instance {
 };
 #define BRAMLET_SLOT(field, slot) \
   static_assert(offsetof(Instance, field) == (slot) * 8, "bramlet slot " #field)
-BRAMLET_SLOT(textLog, 1);
-BRAMLET_SLOT(messageLog, 2);
-BRAMLET_SLOT(destroy, 3);
-BRAMLET_SLOT(context, 4);
-BRAMLET_SLOT(problem, 5);
-BRAMLET_SLOT(createContext, 6);
-BRAMLET_SLOT(freeContext, 8);
-BRAMLET_SLOT(presolve, 13);
-BRAMLET_SLOT(postsolve, 14);
-BRAMLET_SLOT(freeProblem, 15);
-BRAMLET_SLOT(load, 22);
-BRAMLET_SLOT(scale, 24);
-BRAMLET_SLOT(unscale, 25);
+BRAMLET_SLOT(textLog, BRAMLET_SLOT_TEXTLOG);
+BRAMLET_SLOT(messageLog, BRAMLET_SLOT_MESSAGELOG);
+BRAMLET_SLOT(destroy, BRAMLET_SLOT_DESTROY);
+BRAMLET_SLOT(context, BRAMLET_SLOT_CONTEXT);
+BRAMLET_SLOT(problem, BRAMLET_SLOT_PROBLEM);
+BRAMLET_SLOT(createContext, BRAMLET_SLOT_CREATE_CONTEXT);
+BRAMLET_SLOT(freeContext, BRAMLET_SLOT_FREE_CONTEXT);
+BRAMLET_SLOT(presolve, BRAMLET_SLOT_PRESOLVE);
+BRAMLET_SLOT(postsolve, BRAMLET_SLOT_POSTSOLVE);
+BRAMLET_SLOT(freeProblem, BRAMLET_SLOT_FREE_PROBLEM);
+BRAMLET_SLOT(load, BRAMLET_SLOT_LOAD);
+BRAMLET_SLOT(scale, BRAMLET_SLOT_SCALE);
+BRAMLET_SLOT(unscale, BRAMLET_SLOT_UNSCALE);
 static_assert(sizeof(Instance) == 26 * 8, "bramlet instance is 26 slots");
 
 // ---- the context --------------------------------------------------------------------
@@ -108,12 +109,12 @@ struct ParamBlock {
   int32_t interiorStatus;      // 1008: status of the interior point handed over
   uint8_t pad1012[12];
 };
-static_assert(offsetof(ParamBlock, simplexStart) == 844, "param 844");
-static_assert(offsetof(ParamBlock, simplexIterLimit) == 876, "param 876");
-static_assert(offsetof(ParamBlock, presolveReuse) == 956, "param 956");
-static_assert(offsetof(ParamBlock, simplexPricing) == 960, "param 960");
-static_assert(offsetof(ParamBlock, simplexMethod) == 968, "param 968");
-static_assert(offsetof(ParamBlock, interiorStatus) == 1008, "param 1008");
+static_assert(offsetof(ParamBlock, simplexStart) == BRAMLET_PARAM_CROSSOVER_KIND, "param 844");
+static_assert(offsetof(ParamBlock, simplexIterLimit) == BRAMLET_PARAM_ITERATION_LIMIT, "param 876");
+static_assert(offsetof(ParamBlock, presolveReuse) == BRAMLET_PARAM_PRESOLVE_FLAG, "param 956");
+static_assert(offsetof(ParamBlock, simplexPricing) == BRAMLET_PARAM_SIMPLEX_FLAG, "param 960");
+static_assert(offsetof(ParamBlock, simplexMethod) == BRAMLET_PARAM_SIMPLEX_KIND, "param 968");
+static_assert(offsetof(ParamBlock, interiorStatus) == BRAMLET_PARAM_INTERIOR_STATUS, "param 1008");
 static_assert(sizeof(ParamBlock) == 1024, "param block size");
 
 struct LimitBlock {
@@ -121,7 +122,7 @@ struct LimitBlock {
   double timeLimit;            // 1760: seconds left for the simplex run
   uint8_t pad1768[8];
 };
-static_assert(offsetof(LimitBlock, timeLimit) == 1760, "limit 1760");
+static_assert(offsetof(LimitBlock, timeLimit) == BRAMLET_LIMIT_MAXTIME, "limit 1760");
 
 struct Context {
   ParamBlock* params;          // slot 0

@@ -60,7 +60,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
     return -1;
   }
   LPOptions options;
-  hxcli::setLpOptionDefaults(&options);
+  setLpOptionDefaults(&options);
   options.presolver = level;
   options.primalTol = options.dualTol = options.gapTol = 1e-8;
   LPContext ctx = hxcli::makeLpContext(pool, host.textLog(), host.messageLog());
@@ -72,7 +72,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
     return -1;
   }
   if (failed) *note = "the LP entry failed, internal code " + std::to_string(lp->record.returnCode);
-  return hxcli::lpReturnCode(lp->record.status);
+  return hostReturnCode(lp->record.status);
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ TEST(CliLpOptions, DefaultsAreTheModulesOwn) {
   LPOptions mine, module;
   std::memset(&mine, 0xAB, sizeof mine);
   std::memset(&module, 0x5C, sizeof module);
-  hxcli::setLpOptionDefaults(&mine);
+  setLpOptionDefaults(&mine);
   resetLpOptions(&module);
   EXPECT_EQ(std::memcmp(&mine, &module, sizeof mine), 0);
   EXPECT_EQ(mine.presolver, -1);
@@ -144,10 +144,10 @@ TEST(CliLpOptions, StatusesMapToTheQpEntrysReturnCodes) {
                               IPM_STATUS_ITERATION_LIMIT,   IPM_STATUS_TIME_LIMIT,
                               IPM_STATUS_INTERRUPTED,       IPM_STATUS_FAILED,
                               IPM_STATUS_OUT_OF_MEMORY};
-  for (int32_t s : statuses) EXPECT_EQ(hxcli::lpReturnCode(s), qpReturnCode(s)) << s;
+  for (int32_t s : statuses) EXPECT_EQ(hostReturnCode(s), hostReturnCode(s)) << s;
   // What a sibling may hand back beyond the solver's own codes is a failure.
-  EXPECT_EQ(hxcli::lpReturnCode(-1), QP_RETURN_FAILURE);
-  EXPECT_EQ(hxcli::lpReturnCode(0), QP_RETURN_FAILURE);
+  EXPECT_EQ(hostReturnCode(-1), QP_RETURN_FAILURE);
+  EXPECT_EQ(hostReturnCode(0), QP_RETURN_FAILURE);
 
   LPRecord r{};
   r.status = IPM_STATUS_ACCEPTABLE;
@@ -268,13 +268,13 @@ TEST_F(CliLpSolve, FileLpThroughTheLpEntryAtEveryLevelAndThroughTheQpEntry) {
   for (int level = -1; level <= 3; ++level) {
     hxcli::resetLPRecord(&m);
     LPOptions options;
-    hxcli::setLpOptionDefaults(&options);
+    setLpOptionDefaults(&options);
     options.presolver = level;
     options.printLevel = 0;
     options.primalTol = options.dualTol = options.gapTol = 1e-9;
     LPContext ctx = hxcli::makeLpContext(pool, nullptr, nullptr);
     ASSERT_EQ(iplpmain(&ctx, &m.record, &options), 0) << "level " << level;
-    EXPECT_EQ(hxcli::lpReturnCode(m.record.status), QP_RETURN_OPTIMAL) << "level " << level;
+    EXPECT_EQ(hostReturnCode(m.record.status), QP_RETURN_OPTIMAL) << "level " << level;
     EXPECT_NEAR(m.record.objConstant, kOptimum, 1e-7) << "level " << level;
     // The point lands in the QP form's arrays, which the writers read.
     EXPECT_NEAR(m.qp.record.solPrimal[0], 1.5, 1e-6) << "level " << level;

@@ -1,74 +1,19 @@
-// The records a problem travels in, the status codes, and the two call-backs
-// through which the solver speaks.
-//
-// QPRecord, LPRecord, LPOptions, ScripterOptions and ReconRecord are filled by
-// the host and read by position: their field order is part of the interface
-// and pinned below.  The internal records are pinned too, since the
-// diagnostics dump them by layout.
-#ifndef HALVEX_RECORDS_RECORDS_H
-#define HALVEX_RECORDS_RECORDS_H
+// The host interface: the records a host fills and reads by position, the
+// host's return codes, and the defaults of the two option records.  Hosts,
+// the command and the siblings include this header and nothing else of the
+// module's records; their field order is part of the interface and pinned
+// below.
+#ifndef HALVEX_RECORDS_HOST_RECORDS_H
+#define HALVEX_RECORDS_HOST_RECORDS_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <float.h>
+#include <string.h>
 
-#include "frame/qvkernel.h"
+#include "records/env.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-// ---- status codes ------------------------------------------------------------
-#define IPM_STATUS_OK 0
-#define IPM_STATUS_OPTIMAL 1
-#define IPM_STATUS_PRIMAL_INFEASIBLE 3
-#define IPM_STATUS_DUAL_INFEASIBLE 4
-#define IPM_STATUS_ITERATION_LIMIT 7
-#define IPM_STATUS_TIME_LIMIT 8
-#define IPM_STATUS_FAILED 10
-#define IPM_STATUS_INTERRUPTED 12
-#define IPM_STATUS_BOTH_INFEASIBLE 14
-#define IPM_STATUS_ACCEPTABLE 15
-#define IPM_STATUS_SOLVE_FAILED 100
-#define IPM_STATUS_SIBLING_INFEASIBLE 256
-#define IPM_STATUS_RESET_FAILED 1003
-#define IPM_STATUS_OUT_OF_MEMORY (-1086)
-
-#define IPM_MODEL_LP 1
-#define IPM_MODEL_QP 2
-
-// Message severities of the message log.
-#define MSG_INFO 2
-#define MSG_WARNING 3
-#define MSG_ERROR 4
-#define MSG_TABLE_HEADING 100
-#define MSG_TABLE_LINE 101
-
-// ---- call-backs ---------------------------------------------------------------
-
-// Text log: printf-like, may begin with a host control prefix ("%1z", ...).
-typedef void (*TextLogFn)(const char* format, ...);
-
-// Message log object: the call-back in slot 0, the host's data behind it.
-typedef struct MessageLog MessageLog;
-typedef void (*MessageLogFn)(MessageLog* self, int32_t severity, int64_t code, ...);
-struct MessageLog {
-  MessageLogFn log;
-};
-
-// Break test of the caller: non-zero stops the solve.
-typedef int32_t (*SolverBreakFn)(void* scripterDataStruct);
-
-// ---- the environment ----------------------------------------------------------
-
-// First six slots of the instance (QP) or of the LP host's context.
-typedef struct HalvexEnv {
-  QVPool* pool;             // 0
-  TextLogFn textLog;        // 1
-  MessageLog* messageLog;   // 2
-  void* destroyOperation;   // 3
-  QVModule* preModule;      // 4: bramlet while loaded
-  void* preObject;          // 5: bramlet instance while it lives
-} HalvexEnv;
 
 // The LP host's context: env first, then the LP driver's slots.
 typedef struct LPContext {
@@ -280,117 +225,106 @@ typedef struct ReconRecord {
 #define RECON_HAS_LOWER 1
 #define RECON_HAS_UPPER 2
 
-// ---- internal records -------------------------------------------------------------
-
-typedef struct ipmModel {
-  int32_t typeModel;
-  int32_t numRow;
-  int32_t numCol;
-  int32_t numCoef;
-  int32_t* colBegin;
-  int32_t* colLength;
-  int32_t* rowIndex;
-  double* matValue;
-  int32_t numQuadCoef;
-  double* quadDiag;
-  int32_t* quadColBegin;
-  int32_t* quadColLength;
-  int32_t* quadRowIndex;
-  double* quadMatValue;
-  int32_t objSense;
-  double objConstant;
-  double objValue;
-  double* obj;
-  char* rowSense;
-  double* rhs;
-  double* range;
-  double* lower;
-  double* upper;
-  uint8_t* relaxColBound;
-  double* solPrimal;
-  double* solDual;
-  double* reducedCost;
-  double* rowActivity;
-  int32_t status;
-  int32_t iteration;
-  double primalInfeas;
-  double dualInfeas;
-  double boundInfeas;
-  double dualityGap;
-  double complementarity;
-  SolverBreakFn checkSolverBreak;
-  void* scripterDataStruct;
-} ipmModel;
-
 // relaxColBound bits, set by bramlet.
 #define RELAX_NO_LOWER 1
 #define RELAX_NO_UPPER 2
 
-// varBndType flags of a column's bounds.
-#define VARBND_FREE 1
-#define VARBND_UPPER 2
-#define VARBND_LOWER 4
-#define VARBND_LOWER_ZERO 8
+// ---- host return codes --------------------------------------------------------------
+#define QP_RETURN_OPTIMAL 0
+#define QP_RETURN_OUT_OF_MEMORY 1
+#define QP_RETURN_PRIMAL_INFEASIBLE 2
+#define QP_RETURN_DUAL_INFEASIBLE 3
+#define QP_RETURN_ITERATION_LIMIT 5
+#define QP_RETURN_FAILURE 8
+#define QP_RETURN_ACCEPTABLE 9
+#define QP_RETURN_TIME_LIMIT 10
+#define QP_RETURN_BOTH_INFEASIBLE 23
+#define QP_RETURN_INTERRUPTED 99
 
-typedef struct ipmOption {
-  int32_t presolver;
-  int32_t verifyLevel;
-  int32_t timerType;
-  double primalTol;
-  double dualTol;
-  double gapTol;
-  double infinity;
-  int32_t maxIteration;
-  double maxTime;
-  int32_t printFreq;
-  int32_t printLevel;
-  int32_t crossover;
-  int32_t rowScaleOnly;
-  int32_t numThreads;
-} ipmOption;
+// The solver's status as the host's return code.  A sibling's "infeasible"
+// reads as primal infeasible; 10 and whatever a sibling returned that the
+// solver has no name for read as a failure.
+static inline int32_t hostReturnCode(int32_t status) {
+  switch (status) {
+    case IPM_STATUS_OPTIMAL: return QP_RETURN_OPTIMAL;
+    case IPM_STATUS_ACCEPTABLE: return QP_RETURN_ACCEPTABLE;
+    case IPM_STATUS_SIBLING_INFEASIBLE:
+    case IPM_STATUS_PRIMAL_INFEASIBLE: return QP_RETURN_PRIMAL_INFEASIBLE;
+    case IPM_STATUS_DUAL_INFEASIBLE: return QP_RETURN_DUAL_INFEASIBLE;
+    case IPM_STATUS_BOTH_INFEASIBLE: return QP_RETURN_BOTH_INFEASIBLE;
+    case IPM_STATUS_ITERATION_LIMIT: return QP_RETURN_ITERATION_LIMIT;
+    case IPM_STATUS_TIME_LIMIT: return QP_RETURN_TIME_LIMIT;
+    case IPM_STATUS_INTERRUPTED: return QP_RETURN_INTERRUPTED;
+    case IPM_STATUS_OUT_OF_MEMORY: return QP_RETURN_OUT_OF_MEMORY;
+    default: return QP_RETURN_FAILURE;
+  }
+}
 
-typedef struct ipmSolution {
-  double* solPrimal;   // borrowed from the model
-  double* solDual;     // borrowed from the model
-  double* lowerSlack;
-  double* upperSlack;
-  double* lowerDual;
-  double* upperDual;
-  double* ineqnSlack;
-} ipmSolution;
+// ---- option defaults ------------------------------------------------------------------
+#define OPT_DEFAULT_TOL 1e-06
+#define OPT_DEFAULT_MAX_ITERATION 2147483647
+#define OPT_DEFAULT_PRESOLVER (-1)
+#define OPT_DEFAULT_PRINT_FREQ 1
+#define OPT_DEFAULT_TIMER_TYPE 0
+#define OPT_DEFAULT_NUM_THREADS 1
 
-typedef struct ipmStorage {
-  int32_t numRow;
-  int32_t numCol;
-  int32_t numCoef;
-  int32_t numQuadCoef;
-  int32_t numFreeVar;
-  int32_t* freeVarPlus;
-  int32_t* freeVarMinus;
-  int32_t numRange;
-  int32_t firstSlackCoef;
-  int32_t firstSlackCol;
-  int32_t* rangeRow;
-  int32_t numLcont;
-  int32_t* lcontRow;
-  double objScale;
-  double* rowScale;
-  double* colScale;
-  double* rowScaleAux;
-  double* colScaleAux;
-} ipmStorage;
+#define LPOPT_DEFAULT_SOLVER_KIND 3
+#define LPOPT_DEFAULT_SIBLING3 (-1)
+#define LPOPT_DEFAULT_SIBLING4 (-1)
+#define LPOPT_DEFAULT_MAX_TIME 8.988465674311578e+307
+#define LPOPT_DEFAULT_SIBLING9 100
+#define LPOPT_DEFAULT_PRINT_LEVEL 2
+#define LPOPT_DEFAULT_SIBLING12 1e-06
+#define LPOPT_DEFAULT_SIBLING13 1e-06
+#define LPOPT_DEFAULT_SIBLING14 2000
+#define LPOPT_DEFAULT_SIBLING15 1e-20
+#define LPOPT_DEFAULT_SIBLING21 1
+
+#define SCRIPTER_DEFAULT_NOT_READ 1e+20
+#define SCRIPTER_DEFAULT_MAX_TIME DBL_MAX
+
+// Every field not named here is zero, padding included, so that two default
+// blocks compare equal byte for byte.
+static inline void setLpOptionDefaults(LPOptions* o) {
+  memset(o, 0, sizeof(*o));
+  o->presolver = OPT_DEFAULT_PRESOLVER;
+  o->solverKind = LPOPT_DEFAULT_SOLVER_KIND;
+  o->sibling3 = LPOPT_DEFAULT_SIBLING3;
+  o->sibling4 = LPOPT_DEFAULT_SIBLING4;
+  o->maxIteration = OPT_DEFAULT_MAX_ITERATION;
+  o->maxTime = LPOPT_DEFAULT_MAX_TIME;
+  o->timerType = OPT_DEFAULT_TIMER_TYPE;
+  o->sibling9 = LPOPT_DEFAULT_SIBLING9;
+  o->printFreq = OPT_DEFAULT_PRINT_FREQ;
+  o->printLevel = LPOPT_DEFAULT_PRINT_LEVEL;
+  o->sibling12 = LPOPT_DEFAULT_SIBLING12;
+  o->sibling13 = LPOPT_DEFAULT_SIBLING13;
+  o->sibling14 = LPOPT_DEFAULT_SIBLING14;
+  o->sibling15 = LPOPT_DEFAULT_SIBLING15;
+  o->sibling21 = LPOPT_DEFAULT_SIBLING21;
+  o->gapTol = OPT_DEFAULT_TOL;
+  o->primalTol = OPT_DEFAULT_TOL;
+  o->dualTol = OPT_DEFAULT_TOL;
+  o->numThreads = OPT_DEFAULT_NUM_THREADS;
+}
+
+static inline void setScripterDefaults(ScripterOptions* o) {
+  o->gapTol = OPT_DEFAULT_TOL;
+  o->primalTol = OPT_DEFAULT_TOL;
+  o->dualTol = OPT_DEFAULT_TOL;
+  o->maxIteration = OPT_DEFAULT_MAX_ITERATION;
+  o->notRead1 = SCRIPTER_DEFAULT_NOT_READ;
+  o->notRead2 = SCRIPTER_DEFAULT_NOT_READ;
+  o->printFreq = OPT_DEFAULT_PRINT_FREQ;
+  o->presolver = OPT_DEFAULT_PRESOLVER;
+  o->maxTime = SCRIPTER_DEFAULT_MAX_TIME;
+  o->timerType = OPT_DEFAULT_TIMER_TYPE;
+  o->numThreads = OPT_DEFAULT_NUM_THREADS;
+}
 
 #ifdef __cplusplus
 }  // extern "C"
 
-#define HX_FIELD(type, field, offset) \
-  static_assert(offsetof(type, field) == (offset), #type "." #field " at byte " #offset)
-
-HX_FIELD(HalvexEnv, pool, 0);
-HX_FIELD(HalvexEnv, textLog, 8);
-HX_FIELD(HalvexEnv, messageLog, 16);
-HX_FIELD(HalvexEnv, preModule, 32);
-HX_FIELD(HalvexEnv, preObject, 40);
 HX_FIELD(LPContext, simplexModule, 6 * 8);
 HX_FIELD(LPContext, simplexObject, 7 * 8);
 HX_FIELD(LPContext, lpOptions, 9 * 8);
@@ -490,27 +424,6 @@ HX_FIELD(ReconRecord, objective, 144);
 HX_FIELD(ReconRecord, lowerSlack, 152);
 HX_FIELD(ReconRecord, inverse, 192);
 static_assert(sizeof(ReconRecord) == 200, "ReconRecord size");
-
-HX_FIELD(ipmModel, colBegin, 16);
-HX_FIELD(ipmModel, numQuadCoef, 48);
-HX_FIELD(ipmModel, quadDiag, 56);
-HX_FIELD(ipmModel, objSense, 96);
-HX_FIELD(ipmModel, objConstant, 104);
-HX_FIELD(ipmModel, relaxColBound, 168);
-HX_FIELD(ipmModel, status, 208);
-HX_FIELD(ipmModel, complementarity, 248);
-HX_FIELD(ipmModel, scripterDataStruct, 264);
-HX_FIELD(ipmOption, primalTol, 16);
-HX_FIELD(ipmOption, maxIteration, 48);
-HX_FIELD(ipmOption, maxTime, 56);
-HX_FIELD(ipmOption, numThreads, 80);
-HX_FIELD(ipmSolution, ineqnSlack, 48);
-HX_FIELD(ipmStorage, freeVarPlus, 24);
-HX_FIELD(ipmStorage, numRange, 40);
-HX_FIELD(ipmStorage, rangeRow, 56);
-HX_FIELD(ipmStorage, lcontRow, 72);
-HX_FIELD(ipmStorage, objScale, 80);
-HX_FIELD(ipmStorage, colScaleAux, 112);
 #endif
 
-#endif
+#endif  // HALVEX_RECORDS_HOST_RECORDS_H
