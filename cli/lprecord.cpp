@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "records/qpdriver.h"
 
 namespace hxcli {
 

@@ -1,29 +1,8 @@
-// The one door from the iteration to the factorisation.  The LA_ library
-// speaks its own status codes; here they become the solver's, so that no
-// caller above has to know them.
+#include "ipm/bridge.h"
+
 #include "frame/qv.h"
-#include "ipm/ipm.h"
+#include "la/la.h"
 #include "verify/verify.h"
-
-LdlNumericOverride* ldlNumericOverride = nullptr;
-
-namespace {
-
-int32_t laFactor(int32_t n, const int32_t* begin, const int32_t* index, const double* value,
-                 LAEnv* laEnv, LASymbolic* factor, LANumeric* memory) {
-  if (ldlNumericOverride)
-    return ldlNumericOverride->factor(0, n, begin, index, value, laEnv, factor, memory);
-  return LA_FactorMatrixLDL(0, n, begin, index, value, laEnv, factor, memory);
-}
-
-int32_t laSolve(const int32_t* begin, const int32_t* index, const double* value, double* x,
-                LAEnv* laEnv, LASymbolic* factor, LANumeric* memory) {
-  if (ldlNumericOverride)
-    return ldlNumericOverride->solve(0, begin, index, value, x, laEnv, factor, memory);
-  return LA_SolveMatrixLDL(0, begin, index, value, x, laEnv, factor, memory);
-}
-
-}  // namespace
 
 int32_t laSetup(HalvexEnv* env, QVPool* pool, LAEnv** laEnv, int32_t numLeadingRows,
                 int32_t numThreads) {
@@ -60,7 +39,7 @@ int32_t ldlAnalyze(HalvexEnv* /*env*/, int32_t numDim, const int32_t* begin, con
 int32_t ldlFactorize(HalvexEnv* /*env*/, int32_t numDim, const int32_t* begin, const int32_t* index,
                      const double* value, LAEnv* laEnv, LASymbolic* factor, LANumeric* memory) {
   if (!laEnv || !factor || !memory) return IPM_STATUS_FAILED;
-  int32_t status = laFactor(numDim, begin, index, value, laEnv, factor, memory);
+  int32_t status = bridgeFactorNumeric(numDim, begin, index, value, laEnv, factor, memory);
   if (status == LA_OK) return 0;
   return status == LA_ERR_MEMORY ? IPM_STATUS_OUT_OF_MEMORY : IPM_STATUS_FAILED;
 }
@@ -74,7 +53,7 @@ int32_t ldlSolve(HalvexEnv* env, int32_t verifyLevel, int32_t numDim, int32_t /*
     VerifySymMatrix(env, numDim, begin, index, value, verifyLevel);
     VerifyVector(env, numDim, vector, verifyLevel);
   }
-  int32_t status = laSolve(begin, index, value, vector, laEnv, factor, memory);
+  int32_t status = bridgeSolveNumeric(begin, index, value, vector, laEnv, factor, memory);
   // Refinement that stopped short still leaves its best point in place,
   // which is as good as the step can get.
   if (status == LA_OK || status == LA_REFINE_CONVERGED || status == LA_REFINE_STOPPED) return 0;
@@ -98,7 +77,7 @@ int32_t solveEquationLDL(HalvexEnv* env, int32_t verifyLevel, int32_t /*mode*/, 
       VerifySymMatrix(env, numDim, begin, index, value, verifyLevel);
       VerifyVector(env, numDim, vector, verifyLevel);
     }
-    int32_t laStatus = laSolve(begin, index, value, vector, laEnv, factor, memory);
+    int32_t laStatus = bridgeSolveNumeric(begin, index, value, vector, laEnv, factor, memory);
     if (laStatus == LA_ERR_MEMORY)
       status = IPM_STATUS_OUT_OF_MEMORY;
     else if (laStatus != LA_OK && laStatus != LA_REFINE_CONVERGED && laStatus != LA_REFINE_STOPPED)

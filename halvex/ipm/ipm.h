@@ -7,12 +7,16 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "la/la.h"
 #include "records/model_records.h"
+#include "ipm/bridge.h"
 #include "util/timer.h"
 
 typedef struct subModel subModel;
 typedef struct presolver presolver;
+// The factorisation's handles, opaque here: only the bridge opens them.
+typedef struct LAEnv LAEnv;
+typedef struct LASymbolic LASymbolic;
+typedef struct LANumeric LANumeric;
 
 // Loop states.
 #define IPM_CONTROL_RUN 0
@@ -182,35 +186,6 @@ void createAugmentMatrixPartial(Ipm* ipm, int32_t* outBegin, int32_t* outIndex,
                                 const int32_t* colMap, int32_t numMappedCol,
                                 const int32_t* rowMap, int32_t numMappedRow);
 void computeAugmentDiag(Ipm* ipm);
-
-// The bridge to the factorisation: LA_ codes turned into solver codes.
-int32_t laSetup(HalvexEnv* env, QVPool* pool, LAEnv** laEnv, int32_t numLeadingRows,
-                int32_t numThreads);
-int32_t ldlAnalyze(HalvexEnv* env, int32_t numDim, const int32_t* begin, const int32_t* index,
-                   const double* value, LAEnv* laEnv, LASymbolic** factor,
-                   LANumeric** memory);
-int32_t ldlFactorize(HalvexEnv* env, int32_t numDim, const int32_t* begin,
-                     const int32_t* index, const double* value, LAEnv* laEnv,
-                     LASymbolic* factor, LANumeric* memory);
-int32_t ldlSolve(HalvexEnv* env, int32_t verifyLevel, int32_t numDim, int32_t control,
-                 const int32_t* begin, const int32_t* index, const double* value,
-                 double* vector, LAEnv* laEnv, LASymbolic* factor, LANumeric* memory);
-int32_t solveEquationLDL(HalvexEnv* env, int32_t verifyLevel, int32_t mode, int32_t numDim,
-                         int32_t numLeadingRows, int32_t numThreads, const int32_t* begin,
-                         const int32_t* index, const double* value, double* vector,
-                         QVPool* pool);
-// A replacement numeric phase, for tests that must make the factorisation or
-// a solve fail on purpose; null in every production run.
-typedef struct LdlNumericOverride {
-  int32_t (*factor)(int32_t mode, int32_t n, const int32_t* begin, const int32_t* index,
-                    const double* value, LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
-  int32_t (*solve)(int32_t mode, const int32_t* begin, const int32_t* index, const double* value,
-                   double* x, LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
-} LdlNumericOverride;
-extern LdlNumericOverride* ldlNumericOverride;
-
-void ldlCleanUp(LAEnv* laEnv, LASymbolic** factor, LANumeric** memory);
-void ldlCleanUpAll(LAEnv** laEnv, LASymbolic** factor, LANumeric** memory);
 
 // ---- measures ----------------------------------------------------------------------
 void computeMeasurement(Ipm* ipm);

@@ -13,6 +13,7 @@
 
 #include "ipm/ipm.h"
 #include "records/model.h"
+#include "frame/qv.h"
 #include "support/support.h"
 
 namespace ipmtest {

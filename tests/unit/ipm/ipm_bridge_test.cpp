@@ -2,6 +2,7 @@
 // solve.
 #include <gtest/gtest.h>
 
+#include "support/bridge_seam.h"
 #include "support/ipm_support.h"
 
 using namespace ipmtest;

@@ -5,6 +5,7 @@
 
 #include "ipm/ipm.h"
 #include "ipm/directsolve.h"
+#include "support/bridge_seam.h"
 #include "support/ipm_support.h"
 #include "support/presolve_support.h"
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "cli/mps.h"
+#include "frame/qv.h"
 #include "support/ipm_support.h"
 
 using namespace ipmtest;

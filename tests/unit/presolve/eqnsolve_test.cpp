@@ -12,6 +12,7 @@
 #include "frame/qv.h"
 #include "ipm/ipm.h"
 #include "presolve/eqnsolve.h"
+#include "support/bridge_seam.h"
 #include "support/support.h"
 
 namespace {
