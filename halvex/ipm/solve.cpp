@@ -6,22 +6,6 @@
 #include "presolve/presolver.h"
 #include "verify/verify.h"
 
-int32_t getSolutionStatus(double primalTol, double dualTol, double gapTol, double complTol,
-                          double primalInfeas, double boundInfeas, double dualInfeas,
-                          double dualityGap, double complementarity) {
-  const bool primalMet = primalInfeas <= primalTol && boundInfeas <= primalTol;
-  const bool dualMet = dualInfeas <= dualTol;
-  if (primalMet && dualMet && dualityGap <= gapTol && complementarity <= complTol)
-    return IPM_STATUS_OPTIMAL;
-  if (primalMet && dualMet &&
-      (dualityGap < gapTol || complementarity < complTol ||
-       (dualityGap < 100.0 * gapTol && complementarity < 100.0 * complTol)))
-    return IPM_STATUS_ACCEPTABLE;
-  if (!primalMet) return dualMet ? IPM_STATUS_PRIMAL_INFEASIBLE : IPM_STATUS_BOTH_INFEASIBLE;
-  if (!dualMet) return IPM_STATUS_DUAL_INFEASIBLE;
-  return IPM_STATUS_FAILED;
-}
-
 namespace {
 
 bool isFeasible(const Ipm* ipm) {

@@ -5,7 +5,7 @@
 #include "ipm/submodel.h"
 
 #include "frame/qv.h"
-#include "ipm/scale.h"
+#include "ipm/histogram.h"
 #include "presolve/presolver.h"
 #include "util/sparse.h"
 

@@ -7,6 +7,7 @@
 
 #include "frame/qv.h"
 #include "presolve/presolver.h"
+#include "verify/verify_presolve.h"
 
 #define PRE_TEXT(env, ...)                                         \
   do {                                                             \
@@ -35,6 +36,19 @@ inline double rangeOf(const ipmModel* model, int32_t row) {
 }
 
 inline bool isQP(const ipmModel* model) { return model->typeModel == IPM_MODEL_QP; }
+
+// The row-wise copy against the column-wise model, at levels that ask for it.
+inline int32_t verifyRowMatrix(HalvexEnv* env, int32_t level, int32_t numRow, int32_t numCol,
+                        int32_t numCoef, const int32_t* colSkip, const int32_t* rowSkip,
+                        const int32_t* colBegin, const int32_t* colLength,
+                        const int32_t* rowIndex, const double* matValue,
+                        const int32_t* rowBegin, const int32_t* rowLength,
+                        const int32_t* colIndex, const double* rowMatValue) {
+  if (level == 0) return 0;
+  return ipmVerifyRowMatrix(env, level, numRow, numCol, numCoef, colSkip, rowSkip, colBegin,
+                            colLength, rowIndex, matValue, rowBegin, rowLength, colIndex,
+                            rowMatValue);
+}
 
 }  // namespace presolve
 

@@ -110,14 +110,7 @@ typedef struct presolveRow {
   int32_t infPos;  // position in the row-wise copy of the last infinite one
 } presolveRow;
 
-// ---- record and pass loop ------------------------------------------------------
-int32_t ipmPresolve(HalvexEnv* env, ipmModel** model, ipmOption* option, presolver* pre,
-                    ipmStorage* storage, ipmSolution** outerSolution,
-                    ipmSolution** innerSolution);
-int32_t ipmPresolveDisabled(HalvexEnv* env, ipmModel* model, ipmOption* option, presolver* pre,
-                            ipmStorage* storage, ipmSolution** outerSolution,
-                            ipmSolution** innerSolution);
-int32_t ipmPreLoop(HalvexEnv* env, ipmModel* model, ipmOption* option, presolver* pre);
+// ---- record ------------------------------------------------------
 int32_t CreatePresolver(HalvexEnv* env, ipmModel* model, ipmOption* option, presolver* pre);
 void FreePresolver(HalvexEnv* env, presolver* pre);
 void DestroyPresolver(HalvexEnv* env, ipmModel* model, presolver* pre);

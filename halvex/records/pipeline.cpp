@@ -4,7 +4,7 @@
 #include "ipm/ipm.h"
 #include "ipm/scale.h"
 #include "ipm/shift.h"
-#include "presolve/presolver.h"
+#include "presolve/stage.h"
 #include "records/lpdriver.h"
 #include "records/model.h"
 #include "verify/verify_io.h"
@@ -65,8 +65,8 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
     rc = ipmPresolveDisabled(env, m, option, pre, storage, &outerSolution, &innerSolution);
   else
     rc = ipmPresolve(env, &m, option, pre, storage, &outerSolution, &innerSolution);
-  if (pre->preRoute == 1) goto report;
-  if (pre->preRoute == 2) {
+  if (pre->preRoute == PREROUTE_SOLVED) goto report;
+  if (pre->preRoute == PREROUTE_KNOWN) {
     m->status = IPM_STATUS_OPTIMAL;
     solvedByPresolve = true;
   } else if (rc != 0) {
@@ -87,7 +87,7 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
       goto report;
     }
     // The point reached is unscaled and reported whatever the loop's status.
-    ipmSolve(env, m, option, pre, storage, innerSolution, timer, 11);
+    ipmSolve(env, m, option, pre, storage, innerSolution, timer, IPM_CONTROL_FIRST_LEG);
     removeSlack(env, m, storage, innerSolution);
     if ((rc = ipmUnscale(env, m, option, storage, innerSolution)) != 0) {
       m->status = rc;
@@ -108,7 +108,7 @@ int32_t iplpSolve(HalvexEnv* env, ipmModel* model, ipmOption* option, IPM_timer*
         (rc = VerifyModelBound(env, level, m, option, outerSolution)) != 0 ||
         (rc = VerifyModelDual(env, level, m, option, outerSolution)) != 0 ||
         (rc = VerifyOutput(env, level, m, option, outerSolution)) != 0 ||
-        (pre->preRoute != 1 &&
+        (pre->preRoute != PREROUTE_SOLVED &&
          (rc = VerifyShiftBound(env, level, m, option, pre, outerSolution)) != 0))
       m->status = rc;
   }

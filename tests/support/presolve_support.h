@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "frame/qv.h"
-#include "presolve/presolver.h"
+#include "presolve/stage.h"
 #include "records/model.h"
 #include "support/support.h"
 

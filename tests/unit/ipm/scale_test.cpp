@@ -8,6 +8,7 @@
 
 #include "frame/qv.h"
 #include "ipm/scale.h"
+#include "verify/verify_distribution.h"
 #include "records/model.h"
 #include "support/support.h"
 

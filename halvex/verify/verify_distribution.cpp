@@ -1,9 +1,11 @@
 // Checks of the magnitude histogram against the exact answer from a sorted
 // copy of the data.  They wake at level 5 and cost one compare below it.
+#include "verify/verify_distribution.h"
+
 #include <math.h>
 
 #include "frame/qv.h"
-#include "ipm/scale.h"
+#include "ipm/histogram.h"
 
 namespace {
 
