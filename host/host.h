@@ -77,8 +77,8 @@ class Host {
   // ... or every allocation after the next k.
   void failAllocationsAfter(int64_t k);
   void clearFailures();
-  // Frees of foreign blocks and calls on destroyed pools seen so far; each
-  // is also reported on stderr.
+  // Frees of foreign blocks, calls on destroyed pools and message codes
+  // that are not sign-extended, seen so far; each is also reported on stderr.
   int64_t poolMisuse() const;
 
   // Module registry for loadModule; "chronis" is there from the start.  A

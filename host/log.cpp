@@ -50,6 +50,18 @@ const char* stripControl(const char* format, int* kind) {
 void messageEntry(MessageLog* self, int32_t severity, int64_t code, ...) {
   if (!self) return;
   HostImpl* h = reinterpret_cast<HostMessageLog*>(self)->host;
+  // Codes are 32-bit values sign-extended to 64 bits.  A host that looks
+  // codes up by all 64 bits finds nothing for a code that came zero-extended.
+  if (code != (int64_t)(int32_t)code) {
+    char text[96];
+    std::snprintf(text, sizeof text, "message code 0x%016llx is not sign-extended",
+                  (unsigned long long)code);
+    {
+      std::lock_guard<std::mutex> g(h->poolMu);
+      h->misuse++;
+    }
+    h->report(text);
+  }
   const char* signature = messageSignature(code);
   int64_t ints[16];
   double reals[16];

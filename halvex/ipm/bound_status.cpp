@@ -65,9 +65,11 @@ int32_t getRelaxBoundStatus(HalvexEnv* env, ipmModel* model, ipmOption* option, 
       any = true;
     }
   }
-  if (any)
+  if (any) {
     model->relaxColBound = flags;
-  else
+    // A reduced model owns its flags and frees them with itself.
+    if (pre->preControl == PRECONTROL_BOUND) pre->relaxMade = flags;
+  } else
     poolFree(env->pool, flags);
   return 0;
 }

@@ -325,7 +325,10 @@ int32_t ipmPostsolve(HalvexEnv* env, ipmModel** modelRef, ipmOption* option, pre
       }
       adjustBound(env, m, pre);
       // The flags were made by the presolve for these bounds alone.
-      poolRelease(env->pool, m->relaxColBound);
+      if (pre->relaxMade && m->relaxColBound == pre->relaxMade) {
+        poolRelease(env->pool, m->relaxColBound);
+        pre->relaxMade = nullptr;
+      }
       if (!worthEvaluating(m->status)) return 0;
       evaluateSolution(env, m);
       if ((status = adjustDualOutput(env, m, option, pre, outer)) != 0) return status;

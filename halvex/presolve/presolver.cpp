@@ -164,8 +164,11 @@ void DestroyPresolver(HalvexEnv* env, ipmModel* model, presolver* pre) {
   // With bounds-only presolve the relaxation flags were made on the caller's
   // model.  The postsolve drops them; when a stage failed before it, this is
   // the last chance.
-  if (pre->preControl == PRECONTROL_BOUND && model && !pre->inModel)
+  if (pre->preControl == PRECONTROL_BOUND && model && !pre->inModel && pre->relaxMade &&
+      model->relaxColBound == pre->relaxMade) {
     poolRelease(pool, model->relaxColBound);
+    pre->relaxMade = nullptr;
+  }
   poolRelease(pool, pre->rowBegin);
   poolRelease(pool, pre->rowLength);
   poolRelease(pool, pre->colIndex);

@@ -92,6 +92,9 @@ typedef struct presolver {
   int32_t changed;
   int32_t numPass;
   int32_t maxPass;
+  // The relaxation flags this presolver made, which it alone frees; flags a
+  // sibling handed in stay the sibling's.
+  uint8_t* relaxMade;
 } presolver;
 
 static_assert(offsetof(presolver, inModel) == 32, "presolver.inModel");

@@ -18,7 +18,7 @@ void iplpReportStatus(double objValue, HalvexEnv* env, int32_t status, ipmOption
   MessageLog* log = env->messageLog;
   if (!log) return;
   int32_t severity = MSG_INFO;
-  int64_t code;
+  uint32_t code;
   bool withObjective = false;
   switch (status) {
     case IPM_STATUS_OPTIMAL: code = 0x827FD001; withObjective = true; break;
@@ -37,7 +37,7 @@ void iplpReportStatus(double objValue, HalvexEnv* env, int32_t status, ipmOption
     case IPM_STATUS_FAILED: code = 0x827FD00D; break;
     default: code = 0x827FD011; break;
   }
-  log->log(log, severity, code);
+  log->log(log, severity, (int64_t)(int32_t)code);
   if (withObjective) log->log(log, MSG_INFO, (int64_t)(int32_t)0x827FD002, objValue);
 }
 

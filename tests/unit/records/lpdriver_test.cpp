@@ -29,6 +29,8 @@ struct RecordingLog {
   int presolverValue = 0;
   static void log(MessageLog* self, int32_t severity, int64_t code, ...) {
     RecordingLog* r = reinterpret_cast<RecordingLog*>(self);
+    // Hosts look codes up by all 64 bits: every code comes sign-extended.
+    EXPECT_EQ(code, (int64_t)(int32_t)code) << std::hex << "code 0x" << code;
     r->codes.push_back(code & 0xFFFFFFFF);
     r->severities.push_back(severity);
     if ((code & 0xFFFFFFFF) == 0x827FD80D) {
