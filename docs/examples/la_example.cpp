@@ -8,7 +8,9 @@
 // grid and A has one row per grid row, so the matrix is quasi-definite: the
 // factor must report k*k positive and k negative pivots.
 //
-// Everything below main() is written as a C caller would write it.  Only
+// A last part factors a small dense block with the dense LDL' calls.
+//
+// Everything but main() is written as a C caller would write it.  Only
 // main() uses the reference host, which is C++, to make the memory pool.
 #include <math.h>
 #include <stdio.h>
@@ -193,13 +195,53 @@ done:
   return failed;
 }
 
+// The dense LDL' on its own: one indefinite block of order 5 that starts
+// with [0 1; 1 0], so that the first pivot must be a 2x2 one, solved for one
+// right-hand side and for two.  Returns 0 when both solves are right.
+static int runDenseExample(void) {
+  enum { M = 5 };
+  double A[M * M], F[M * M], W[M * M], x[M], B[M * 2], b[M];
+  double* bufA = (double*)malloc(sizeof(double) * 96 * 96);
+  double* bufB = (double*)malloc(sizeof(double) * 96 * 96);
+  int32_t pivots[M];
+  int32_t perturbed = 0;  // the factor adds to it
+  for (int32_t j = 0; j < M; j++)
+    for (int32_t i = 0; i < M; i++)
+      A[i + j * M] = i == j ? (i < 2 ? 0.0 : 2.0 + i)
+                     : i + j == 1 ? 1.0 : 0.5 / (1.0 + i + j);
+  memcpy(F, A, sizeof(A));
+  LA_DenseLDLFactorize(1.0536712127723509e-08, M, M, F, M, pivots, W, &perturbed, bufA, bufB);
+  free(bufA);
+  free(bufB);
+
+  for (int32_t i = 0; i < M; i++) x[i] = b[i] = 1.0 + i;
+  LA_DenseLDLSolveOne(M, F, M, pivots, x);
+  for (int32_t c = 0; c < 2; c++)
+    for (int32_t i = 0; i < M; i++) B[i + c * M] = c == 0 ? b[i] : -b[i];
+  LA_DenseLDLSolveMany(M, 2, F, M, pivots, B, M);
+
+  double worst = 0.0;
+  for (int32_t i = 0; i < M; i++) {
+    double one = -b[i], many0 = -b[i], many1 = b[i];
+    for (int32_t k = 0; k < M; k++) {
+      one += A[i + k * M] * x[k];
+      many0 += A[i + k * M] * B[k];
+      many1 += A[i + k * M] * B[k + M];
+    }
+    worst = fmax(worst, fmax(fabs(one), fmax(fabs(many0), fabs(many1))));
+  }
+  printf("dense: pivots %d %d %d %d %d, %d replaced, largest residual %.2e\n", pivots[0],
+         pivots[1], pivots[2], pivots[3], pivots[4], perturbed, worst);
+  return pivots[0] < 0 && perturbed == 0 && worst <= 1e-13 ? 0 : 1;
+}
+
 int main() {
   hxhost::Host host;
   host.silence(true);
   qvextent(host.kernel());
   QVPool* pool = host.createPool("la-example");
   if (!pool) return 1;
-  int failed = runExample(pool);
+  int failed = runExample(pool) | runDenseExample();
   // Every block that the library took must be back in the pool.
   int64_t live = host.poolStats(pool).liveBlocks;
   if (live != 0) {
