@@ -46,8 +46,9 @@ HALVEX_EXPORT void LA_DenseLDLSolveOne_Lt(int32_t n, const double* F, int32_t ld
 HALVEX_EXPORT void LA_DenseLDLSolveMany(int32_t n, int32_t nrhs, const double* F, int32_t ldf,
                                         const int32_t* pivots, double* B, int32_t ldb);
 // ||A x - b||_inf / (||b||_inf + ||A||_1 ||x||_inf), 0.0 for b = 0; A x - b
-// goes to residual.  A is stored with both triangles.
-//   n         [in]  order; 0.0 for n <= 0 or a null array
+// goes to residual.  A is stored with both triangles.  Also 0.0 for n <= 0
+// or a null colBegin, x, rhs or residual.
+//   n         [in]  order
 //   colBegin  [in]  n+1 column starts
 //   rowIndex  [in]  colBegin[n] rows
 //   value     [in]  colBegin[n] values
