@@ -147,23 +147,89 @@ typedef struct LANumeric LANumeric;
 // Matrices come as bare arrays: colBegin (n+1), rowIndex, value, 0-based,
 // symmetric with both triangles stored; diagonal entries optional.
 
+// A new environment with every parameter at its default; null on failure.
+//   pool    [in]  every block of the library comes from it; kept in env->pool
+//   owner   [in]  kept in env->owner, never read
+//   status  [out] LA_OK, LA_ERR_MEMORY, or LA_ERR_BAD_PARAM for a null pool;
+//                 may be null
 HALVEX_EXPORT LAEnv* LA_CreateLAEnv(QVPool* pool, void* owner, int32_t* status);
+// Gives the environment back to its own pool.  Last: the clean-up of the
+// plan needs the pool that env holds.
+//   env     [in,out] address of the environment; set to null, null passed over
 HALVEX_EXPORT void LA_FreeLAEnv(LAEnv** env);
+// LA_OK, or LA_ERR_BAD_PARAM for a bad id or value (the field then keeps
+// its value).  The result ids 10, 11, 12, 20 and the floating id 19 are
+// accepted and change nothing.
+//   env     [in,out] the parameter table
+//   id      [in]  LA_PARAM_MIN_ID to LA_PARAM_MAX_ID
+//   value   [in]  within the limits of the id
 HALVEX_EXPORT int32_t LA_SetIntParam(LAEnv* env, int32_t id, int32_t value);
+// LA_OK, or LA_ERR_BAD_PARAM for a bad id or a null env or value.
+//   env     [in]  the parameter table
+//   id      [in]  LA_PARAM_MIN_ID to LA_PARAM_MAX_ID; ids 12, 19, 20 read 0
+//   value   [out] one int32_t
 HALVEX_EXPORT int32_t LA_GetIntParam(LAEnv* env, int32_t id, int32_t* value);
+// The value comes before the id.  Only id 19 (refineTol) is stored; every
+// other id in range is accepted and changes nothing.
+//   env     [in,out] the parameter table
+//   value   [in]  0.0 or more for id 19
+//   id      [in]  LA_PARAM_MIN_ID to LA_PARAM_MAX_ID
 HALVEX_EXPORT int32_t LA_SetDblParam(LAEnv* env, double value, int32_t id);
+// LA_OK, or LA_ERR_BAD_PARAM for a bad id or a null env or value.
+//   env     [in]  the parameter table
+//   id      [in]  12, 19 or 20; any other id in range reads 0.0
+//   value   [out] one double
 HALVEX_EXPORT int32_t LA_GetDblParam(LAEnv* env, int32_t id, double* value);
 
+// Ordering and symbolic factorisation of one pattern.  Nothing of the
+// caller's is kept.  The records exist as soon as they are made, so a failed
+// analysis needs LA_CleanUpLDL as much as a good one.
+//   n         [in]  order, 0 or more
+//   colBegin  [in]  n+1 column starts, from 0, non-decreasing
+//   rowIndex  [in]  colBegin[n] rows, each 0 to n-1
+//   value     [in]  colBegin[n] values; read only for a static permutation
+//                   (ids 3, 4), may be null otherwise
+//   env       [in]  pool; ids 0 to 5, 7 and 8
+//   symbolic  [out] the plan; null first, then the record once made
+//   numeric   [out] the numeric record; likewise
 HALVEX_EXPORT int32_t LA_AnalyzeMatrixLDL(int32_t n, const int32_t* colBegin,
                                           const int32_t* rowIndex, const double* value,
                                           LAEnv* env, LASymbolic** symbolic,
                                           LANumeric** numeric);
+// P A P' = L D L' for new values on the analysed pattern.  Nothing of the
+// caller's is kept: the lower triangle is copied.
+//   mode      [in]  0: the matrix in the caller's order; 1: already in the
+//                   order of the analysis
+//   n         [in]  the order analysed
+//   colBegin  [in]  n+1 column starts of the analysed pattern
+//   rowIndex  [in]  colBegin[n] rows
+//   value     [in]  colBegin[n] values; repeated positions add up
+//   env       [in,out] pool; id 9; results 10, 11, 12 when id 9 is 1
+//   symbolic  [in,out] the plan; factor and pivots overwritten
+//   numeric   [in,out] its copy of the lower triangle overwritten
 HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t* colBegin,
                                          const int32_t* rowIndex, const double* value,
                                          LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
+// x := A^-1 x with the last factor, refined as env asks.  Success is LA_OK,
+// LA_REFINE_CONVERGED or LA_REFINE_STOPPED.
+//   mode      [in]  as for the factor: the order of x and of the matrix
+//   colBegin  [in]  n+1 column starts of the factored matrix
+//   rowIndex  [in]  colBegin[n] rows
+//   value     [in]  colBegin[n] values; the three are read by refinement
+//                   only, and may be null when maxRefine is 0 and no pivot
+//                   was replaced
+//   x         [in,out] n: right-hand side in, solution out
+//   env       [in,out] pool; ids 14 to 19; result 20 after FGMRES
+//   symbolic  [in]  the factor, unchanged; its work area is scratch
+//   numeric   [workspace] 3n doubles of its scratch
 HALVEX_EXPORT int32_t LA_SolveMatrixLDL(int32_t mode, const int32_t* colBegin,
                                         const int32_t* rowIndex, const double* value, double* x,
                                         LAEnv* env, LASymbolic* symbolic, LANumeric* numeric);
+// Gives the plan and everything on it back to the pool.  The caller's
+// pointers are left as they were: clear them.
+//   env       [in]  the environment of the analysis (its pool)
+//   symbolic  [in]  address of the plan; null or a null plan passed over
+//   numeric   [in]  address of the numeric record; likewise
 HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric);
 
 #endif

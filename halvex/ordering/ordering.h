@@ -86,10 +86,33 @@ struct OrderingControl {
 
 // Orders the graph (adjBegin, adjIndex) of n vertices: both directions of
 // every edge, no diagonal, no repeats; anything else is refused with 2.
-// adjBegin and adjIndex are consumed; adjIndex must hold adjCapacity
-// entries, at least adjBegin[n] + n on the minimum-degree routes.  workspace
-// holds at least 7n+1 ints.  numDense is written on the nested dissection
-// path only.
+// Returns ORDERING_OK, ORDERING_NOMEM or ORDERING_SIZE; a stalled
+// coarsening falls back to minimum fill inside.  Nothing is kept.
+//   env             [in]  only its pool, the first field, is used
+//   numVertex       [in]  n, 0 or more
+//   adjBegin        [in,out] n+1 list starts; consumed: the copy of a graph
+//                   that is still needed is the caller's to make
+//   adjIndex        [in,out] adjCapacity entries, the first adjBegin[n] the
+//                   neighbours; consumed
+//   adjCapacity     [in]  at least adjBegin[n], and adjBegin[n] + n on the
+//                   minimum-degree routes, which use the rest as elbow room
+//   orderClass      [in]  steers the automatic choice, dense rule and score
+//   inputWeights    [in]  n pivot markers (-2 single, -1 pair; weight is the
+//                   marker + 3) or null; read on the nested dissection path
+//   denseRule       [in]  1 from the LDL analysis, 0 from Cholesky
+//   perm            [out] n: position to vertex
+//   invPerm         [out] n: vertex to position
+//   numDense        [out] vertices set aside as dense; written on the nested
+//                   dissection path only, may be null
+//   methodInOut     [in,out] ORDER_AUTO, _MINDEG or _MINFILL, anything else
+//                   meaning _NESTED; out the method used, _NATURAL included
+//   separatorsLast  [in]  1 moves all separators behind the leaves
+//   blockMode       [in]  1: nested dissection labels instead of ordering
+//   blockLabel      [out] n labels in blockMode; unused otherwise
+//   seed            [in]  0 means 4321
+//   workspace       [workspace] 7n+1 ints
+//   balanceRatio    [in]  0.0 means by the average degree
+//   denseFactor     [in]  -1.0 means 50.0
 int32_t OrderGraph(LAEnv* env, int32_t numVertex, int32_t* adjBegin, int32_t* adjIndex,
                    int32_t adjCapacity, int32_t orderClass, const int32_t* inputWeights,
                    int32_t denseRule, int32_t* perm, int32_t* invPerm, int32_t* numDense,
