@@ -8,6 +8,7 @@
 #include "ipm/init_internal.h"
 #include "ipm/submodel.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 using namespace ipmtest;
 
@@ -25,93 +26,32 @@ Problem mixedModel(bool quad) {
   return p;
 }
 
-class IpmParts : public HostTest {
+class IpmParts : public IpmFixture {
  protected:
-  ~IpmParts() override { release(); }
-
-  // Slacks added, Ipm made and analysed, a point with every slack and dual
-  // positive and residuals in all parts.
+  // A point with every slack and dual positive and residuals in all parts.
   void setUp(Problem model) {
-    owned.reset(new Problem(std::move(model)));
-    owned->link();
-    Problem& p = *owned;
-    problem = &p;
-    ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
-    ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
-              0);
-    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
-    ASSERT_NE(ipm, nullptr);
-    ipmGetOption(ipm, &p.option);
-    ipmSetParam(ipm, &p.option);
-    ASSERT_EQ(CreateIpm(ipm), 0);
-    AssignIpm(ipm, &p.model, solution);
-    AnalyzeIpm(ipm);
+    IpmFixture::setUp(std::move(model));
     for (int32_t j = 0; j < ipm->numCol; j++) {
       ipm->solPrimal[j] = 0.3 + 0.1 * j;
-      if (ipm->varBndType[j] & VARBND_UPPER) {
+      if (hasUpper(j)) {
         ipm->upperSlack[j] = 0.7 + 0.05 * j;
         ipm->upperDual[j] = 1.1 - 0.1 * j;
       }
-      if (ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO)) {
+      if (hasLower(j)) {
         ipm->lowerSlack[j] = 0.4 + 0.2 * j;
         ipm->lowerDual[j] = 0.9 + 0.03 * j;
       }
     }
     for (int32_t i = 0; i < ipm->numRow; i++) {
       ipm->solDual[i] = 0.5 + 0.25 * i;
-      ipm->ineqnSlack[i] = ipm->rowSense[i] == 'G' ? 1.5 - 0.2 * i : 0.0;
+      ipm->ineqnSlack[i] = isG(i) ? 1.5 - 0.2 * i : 0.0;
     }
   }
-
-  void release() {
-    if (ipm) {
-      FreeIpm(ipm);
-      poolFree(pool, ipm);
-      ipm = nullptr;
-    }
-    FreeSolution(&env, solution);
-    solution = nullptr;
-    if (problem) {
-      if (problem->storage.rangeRow) poolFree(pool, problem->storage.rangeRow);
-      if (problem->storage.lcontRow) poolFree(pool, problem->storage.lcontRow);
-      problem->storage.rangeRow = problem->storage.lcontRow = nullptr;
-      problem = nullptr;
-    }
+  Vec times(const Dense& m, const double* v) const {
+    return hxtest::multiply(m, Vec(v, v + m[0].size()));
   }
-
-  bool hasLower(int32_t j) const { return ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO); }
-  bool hasUpper(int32_t j) const { return ipm->varBndType[j] & VARBND_UPPER; }
-  bool isG(int32_t i) const { return ipm->rowSense[i] == 'G'; }
-
-  // Dense A (rows by columns) and Q of the model with slacks.
-  Dense denseA() const {
-    Dense a(ipm->numRow, std::vector<double>(ipm->numCol, 0.0));
-    for (int32_t j = 0; j < ipm->numCol; j++)
-      for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++)
-        a[ipm->rowIndex[k]][j] += ipm->matValue[k];
-    return a;
-  }
-  Dense denseQ() const {
-    Dense q(ipm->numCol, std::vector<double>(ipm->numCol, 0.0));
-    if (ipm->modelType != IPM_MODEL_QP) return q;
-    for (int32_t j = 0; j < ipm->numCol; j++) {
-      q[j][j] = ipm->quadDiag[j];
-      for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j];
-           k++) {
-        q[ipm->quadRowIndex[k]][j] += ipm->quadMatValue[k];
-        q[j][ipm->quadRowIndex[k]] += ipm->quadMatValue[k];
-      }
-    }
-    return q;
-  }
-  std::vector<double> times(const Dense& m, const double* v) const {
-    std::vector<double> out(m.size(), 0.0);
-    for (size_t i = 0; i < m.size(); i++)
-      for (size_t j = 0; j < m[i].size(); j++) out[i] += m[i][j] * v[j];
-    return out;
-  }
-  std::vector<double> timesT(const Dense& m, const double* v, size_t cols) const {
-    std::vector<double> out(cols, 0.0);
+  Vec timesT(const Dense& m, const double* v, size_t cols) const {
+    Vec out(cols, 0.0);
     for (size_t i = 0; i < m.size(); i++)
       for (size_t j = 0; j < cols; j++) out[j] += m[i][j] * v[i];
     return out;
@@ -128,7 +68,7 @@ class IpmParts : public HostTest {
   void expectLayout(bool withQ) {
     const int32_t n = ipm->numCol, dim = ipm->numDim;
     Dense a = denseA(), q = denseQ();
-    Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+    Dense k = denseKkt();
     for (int32_t r = 0; r < dim; r++)
       for (int32_t c = 0; c < dim; c++) {
         double want = 0.0;
@@ -143,15 +83,10 @@ class IpmParts : public HostTest {
   }
   // Solves the current augmented system densely, in place.
   void denseSolveInPlace(double* v) {
-    Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
-    std::vector<double> z = denseSolve(k, std::vector<double>(v, v + ipm->numDim));
+    Vec z;
+    hxtest::luSolve(denseKkt(), Vec(v, v + ipm->numDim), &z, 1e-30, true);
     std::copy(z.begin(), z.end(), v);
   }
-
-  std::unique_ptr<Problem> owned;
-  Problem* problem = nullptr;
-  ipmSolution* solution = nullptr;
-  Ipm* ipm = nullptr;
 };
 
 TEST_F(IpmParts, AnalysisFlagsCountsAndNorms) {
@@ -200,13 +135,9 @@ TEST_F(IpmParts, LayoutsMatchTheDenseMatrix) {
     for (int32_t pos = ipm->kktBegin[j] + 1; pos < ipm->kktBegin[j + 1]; pos++)
       EXPECT_LT(ipm->kktIndex[pos - 1], ipm->kktIndex[pos]) << "column " << j;
   // Out of memory releases the temporaries on every path.
-  const int64_t before = liveBlocks();
-  for (int k = 0; k < 8; k++) {
-    host.failAllocation(k);
-    EXPECT_EQ(quadLayout(), IPM_STATUS_OUT_OF_MEMORY);
-    host.clearFailures();
-    EXPECT_EQ(liveBlocks(), before);
-  }
+  const auto sweep = hxtest::oomSweep(host, [&](hxtest::OomProbe&) { return quadLayout(); });
+  EXPECT_EQ(sweep.finalStatus, 0);
+  EXPECT_GE(sweep.refusedRuns, 8);
 }
 
 TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
@@ -216,7 +147,7 @@ TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
   createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
                              ipm->ineqnDiagIndex, colMap, 4, rowMap, 3);
   Dense a = denseA();
-  Dense k = denseOf(7, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  Dense k = hxtest::denseFromCsc(7, 7, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
   for (int32_t j = 0; j < ipm->numCol; j++)
     for (int32_t i = 0; i < ipm->numRow; i++) {
       if (colMap[j] < 0 || rowMap[i] < 0) continue;
@@ -634,7 +565,8 @@ TEST_F(IpmParts, StartLpStartIsTheLeastSquaresPointMadeInterior) {
     k[i][3] = k[3][i] = a[1][i];
   }
   b[3] = 1;
-  std::vector<double> want = denseSolve(k, b);
+  Vec want;
+  hxtest::luSolve(k, b, &want, 1e-30, true);
   for (int j = 0; j < 3; j++) EXPECT_NEAR(ipm->solPrimal[j], want[j], 1e-9) << j;
 
   // Every slack and dual in force is positive; the others are exactly 0.
@@ -671,7 +603,7 @@ TEST_F(IpmParts, StartQpStartEndsOnTheFullPattern) {
   EXPECT_GE(ipm->ineqnSlack[0], 0.1);
   EXPECT_GE(ipm->solDual[0], 0.1);
   // The loop's matrix holds +Q off the diagonal again.
-  Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  Dense k = denseKkt();
   EXPECT_EQ(k[0][1], 1.0);
   EXPECT_EQ(k[1][0], 1.0);
   EXPECT_EQ(k[2][0], -1.0);

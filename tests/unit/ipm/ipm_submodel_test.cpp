@@ -7,6 +7,7 @@
 #include "ipm/submodel.h"
 #include "presolve/presolver.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 namespace {
 
@@ -179,12 +180,10 @@ TEST_F(SubModelTest, EveryRefusedAllocationIsOutOfMemoryAndLeaksNothing) {
   // Big rows, big objectives and big bounds, so that every copy is made.
   Problem p({{1, 1, 0}, {1, 0, 1}, {0, 1, 1}}, "LGE", {1e6, -1e6, 1}, {1e7, 1, 1},
             {-1e5, 0, 0}, {1e5, 1, 1});
-  bool done = false;
-  int refused = 0;
-  for (int k = 0; k < 200 && !done; k++) {
-    for (bool withPresolver : {false, true}) {
+  for (bool withPresolver : {false, true}) {
+    SCOPED_TRACE(withPresolver);
+    const auto result = hxtest::oomSweep(host, [&](hxtest::OomProbe& probe) {
       presolver pre{};
-      host.failAllocation(k);
       int32_t status = NewSubModel(&env, &p.model, &sub);
       if (status == 0) {
         ipmMarkBigdata(&env, &p.model, sub, &p.option);
@@ -192,24 +191,20 @@ TEST_F(SubModelTest, EveryRefusedAllocationIsOutOfMemoryAndLeaksNothing) {
       } else {
         EXPECT_EQ(sub, nullptr);
       }
-      host.clearFailures();
+      probe.disarm();
       if (status == 0) {
-        done = true;
         EXPECT_EQ(sub->numRhsBigAll, 2);
         EXPECT_EQ(sub->numObjBigAll, 1);
         EXPECT_EQ(sub->numBoundBig, 1);
-      } else {
-        refused++;
-        EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
       }
       FreeSubModel(&env, sub);
       sub = nullptr;
       FreePresolver(&env, &pre);
-      ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
-    }
+      return status;
+    });
+    EXPECT_EQ(result.finalStatus, 0);
+    EXPECT_GT(result.refusedRuns, 5);
   }
-  EXPECT_TRUE(done);
-  EXPECT_GT(refused, 10);
 }
 
 // ---- inside a whole solve ----------------------------------------------------------
@@ -276,25 +271,16 @@ TEST_F(SubModelSolve, BigRightSidesAloneOrBigObjectivesAloneAlsoSolve) {
 }
 
 TEST_F(SubModelSolve, OutOfMemoryAnywhereOnThePartialRoutesIsReportedAndLeaksNothing) {
-  bool done = false;
-  int refused = 0;
-  for (int k = 0; k < 4000 && !done; k++) {
+  hxtest::OomSweep sweep(host);
+  sweep.absorbed = IPM_STATUS_OPTIMAL;  // a refused reset goes on from the point in force
+  const auto result = sweep.run([&](hxtest::OomProbe&) {
     Problem p = bigLP();
     p.option.printFreq = 0;
-    host.failAllocation(k);
     RunResult r = ipmtest::runSolve(&env, p);
-    host.clearFailures();
-    if (r.addStatus == 0 && r.status == IPM_STATUS_OPTIMAL) {
-      done = true;
-    } else {
-      refused++;
-      const int32_t status = r.addStatus ? r.addStatus : r.status;
-      EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
-    }
-    ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
-  }
-  EXPECT_TRUE(done);
-  EXPECT_GT(refused, 50);
+    return r.addStatus ? r.addStatus : r.status;
+  });
+  EXPECT_EQ(result.finalStatus, IPM_STATUS_OPTIMAL);
+  EXPECT_GT(result.refusedRuns, 50);
 }
 
 }  // namespace
