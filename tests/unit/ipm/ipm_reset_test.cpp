@@ -248,34 +248,39 @@ TEST_F(IpmReset, RunsUnderTheSelfChecks) {
   EXPECT_NEAR(ipm->solPrimal[1], 4.0, 1e-13);
 }
 
-std::vector<std::string> gLines;
-void captureText(const char* format, ...) { gLines.push_back(format); }
+using hxtest::textLines;
+// The format of each line logged since the last clear.
+std::vector<std::string> formats() {
+  std::vector<std::string> out;
+  for (const hxtest::TextLine& l : textLines()) out.push_back(l.format);
+  return out;
+}
 
 TEST_F(IpmReset, SelfChecksCatchABrokenMapAndAWrongSystem) {
-  env.textLog = captureText;
-  gLines.clear();
+  env.textLog = hxtest::captureText;
+  textLines().clear();
   const int32_t good[5] = {0, -1, 1, -3, 2};
   EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 3), 0);
   EXPECT_EQ(VerifyMapping(&env, 0, 5, good, 7), 0);  // asleep at level 0
   const int32_t skips[4] = {0, 2, -2, 3};
   EXPECT_EQ(VerifyMapping(&env, 1, 4, skips, 3), IPM_STATUS_FAILED);
   EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 4), IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 3u);
-  EXPECT_EQ(gLines[0], "Error VerifyMapping: invalid vector mapping(%d)=%d should be %d");
-  EXPECT_EQ(gLines[2], "Error VerifyMapping: reduced size = %d should be %d");
+  ASSERT_EQ(formats().size(), 3u);
+  EXPECT_EQ(formats()[0], "Error VerifyMapping: invalid vector mapping(%d)=%d should be %d");
+  EXPECT_EQ(formats()[2], "Error VerifyMapping: reduced size = %d should be %d");
 
   // mixed(1) with x1 at its upper bound, x3 at its lower, both inequalities
   // dropped: the system in x2 and the equation's dual is [0 1; 1 0] with the
   // right side (2, 10 - 6).
   setUp(mixed(1.0));
-  env.textLog = captureText;
+  env.textLog = hxtest::captureText;
   const int32_t colMap[3] = {RESET_MAP_FIXED_UPPER, 0, RESET_MAP_FIXED_LOWER};
   const int32_t rowMap[3] = {0, RESET_MAP_DROPPED, RESET_MAP_DROPPED};
   const int32_t begin[3] = {0, 2, 4};
   const int32_t index[4] = {0, 1, 0, 1};
   double value[4] = {0, 1, 1, 0};
   double right[2] = {2, 4};
-  gLines.clear();
+  textLines().clear();
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right), 0);
   right[1] = 10;  // the held column's share left in the equation
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
@@ -284,16 +289,15 @@ TEST_F(IpmReset, SelfChecksCatchABrokenMapAndAWrongSystem) {
   value[1] = 2;  // a coefficient of the equation wrong in one triangle
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
             IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 2u);
-  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
-  EXPECT_EQ(gLines[1], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
+  const std::string primal = "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g";
+  EXPECT_EQ(formats(), (std::vector<std::string>{primal, primal}));
   value[1] = 1;
   value[2] = -1;  // ... and in the other
-  gLines.clear();
+  textLines().clear();
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
             IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 1u);
-  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: dual residual(%d) %15.7g <> %15.7g");
+  EXPECT_EQ(formats(), std::vector<std::string>{
+                           "Error VerifyResetSystem: dual residual(%d) %15.7g <> %15.7g"});
 }
 
 // Each route, with every one of its allocations refused in turn: -1086, the

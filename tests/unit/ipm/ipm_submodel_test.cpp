@@ -16,14 +16,13 @@ using ipmtest::kInf;
 using ipmtest::Problem;
 using ipmtest::RunResult;
 
-std::vector<std::string> gTexts;
-void recordText(const char* format, ...) { gTexts.push_back(format); }
+using hxtest::textLines;
 
 class SubModelTest : public HostTest {
  protected:
   SubModelTest() {
-    gTexts.clear();
-    env.textLog = recordText;
+    textLines().clear();
+    env.textLog = hxtest::captureText;
   }
   ~SubModelTest() override { FreeSubModel(&env, sub); }
 
@@ -67,7 +66,7 @@ TEST_F(SubModelTest, ModerateDataMarksNothingAndKeepsOnlyTheRecord) {
   EXPECT_EQ(sub->colMapSub, nullptr);
   EXPECT_EQ(pre.rowBegin, nullptr);
   EXPECT_EQ(liveBlocks(), 1);  // the record alone
-  EXPECT_TRUE(gTexts.empty());
+  EXPECT_TRUE(textLines().empty());
 }
 
 TEST_F(SubModelTest, ThresholdsFollowTheNinetyFifthPercentileAboveTheirFloors) {
@@ -171,8 +170,8 @@ TEST_F(SubModelTest, APresolverStillHoldingARowCopyIsAnError) {
   presolver pre{};
   pre.rowBegin = poolNew<int32_t>(pool, 2);
   EXPECT_EQ(CreateSubModel(&env, &p.model, &pre, sub), IPM_STATUS_FAILED);
-  ASSERT_EQ(gTexts.size(), 1u);
-  EXPECT_EQ(gTexts[0], "Error CreateSubModel: presolver memory messed up");
+  ASSERT_EQ(textLines().size(), 1u);
+  EXPECT_EQ(textLines()[0].text, "Error CreateSubModel: presolver memory messed up");
   FreePresolver(&env, &pre);
 }
 
@@ -251,7 +250,7 @@ TEST_F(SubModelSolve, BigDataTakesThePartialRoutesAndReachesTheOptimum) {
     // The activities of the rows left out came from their copies.
     EXPECT_NEAR(r.ineqnSlack[1], 1e6 - 15.0, 1e-2);
     EXPECT_NEAR(r.ineqnSlack[2], 3e6, 1e-2);
-    for (const std::string& t : gTexts) EXPECT_EQ(t.rfind("Error", 0), std::string::npos) << t;
+    EXPECT_FALSE(hxtest::logged("Error")) << textLines()[0].text;
   }
   EXPECT_EQ(liveBlocks(), 0);
 }
