@@ -61,38 +61,29 @@ void DenseNumeric::clear() { denseStore().clear(); }
 
 Problem::Problem(const Dense& a, const std::string& senses, std::vector<double> b,
                  std::vector<double> c, std::vector<double> lo, std::vector<double> up,
-                 std::vector<double> ranges) {
-  numRow = (int32_t)a.size();
-  numCol = (int32_t)c.size();
-  int32_t numRange = 0;
-  for (char s : senses) numRange += s == 'R';
-  const int32_t cols = numCol + numRange;
+                 std::vector<double> ranges)
+    : numRow((int32_t)a.size()), numCol((int32_t)c.size()), obj(c), lower(lo), upper(up),
+      rhs(b), range(ranges.empty() ? std::vector<double>(a.size(), 0.0) : ranges),
+      sense(senses) {
+  for (char s : senses) {
+    storage.numRange += s == 'R';
+    storage.numLcont += s == 'L';
+  }
+  const int32_t numRange = storage.numRange, cols = numCol + numRange;
   for (int32_t j = 0; j < numCol; j++) {
     colBegin.push_back((int32_t)rowIndex.size());
     for (int32_t i = 0; i < numRow; i++)
-      if (a[i][j] != 0.0) {
-        rowIndex.push_back(i);
-        matValue.push_back(a[i][j]);
-      }
+      if (a[i][j] != 0.0) rowIndex.push_back(i), matValue.push_back(a[i][j]);
     colLength.push_back((int32_t)rowIndex.size() - colBegin.back());
   }
+  // Room behind the matrix and the columns for the range slacks.
   const int32_t numCoef = (int32_t)rowIndex.size();
   colBegin.resize(cols + 1, numCoef);
   colLength.resize(cols, 0);
   rowIndex.resize(numCoef + numRange, 0);
   matValue.resize(numCoef + numRange, 0.0);
-  obj = c;
-  obj.resize(cols, 0.0);
-  lower = lo;
-  lower.resize(cols, 0.0);
-  upper = up;
-  upper.resize(cols, 0.0);
-  rhs = b;
-  range = ranges.empty() ? std::vector<double>(numRow, 0.0) : ranges;
-  sense = senses;
-  x.assign(cols, 0.0);
+  for (auto* v : {&obj, &lower, &upper, &x, &qDiag}) v->resize(cols, 0.0);
   y.assign(numRow, 0.0);
-  qDiag.assign(cols, 0.0);
   qBegin.assign(cols + 1, 0);
   qLength.assign(cols, 0);
 
@@ -101,8 +92,6 @@ Problem::Problem(const Dense& a, const std::string& senses, std::vector<double> 
   model.numCol = numCol;
   model.numCoef = numCoef;
   model.objSense = 1;
-
-  option.verifyLevel = 0;
   option.primalTol = option.dualTol = option.gapTol = 1e-8;
   option.infinity = kInf;
   option.maxIteration = 200;
@@ -110,12 +99,7 @@ Problem::Problem(const Dense& a, const std::string& senses, std::vector<double> 
   option.printFreq = 1;
   option.printLevel = 2;
   option.numThreads = 1;
-
   storage.objScale = 1.0;
-  for (char s : senses) {
-    storage.numRange += s == 'R';
-    storage.numLcont += s == 'L';
-  }
   link();
 }
 
