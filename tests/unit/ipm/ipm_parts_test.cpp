@@ -47,6 +47,28 @@ class IpmParts : public IpmFixture {
       ipm->ineqnSlack[i] = isG(i) ? 1.5 - 0.2 * i : 0.0;
     }
   }
+  // A complementarity pair of the record: slack, dual and their steps.
+  struct Pair {
+    std::string name;
+    double *s, *z, *ds, *dz;
+  };
+  std::vector<Pair> pairs() const {
+    std::vector<Pair> out;
+    const int32_t n = ipm->numCol;
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j))
+        out.push_back({"upper " + std::to_string(j), &ipm->upperSlack[j], &ipm->upperDual[j],
+                       &ipm->upperSlackDelta[j], &ipm->upperDualDelta[j]});
+      if (hasLower(j))
+        out.push_back({"lower " + std::to_string(j), &ipm->lowerSlack[j], &ipm->lowerDual[j],
+                       &ipm->lowerSlackDelta[j], &ipm->lowerDualDelta[j]});
+    }
+    for (int32_t i = 0; i < ipm->numRow; i++)
+      if (isG(i))
+        out.push_back({"row " + std::to_string(i), &ipm->ineqnSlack[i], &ipm->solDual[i],
+                       &ipm->ineqnSlackDelta[i], &ipm->vecRhs[n + i]});
+    return out;
+  }
   Vec times(const Dense& m, const double* v) const {
     return hxtest::multiply(m, Vec(v, v + m[0].size()));
   }
@@ -248,20 +270,17 @@ TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
         bSum += pow(ipm->upper[j] - x[j] - ipm->upperSlack[j], 2);
         t -= ipm->upperDual[j] * (ipm->upperSlack[j] - (ipm->upper[j] - x[j])) / ipm->upperSlack[j];
         objD -= ipm->upper[j] * ipm->upperDual[j];
-        pair(ipm->upperSlack[j], ipm->upperDual[j]);
       }
       if (hasLower(j)) {
         r -= ipm->lowerDual[j];
         bSum += pow(x[j] - ipm->lower[j] - ipm->lowerSlack[j], 2);
         t += ipm->lowerDual[j] * (ipm->lowerSlack[j] - (x[j] - ipm->lower[j])) / ipm->lowerSlack[j];
         objD += ipm->lower[j] * ipm->lowerDual[j];
-        pair(ipm->lowerSlack[j], ipm->lowerDual[j]);
       }
       dSum += r * r;
       EXPECT_NEAR(ipm->vecRhs[j], t, 1e-12) << j;
     }
-    for (int32_t i = 0; i < m; i++)
-      if (isG(i)) pair(ipm->ineqnSlack[i], y[i]);
+    for (const Pair& p : pairs()) pair(*p.s, *p.z);
     EXPECT_NEAR(ipm->primalInfeas, sqrt(pSum) / (ipm->normRhs + 1), 1e-12);
     EXPECT_NEAR(ipm->dualInfeas, sqrt(dSum) / (ipm->normObj + 1), 1e-12);
     EXPECT_NEAR(ipm->boundInfeas, sqrt(bSum) / (ipm->normLower + 1 + ipm->normUpper), 1e-12);
@@ -324,13 +343,10 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
     const int32_t n = ipm->numCol, m = ipm->numRow;
     Dense a = denseA(), q = denseQ();
     auto checkNewton = [&](const char* which) {
-      const double* dx = ipm->vecRhs;
-      const double* dy = ipm->vecRhs + n;
-      std::vector<double> xn(n), yn(m);
-      for (int32_t j = 0; j < n; j++) xn[j] = ipm->solPrimal[j] + dx[j];
-      for (int32_t i = 0; i < m; i++) yn[i] = ipm->solDual[i] + dy[i];
-      std::vector<double> ax = times(a, xn.data()), qx = times(q, xn.data()),
-                          aty = timesT(a, yn.data(), n);
+      Vec xn(n), yn(m);
+      for (int32_t j = 0; j < n; j++) xn[j] = ipm->solPrimal[j] + ipm->vecRhs[j];
+      for (int32_t i = 0; i < m; i++) yn[i] = ipm->solDual[i] + ipm->vecRhs[n + i];
+      Vec ax = times(a, xn.data()), qx = times(q, xn.data()), aty = timesT(a, yn.data(), n);
       for (int32_t i = 0; i < m; i++) {
         const double s = isG(i) ? ipm->ineqnSlack[i] + ipm->ineqnSlackDelta[i] : 0.0;
         EXPECT_NEAR(ax[i] - s - ipm->rhs[i], 0.0, 1e-8) << which << " row " << i;
@@ -349,75 +365,35 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
       }
     };
     checkNewton("predictor");
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_NEAR(ipm->upperDual[j] * (ipm->upperSlack[j] + ipm->upperSlackDelta[j]) +
-                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
-                    0.0, 1e-12);
-      }
-    }
-    // No pair turns negative over the step.
+    // The affine step zeroes each linearised product; no pair turns negative
+    // over the step; muAffine is the mean product at the step.
     EXPECT_LE(ipm->alphaPrimal, 1.0);
     if (quad) {
       EXPECT_EQ(ipm->alphaPrimal, ipm->alphaDual);
     }
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_GE(ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j], -1e-12);
-        EXPECT_GE(ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j], -1e-12);
-      }
-      if (hasLower(j)) {
-        EXPECT_GE(ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j], -1e-12);
-        EXPECT_GE(ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j], -1e-12);
-      }
-    }
-
-    computeMuAffine(ipm);
     double sum = 0;
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j))
-        sum += (ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j]) *
-               (ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j]);
-      if (hasLower(j))
-        sum += (ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j]) *
-               (ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j]);
+    const std::vector<Pair> all = pairs();
+    for (const Pair& p : all) {
+      EXPECT_NEAR(*p.z * (*p.s + *p.ds) + *p.s * *p.dz, 0.0, 1e-12) << p.name;
+      EXPECT_GE(*p.s + ipm->alphaPrimal * *p.ds, -1e-12) << p.name;
+      EXPECT_GE(*p.z + ipm->alphaDual * *p.dz, -1e-12) << p.name;
+      sum += (*p.s + ipm->alphaPrimal * *p.ds) * (*p.z + ipm->alphaDual * *p.dz);
     }
-    for (int32_t i = 0; i < m; i++)
-      if (isG(i))
-        sum += (ipm->ineqnSlack[i] + ipm->alphaPrimal * ipm->ineqnSlackDelta[i]) *
-               (ipm->solDual[i] + ipm->alphaDual * ipm->vecRhs[n + i]);
+    computeMuAffine(ipm);
     EXPECT_NEAR(ipm->muAffine, sum / ipm->numComplement, 1e-12);
     computeSigma(ipm);
     EXPECT_NEAR(ipm->sigma, pow(ipm->muAffine / ipm->mu, 3), 1e-12);
 
-    std::vector<double> dU(ipm->upperSlackDelta, ipm->upperSlackDelta + n),
-        dV(ipm->upperDualDelta, ipm->upperDualDelta + n),
-        dL(ipm->lowerSlackDelta, ipm->lowerSlackDelta + n),
-        dW(ipm->lowerDualDelta, ipm->lowerDualDelta + n),
-        dS(ipm->ineqnSlackDelta, ipm->ineqnSlackDelta + m),
-        dY(ipm->vecRhs + n, ipm->vecRhs + n + m);
+    std::vector<double> affine;  // ds * dz of the predictor, pair by pair
+    for (const Pair& p : all) affine.push_back(*p.ds * *p.dz);
     computeRhsCorrector(ipm);
     denseSolveInPlace(ipm->correctorPrimal);
     computeStepCombined(ipm);
     checkNewton("combined");
     const double c = ipm->sigma * ipm->mu;
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_NEAR(ipm->upperDual[j] * ipm->upperSlackDelta[j] +
-                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
-                    -ipm->upperDual[j] * ipm->upperSlack[j] + c - dU[j] * dV[j], 1e-10);
-      }
-      if (hasLower(j)) {
-        EXPECT_NEAR(ipm->lowerDual[j] * ipm->lowerSlackDelta[j] +
-                        ipm->lowerSlack[j] * ipm->lowerDualDelta[j],
-                    -ipm->lowerDual[j] * ipm->lowerSlack[j] + c - dL[j] * dW[j], 1e-10);
-      }
-    }
-    for (int32_t i = 0; i < m; i++) {
-      if (!isG(i)) continue;
-      EXPECT_NEAR(
-          ipm->solDual[i] * ipm->ineqnSlackDelta[i] + ipm->ineqnSlack[i] * ipm->vecRhs[n + i],
-          -ipm->solDual[i] * ipm->ineqnSlack[i] + c - dS[i] * dY[i], 1e-10);
+    for (size_t k = 0; k < all.size(); k++) {
+      const Pair& p = all[k];
+      EXPECT_NEAR(*p.z * *p.ds + *p.s * *p.dz, -*p.z * *p.s + c - affine[k], 1e-10) << p.name;
     }
 
     // The update takes 0.99 of each length and reports the least divisor.
