@@ -50,14 +50,19 @@ Ipm runningState() {
   return ipm;
 }
 
-// The stall region: mu small and no longer falling, the gap small and
-// rising, no residual moving.
+void feasible(Ipm* ipm, double infeas) {
+  ipm->primalInfeas = ipm->boundInfeas = ipm->dualInfeas = infeas;
+}
+
+// The stall region after two stalled passes: mu small and no longer
+// falling, the gap small and rising, no residual moving.
 void stall(Ipm* ipm, double infeas) {
   ipm->mu = ipm->muPrev = 1e-5;
   ipm->dualityGap = 0.01;
   ipm->gapPrev = 0.001;
-  ipm->primalInfeas = ipm->boundInfeas = ipm->dualInfeas = infeas;
+  feasible(ipm, infeas);
   ipm->primalPrev = ipm->boundPrev = ipm->dualPrev = infeas;
+  ipm->numStall = 2;
 }
 
 int32_t gBreakCalls = 0;
@@ -85,77 +90,37 @@ TEST(IpmLadder, EachRungOnItsOwn) {
        [](Ipm* s) { s->smallObjScale = 1; }, IPM_STATUS_OPTIMAL, IPM_CONTROL_RESET_GO_ON,
        IPM_STATUS_OPTIMAL},
       {"separated pairs of a feasible point ask for a reset",
-       [](Ipm* s) {
-         s->primalInfeas = s->boundInfeas = s->dualInfeas = 1e-7;
-         s->complRatio = 0.001;
-       },
-       IPM_STATUS_FAILED, IPM_CONTROL_RESET_GO_ON, IPM_STATUS_FAILED},
+       [](Ipm* s) { feasible(s, 1e-7); s->complRatio = 0.001; }, IPM_STATUS_FAILED,
+       IPM_CONTROL_RESET_GO_ON, IPM_STATUS_FAILED},
       {"infeasible points never reset for their ratio", [](Ipm* s) { s->complRatio = 0.0; },
        IPM_STATUS_BOTH_INFEASIBLE, IPM_CONTROL_FIRST_LEG, IPM_STATUS_BOTH_INFEASIBLE},
       {"divergence is measured against at least 1: just below",
-       [](Ipm* s) {
-         s->muFirst = 0.01;
-         s->mu = 999.0;
-       },
+       [](Ipm* s) { s->muFirst = 0.01; s->mu = 999.0; },
        IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_FIRST_LEG, IPM_STATUS_PRIMAL_INFEASIBLE},
-      {"divergence: just above",
-       [](Ipm* s) {
-         s->muFirst = 0.01;
-         s->mu = 1001.0;
-       },
+      {"divergence: just above", [](Ipm* s) { s->muFirst = 0.01; s->mu = 1001.0; },
        IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_STOP, IPM_STATUS_PRIMAL_INFEASIBLE},
-      {"divergence against a first mu above 1",
-       [](Ipm* s) {
-         s->muFirst = 10.0;
-         s->mu = 9000.0;
-       },
+      {"divergence against a first mu above 1", [](Ipm* s) { s->muFirst = 10.0; s->mu = 9000.0; },
        IPM_STATUS_FAILED, IPM_CONTROL_FIRST_LEG, IPM_STATUS_FAILED},
       {"third stalled pass far from feasible stops with the verdict",
-       [](Ipm* s) {
-         stall(s, 1e-3);
-         s->numStall = 2;
-       },
-       IPM_STATUS_BOTH_INFEASIBLE, IPM_CONTROL_STOP, IPM_STATUS_BOTH_INFEASIBLE, 3},
+       [](Ipm* s) { stall(s, 1e-3); }, IPM_STATUS_BOTH_INFEASIBLE, IPM_CONTROL_STOP,
+       IPM_STATUS_BOTH_INFEASIBLE, 3},
       {"stall nearly feasible with an undecided pair is acceptable",
-       [](Ipm* s) {
-         stall(s, 1e-5);
-         s->numStall = 2;
-         s->complRatio = 0.1;
-       },
-       IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_STOP, IPM_STATUS_ACCEPTABLE},
+       [](Ipm* s) { stall(s, 1e-5); s->complRatio = 0.1; }, IPM_STATUS_PRIMAL_INFEASIBLE,
+       IPM_CONTROL_STOP, IPM_STATUS_ACCEPTABLE},
       {"stall nearly feasible with the pairs apart resets, then stops",
-       [](Ipm* s) {
-         stall(s, 1e-5);
-         s->numStall = 2;
-         s->complRatio = 0.05;
-       },
-       IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_RESET_STOP, IPM_STATUS_PRIMAL_INFEASIBLE},
+       [](Ipm* s) { stall(s, 1e-5); s->complRatio = 0.05; }, IPM_STATUS_PRIMAL_INFEASIBLE,
+       IPM_CONTROL_RESET_STOP, IPM_STATUS_PRIMAL_INFEASIBLE},
       {"a moving residual keeps the stall count",
-       [](Ipm* s) {
-         stall(s, 1e-3);
-         s->numStall = 2;
-         s->primalInfeas = 0.5e-3;
-       },
-       IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_FIRST_LEG, IPM_STATUS_PRIMAL_INFEASIBLE, 2},
+       [](Ipm* s) { stall(s, 1e-3); s->primalInfeas = 0.5e-3; }, IPM_STATUS_PRIMAL_INFEASIBLE,
+       IPM_CONTROL_FIRST_LEG, IPM_STATUS_PRIMAL_INFEASIBLE, 2},
       {"a residual within tolerance is no progress",
-       [](Ipm* s) {
-         stall(s, 1e-3);
-         s->numStall = 2;
-         s->primalPrev = 1e-7;
-         s->primalInfeas = 1e-8;
-       },
+       [](Ipm* s) { stall(s, 1e-3); s->primalPrev = 1e-7; s->primalInfeas = 1e-8; },
        IPM_STATUS_DUAL_INFEASIBLE, IPM_CONTROL_STOP, IPM_STATUS_DUAL_INFEASIBLE},
       {"mu falling by more than 1 percent clears the stall count",
-       [](Ipm* s) {
-         s->numStall = 2;
-         s->mu = 0.98;
-       },
+       [](Ipm* s) { s->numStall = 2; s->mu = 0.98; },
        IPM_STATUS_FAILED, IPM_CONTROL_FIRST_LEG, IPM_STATUS_FAILED, 0},
       {"all residuals falling by 1 percent is a good pass though mu rose",
-       [](Ipm* s) {
-         s->mu = 2.0;
-         s->primalInfeas = s->boundInfeas = s->dualInfeas = 0.99;
-       },
+       [](Ipm* s) { s->mu = 2.0; feasible(s, 0.99); },
        IPM_STATUS_FAILED, IPM_CONTROL_FIRST_LEG, IPM_STATUS_FAILED, -1, 0},
       {"mu floor stops, verdict kept", [](Ipm* s) { s->mu = 1e-21; }, IPM_STATUS_FAILED,
        IPM_CONTROL_STOP, IPM_STATUS_FAILED},
@@ -164,28 +129,18 @@ TEST(IpmLadder, EachRungOnItsOwn) {
       {"iteration limit 0 stops at the first pass",
        [](Ipm* s) { s->maxIteration = s->iteration = 0; }, IPM_STATUS_FAILED, IPM_CONTROL_STOP,
        IPM_STATUS_ITERATION_LIMIT},
-      {"below the hard cap",
-       [](Ipm* s) {
-         s->maxIteration = 5000;
-         s->iteration = 999;
-       },
+      {"below the hard cap", [](Ipm* s) { s->maxIteration = 5000; s->iteration = 999; },
        IPM_STATUS_FAILED, IPM_CONTROL_FIRST_LEG, IPM_STATUS_FAILED},
       {"the hard cap is a failure, not a limit",
-       [](Ipm* s) {
-         s->maxIteration = 5000;
-         s->iteration = 1000;
-       },
+       [](Ipm* s) { s->maxIteration = 5000; s->iteration = 1000; },
        IPM_STATUS_PRIMAL_INFEASIBLE, IPM_CONTROL_STOP, IPM_STATUS_FAILED},
       {"at the cap with the same limit the limit comes first",
-       [](Ipm* s) { s->maxIteration = s->iteration = 1000; }, IPM_STATUS_FAILED,
-       IPM_CONTROL_STOP, IPM_STATUS_ITERATION_LIMIT},
+       [](Ipm* s) { s->maxIteration = s->iteration = 1000; }, IPM_STATUS_FAILED, IPM_CONTROL_STOP,
+       IPM_STATUS_ITERATION_LIMIT},
       {"the break is asked and interrupts", [](Ipm* s) { s->checkSolverBreak = breakAlways; },
        IPM_STATUS_FAILED, IPM_CONTROL_STOP, IPM_STATUS_INTERRUPTED},
       {"the break outranks the iteration limit",
-       [](Ipm* s) {
-         s->checkSolverBreak = breakAlways;
-         s->iteration = s->maxIteration;
-       },
+       [](Ipm* s) { s->checkSolverBreak = breakAlways; s->iteration = s->maxIteration; },
        IPM_STATUS_FAILED, IPM_CONTROL_STOP, IPM_STATUS_INTERRUPTED},
   };
   for (const Pass& c : passes) {
@@ -208,6 +163,7 @@ TEST(IpmLadder, CountersBuildUpOverPasses) {
   // Two stalled passes go on; the third stops.
   Ipm ipm = runningState();
   stall(&ipm, 1e-3);
+  ipm.numStall = 0;
   for (int pass = 1; pass <= 3; pass++) {
     ipmJudge(&ipm, IPM_STATUS_BOTH_INFEASIBLE);
     EXPECT_EQ(ipm.numStall, pass);
@@ -237,7 +193,7 @@ TEST(IpmLadder, CountersBuildUpOverPasses) {
 TEST(IpmLadder, FailedResetsDecideByThePointInForce) {
   // Feasible with the gap closed: optimal, and the asking pass is not counted.
   Ipm ipm = runningState();
-  ipm.primalInfeas = ipm.boundInfeas = ipm.dualInfeas = 0.0;
+  feasible(&ipm, 0.0);
   ipm.dualityGap = 1e-7;
   ipm.control = IPM_CONTROL_RESET_GO_ON;
   EXPECT_EQ(ipmResetRoute(&ipm), IPM_STATUS_OPTIMAL);
@@ -245,7 +201,7 @@ TEST(IpmLadder, FailedResetsDecideByThePointInForce) {
   EXPECT_EQ(ipm.numReset, 1);
   // Feasible with complementarity closed: acceptable.
   ipm = runningState();
-  ipm.primalInfeas = ipm.boundInfeas = ipm.dualInfeas = 0.0;
+  feasible(&ipm, 0.0);
   ipm.complementarity = 1e-7;
   ipm.control = IPM_CONTROL_RESET_STOP;
   EXPECT_EQ(ipmResetRoute(&ipm), IPM_STATUS_ACCEPTABLE);
