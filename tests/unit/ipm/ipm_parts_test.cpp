@@ -193,13 +193,11 @@ TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
   setUp(mixedModel(true));
   ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
   computeAugmentDiag(ipm);
-  double least = 1e20;
   std::vector<double> h(ipm->numCol);
   for (int32_t j = 0; j < ipm->numCol; j++) {
     h[j] = ipm->quadDiag[j];
     if (hasUpper(j)) h[j] += ipm->upperDual[j] / ipm->upperSlack[j];
     if (hasLower(j)) h[j] += ipm->lowerDual[j] / ipm->lowerSlack[j];
-    if (h[j] != 0) least = std::min(least, fabs(h[j]));
   }
   ASSERT_EQ(h[4], 1.0);  // the free column keeps its quadratic term
   for (int32_t j = 0; j < ipm->numCol; j++)
@@ -212,6 +210,15 @@ TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
       EXPECT_EQ(d, -1e-10);  // equations get -reg, reg capped at 1e-10
     }
   }
+  // Regularised, the system is quasi-definite: an LDL' without pivoting
+  // exists, with a positive pivot per column and a negative one per row.
+  Dense l;
+  Vec pivots;
+  ASSERT_TRUE(hxtest::ldlFactor(denseKkt(), &l, &pivots));
+  int32_t positive = 0, negative = 0;
+  hxtest::inertia(pivots, &positive, &negative);
+  EXPECT_EQ(positive, ipm->numCol);
+  EXPECT_EQ(negative, ipm->numRow);
 
   // A tiny real entry pulls reg down: the free LP column and the equations
   // follow it, and nothing exceeds the smallest real entry.
