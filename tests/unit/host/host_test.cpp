@@ -1,5 +1,6 @@
 // The reference host kernel: pools, module registry, clock, catalogue and
 // logs, driven through the kernel table as the module drives them.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <time.h>
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "support/oom.h"
 
 namespace {
 
@@ -262,6 +264,50 @@ TEST(HostPools, ConcurrentUseKeepsCountsExact) {
   EXPECT_EQ(host.poolStats(p).liveBlocks, 0);
   EXPECT_EQ(host.poolStats(p).liveBytes, 0);
   EXPECT_EQ(host.poolMisuse(), 0);
+  p->poolDestroy(p);
+}
+
+// The sweep that the module's out-of-memory tests stand on must itself see a
+// leak, a wrong status, and set-up done before it is armed.
+TEST(HostPools, OutOfMemorySweepReportsWhatItMust) {
+  Host host;
+  QVPool* p = host.createPool("sweep");
+  const int32_t oom = hxtest::OomSweep(host).expected;
+  // Two allocations, the first leaked when the second is refused.
+  auto pairRun = [&](bool leak, bool wrongStatus) {
+    return [=](hxtest::OomProbe&) -> int32_t {
+      void* a = alloc(p, 8);
+      if (!a) return wrongStatus ? 0 : oom;
+      void* b = alloc(p, 8);
+      if (!b) {
+        if (!leak) release(p, a);
+        return oom;
+      }
+      release(p, a);
+      release(p, b);
+      return 0;
+    };
+  };
+  const auto clean = hxtest::oomSweep(host, pairRun(false, false));
+  EXPECT_TRUE(clean.completed);
+  EXPECT_EQ(clean.refusedRuns, 2);
+  EXPECT_EQ(clean.finalStatus, 0);
+  EXPECT_NONFATAL_FAILURE(hxtest::oomSweep(host, pairRun(true, false)), "allocation 1 refused");
+  EXPECT_NONFATAL_FAILURE(hxtest::oomSweep(host, pairRun(false, true)), "allocation 0 refused");
+
+  hxtest::OomSweep deferred(host);
+  deferred.armAtStart = false;
+  const auto armed = deferred.run([&](hxtest::OomProbe& probe) -> int32_t {
+    void* setUp = alloc(p, 8);  // never refused
+    EXPECT_NE(setUp, nullptr);
+    probe.arm();
+    void* b = alloc(p, 8);
+    probe.disarm();
+    release(p, setUp);
+    release(p, b);
+    return b ? 0 : oom;
+  });
+  EXPECT_EQ(armed.refusedRuns, 1);
   p->poolDestroy(p);
 }
 

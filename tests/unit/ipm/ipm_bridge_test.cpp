@@ -4,6 +4,7 @@
 
 #include "support/bridge_seam.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 using namespace ipmtest;
 
@@ -46,9 +47,15 @@ TEST_F(IpmBridge, SetupMapsCreationAndParameterFailures) {
   ldlCleanUpAll(&la, nullptr, nullptr);
   EXPECT_EQ(laSetup(&env, nullptr, &la, 5, 0), IPM_STATUS_FAILED);  // refused parameter
   EXPECT_EQ(la, nullptr);
-  host.failAllocation(0);
-  EXPECT_EQ(laSetup(&env, nullptr, &la, 5, 1), IPM_STATUS_OUT_OF_MEMORY);
-  host.clearFailures();
+  const auto sweep = hxtest::oomSweep(host, [&](hxtest::OomProbe&) {
+    const int32_t status = laSetup(&env, nullptr, &la, 5, 1);
+    if (status) {
+      EXPECT_EQ(la, nullptr);
+    }
+    return status;
+  });
+  EXPECT_GE(sweep.refusedRuns, 1);
+  ldlCleanUpAll(&la, nullptr, nullptr);
   EXPECT_EQ(liveBlocks(), 0);
 }
 
@@ -99,37 +106,36 @@ TEST_F(IpmBridge, AnalysisFailuresLeaveNoHandles) {
   LANumeric* num = nullptr;
   EXPECT_EQ(ldlAnalyze(&env, 2, kBegin, kIndex, kValue, nullptr, &sym, &num), IPM_STATUS_FAILED);
   ASSERT_EQ(laSetup(&env, nullptr, &la, 1, 1), 0);
-  const int64_t base = liveBlocks();
-  int32_t status = 0;
-  for (int k = 0; k < 200; k++) {
-    const int64_t refused = host.poolStats(pool).refused;
-    host.failAllocation(k);
-    status = ldlAnalyze(&env, 2, kBegin, kIndex, kValue, la, &sym, &num);
-    host.clearFailures();
-    if (host.poolStats(pool).refused == refused) break;
-    EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << k;
-    EXPECT_EQ(sym, nullptr);
-    EXPECT_EQ(num, nullptr);
-    EXPECT_EQ(liveBlocks(), base) << k;
-  }
-  EXPECT_EQ(status, 0);
+  const auto sweep = hxtest::oomSweep(host, [&](hxtest::OomProbe& probe) {
+    const int32_t status = ldlAnalyze(&env, 2, kBegin, kIndex, kValue, la, &sym, &num);
+    if (probe.refused()) {
+      EXPECT_EQ(sym, nullptr);
+      EXPECT_EQ(num, nullptr);
+    }
+    return status;
+  });
+  EXPECT_EQ(sweep.finalStatus, 0);
+  EXPECT_GT(sweep.refusedRuns, 0);
   ldlCleanUpAll(&la, &sym, &num);
   EXPECT_EQ(liveBlocks(), 0);
 }
 
 TEST_F(IpmBridge, OneShotSolveOwnsItsEnvironment) {
   ldlNumericOverride = nullptr;  // the library's own numeric phase
-  double v[2] = {3, 0};  // 2a + b = 3, a - b = 0
-  ASSERT_EQ(solveEquationLDL(&env, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, v, nullptr), 0);
-  EXPECT_NEAR(v[0], 1, 1e-12);
-  EXPECT_NEAR(v[1], 1, 1e-12);
+  const Dense k = hxtest::denseFromCsc(2, 2, kBegin, kIndex, kValue);
+  const Vec b{3, 0};
+  Vec v = b;
+  ASSERT_EQ(solveEquationLDL(&env, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, v.data(), nullptr), 0);
+  EXPECT_LT(hxtest::residual(k, v, b), 1e-12);
   EXPECT_EQ(liveBlocks(), 0);
+  // Without a pool of its own the environment takes the argument's.
   HalvexEnv bare{};
-  EXPECT_EQ(solveEquationLDL(&bare, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, v, nullptr),
+  v = b;
+  EXPECT_EQ(solveEquationLDL(&bare, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, v.data(), nullptr),
             IPM_STATUS_FAILED);
-  double w[2] = {3, 0};
-  EXPECT_EQ(solveEquationLDL(&bare, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, w, pool), 0);
-  EXPECT_NEAR(w[0], 1, 1e-12);
+  v = b;
+  EXPECT_EQ(solveEquationLDL(&bare, 0, 0, 2, 1, 1, kBegin, kIndex, kValue, v.data(), pool), 0);
+  EXPECT_LT(hxtest::residual(k, v, b), 1e-12);
   EXPECT_EQ(liveBlocks(), 0);
 }
 
@@ -149,9 +155,7 @@ TEST_F(IpmBridge, OneShotSolveFailureIsAFailureNotATriangularCode) {
 
 class IpmBreakdown : public IpmBridge {
  protected:
-  static Problem lp() {
-    return Problem({{1, 2}, {3, 1}}, "LL", {4, 6}, {-1, -1}, {0, 0}, {kInf, kInf});
-  }
+  static Problem lp() { return textbookLP(); }
 };
 
 int32_t gSolveCalls = 0, gFailSolveAt = -1;
@@ -183,7 +187,7 @@ TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
   r = runSolve(&env, q);
   EXPECT_EQ(r.status, IPM_STATUS_FAILED);
   gFailSolveAt = -1;
-  DenseNumeric::store().clear();
+  DenseNumeric::clear();
   EXPECT_EQ(liveBlocks(), 0);
 }
 
@@ -205,42 +209,39 @@ class IpmMemory : public HostTest {};
 
 TEST_F(IpmMemory, EveryRefusedAllocationOfASolveGivesOutOfMemoryAndNoLeak) {
   for (bool quad : {false, true}) {
-    int32_t status = 0;
-    int k = 0, absorbed = 0;
-    for (; k < 2000; k++) {
+    SCOPED_TRACE(quad ? "QP" : "LP");
+    hxtest::OomSweep sweep(host);
+    sweep.armAtStart = false;
+    // A refusal inside the active-set finish is a failed reset like any
+    // other: the point in force goes on, and the solve still ends.
+    sweep.absorbed = IPM_STATUS_OPTIMAL;
+    const auto result = sweep.run([&](hxtest::OomProbe& probe) {
       Problem p({{1, 2, 1}, {3, 1, 0}}, "LR", {4, 6}, {-1, -1, -0.5}, {0, 0, -kInf},
                 {kInf, 5, kInf}, {0, 3});
       if (quad) p.setQuad({{2, 1, 0}, {1, 2, 0}, {0, 0, 1}});
       p.link();
-      ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
       ipmSolution* solution = nullptr;
-      ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(),
-                            p.y.data()),
-                0);
-      const int64_t base = liveBlocks();
-      const int64_t refused = host.poolStats(pool).refused;
-      host.failAllocation(k);
-      status = ipmSolve(&env, &p.model, &p.option, nullptr, &p.storage, solution, nullptr,
-                        IPM_CONTROL_FIRST_LEG);
-      host.clearFailures();
-      const bool hit = host.poolStats(pool).refused != refused;
-      EXPECT_EQ(liveBlocks(), base) << "allocation " << k;
+      if (addSlack(&env, &p.model, &p.storage) ||
+          NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data())) {
+        ADD_FAILURE() << "set-up failed";
+        return IPM_STATUS_FAILED;
+      }
+      probe.arm();
+      const int32_t status = ipmSolve(&env, &p.model, &p.option, nullptr, &p.storage, solution,
+                                      nullptr, IPM_CONTROL_FIRST_LEG);
+      probe.disarm();
+      if (status == IPM_STATUS_OUT_OF_MEMORY) {
+        EXPECT_EQ(p.model.status, IPM_STATUS_OUT_OF_MEMORY);
+      }
       FreeSolution(&env, solution);
       poolFree(pool, p.storage.rangeRow);
       poolFree(pool, p.storage.lcontRow);
-      if (!hit) break;
-      // A refusal inside the active-set finish is a failed reset like any
-      // other: the point in force goes on, and the solve still ends.
-      if (status != IPM_STATUS_OUT_OF_MEMORY) {
-        EXPECT_EQ(status, IPM_STATUS_OPTIMAL) << "allocation " << k;
-        absorbed++;
-        continue;
-      }
-      EXPECT_EQ(p.model.status, IPM_STATUS_OUT_OF_MEMORY);
-    }
-    EXPECT_EQ(status, IPM_STATUS_OPTIMAL) << (quad ? "QP" : "LP");
-    EXPECT_GT(absorbed, 0) << (quad ? "QP" : "LP");
-    EXPECT_GT(k, 20);  // the record, its working set, the environment and the analysis
+      return status;
+    });
+    EXPECT_EQ(result.finalStatus, IPM_STATUS_OPTIMAL);
+    EXPECT_GT(result.absorbedRuns, 0);
+    // The record, its working set, the environment and the analysis.
+    EXPECT_GT(result.refusedRuns, 20);
     EXPECT_EQ(liveBlocks(), 0);
   }
 }

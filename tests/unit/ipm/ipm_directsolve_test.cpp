@@ -7,6 +7,7 @@
 #include "ipm/directsolve.h"
 #include "support/bridge_seam.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 #include "support/presolve_support.h"
 
 namespace {
@@ -26,10 +27,17 @@ Problem equalityQP() {
   return p;
 }
 
+// equalityQP with a fourth column fixed at 1, which the presolve removes.
+Problem reducedToEqualityQP() {
+  Problem p = pretest::lp({{1, 1, 1, 1}, {1, 0, -1, 0}}, "EE", {4, 1}, {1, -2, 0.5, 3},
+                          {-kFree, -kFree, -kFree, 1}, {kFree, kFree, kFree, 1});
+  return pretest::qp(p, {2, 3, 1, 0}, {{0, 1, 1.0}});
+}
+
 // The KKT system solved densely: x and y of Qx + c - A'y = 0, Ax = b.
 void denseKkt(const Problem& p, Vec* x, Vec* y) {
   const int m = (int)p.a.size(), n = (int)p.obj.size();
-  ipmtest::Dense k(n + m, std::vector<double>(n + m, 0.0));
+  hxtest::Dense k(n + m, Vec(n + m, 0.0));
   std::vector<double> b(n + m, 0.0);
   for (int j = 0; j < n; j++) {
     if (!p.quadDiag.empty()) k[j][j] = p.quadDiag[j];
@@ -46,7 +54,8 @@ void denseKkt(const Problem& p, Vec* x, Vec* y) {
     }
     b[n + i] = -p.rhs[i];
   }
-  std::vector<double> z = ipmtest::denseSolve(k, b);
+  Vec z;
+  ASSERT_TRUE(hxtest::luSolve(k, b, &z));
   x->assign(z.begin(), z.begin() + n);
   y->assign(z.begin() + n, z.end());
 }
@@ -219,31 +228,23 @@ TEST_F(SpecSolve, TheTableIsWrittenInOneGoOnlyWithAPrintFrequency) {
 TEST_F(SpecSolve, EveryRefusedAllocationEndsInOutOfMemoryAndLeaksNothing) {
   for (int32_t choice : {SPEC_SOLVE_DIRECT, SPEC_SOLVE_REDUCED}) {
     SCOPED_TRACE(choice);
-    bool done = false;
-    int refused = 0;
-    for (int k = 0; k < 2000 && !done; k++) {
+    hxtest::OomSweep sweep(host);
+    sweep.armAtStart = false;
+    const auto result = sweep.run([&](hxtest::OomProbe& probe) {
       Problem p = equalityQP();
       ipmModel* m = p.build();
       ipmSolution* s = nullptr;
-      ASSERT_EQ(NewSolution(&env, &s, m->numRow, m->numCol, m->solPrimal, m->solDual), 0);
-      const int64_t before = liveBlocks();
+      EXPECT_EQ(NewSolution(&env, &s, m->numRow, m->numCol, m->solPrimal, m->solDual), 0);
       m->status = -7;
-      host.failAllocation(k);
+      probe.arm();
       const int32_t r = ipmSpecSolve(&env, m, &option, s, choice);
-      host.clearFailures();
-      EXPECT_EQ(liveBlocks(), before) << "allocation " << k;
+      probe.disarm();
+      EXPECT_EQ(m->status, r == 0 ? IPM_STATUS_OPTIMAL : -7) << probe.k();
       FreeSolution(&env, s);
-      if (r == 0) {
-        done = true;
-        EXPECT_EQ(m->status, IPM_STATUS_OPTIMAL);
-      } else {
-        refused++;
-        EXPECT_EQ(r, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
-        EXPECT_EQ(m->status, -7) << "allocation " << k;
-      }
-    }
-    EXPECT_TRUE(done);
-    EXPECT_GT(refused, 5);
+      return r;
+    });
+    EXPECT_EQ(result.finalStatus, 0);
+    EXPECT_GT(result.refusedRuns, 5);
   }
   EXPECT_EQ(liveBlocks(), 0);
 }
@@ -273,11 +274,8 @@ TEST_F(SpecRoute, AllFreeAllEquationModelIsSolvedBeforeAnyPresolverArray) {
 }
 
 TEST_F(SpecRoute, ModelLeftAllFreeAndEquationsByThePresolveIsSolvedAfterIt) {
-  // x4 is fixed at 1 and goes in the presolve; what is left is the equality
-  // QP, and the postsolve brings its point back to the caller's columns.
-  Problem p = pretest::lp({{1, 1, 1, 1}, {1, 0, -1, 0}}, "EE", {4, 1}, {1, -2, 0.5, 3},
-                          {-kFree, -kFree, -kFree, 1}, {kFree, kFree, kFree, 1});
-  p = pretest::qp(p, {2, 3, 1, 0}, {{0, 1, 1.0}});
+  // The postsolve brings the point back to the caller's columns.
+  Problem p = reducedToEqualityQP();
   Problem core = equalityQP();
   core.build();
   Vec x, y;
@@ -305,32 +303,21 @@ TEST_F(SpecRoute, ModelLeftAllFreeAndEquationsByThePresolveIsSolvedAfterIt) {
 TEST_F(SpecRoute, OutOfMemoryOnEitherPresolveRouteLeaksNothing) {
   // The first road solves before the presolve, the second after it.
   Problem direct = equalityQP();
-  Problem afterwards =
-      pretest::qp(pretest::lp({{1, 1, 1, 1}, {1, 0, -1, 0}}, "EE", {4, 1}, {1, -2, 0.5, 3},
-                              {-kFree, -kFree, -kFree, 1}, {kFree, kFree, kFree, 1}),
-                  {2, 3, 1, 0}, {{0, 1, 1.0}});
+  Problem afterwards = reducedToEqualityQP();
   for (Problem* p : {&direct, &afterwards}) {
-    bool done = false;
-    int refused = 0;
-    for (int k = 0; k < 3000 && !done; k++) {
-      int32_t status;
-      {
-        pretest::Round round(&env);
-        round.prepare();
-        host.failAllocation(k);
-        status = round.presolve(p->build());
-        host.clearFailures();
-      }
-      if (status == 0) {
-        done = true;
-      } else {
-        refused++;
-        EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
-      }
-      ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
-    }
-    EXPECT_TRUE(done);
-    EXPECT_GT(refused, 10);
+    hxtest::OomSweep sweep(host);
+    sweep.armAtStart = false;
+    const auto result = sweep.run([&](hxtest::OomProbe& probe) {
+      pretest::Round round(&env);
+      round.prepare();
+      probe.arm();
+      const int32_t status = round.presolve(p->build());
+      probe.disarm();
+      return status;
+    });
+    EXPECT_EQ(result.finalStatus, 0);
+    EXPECT_GT(result.refusedRuns, 10);
+    EXPECT_EQ(liveBlocks(), 0);
   }
 }
 

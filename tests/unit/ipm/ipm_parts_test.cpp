@@ -8,6 +8,7 @@
 #include "ipm/init_internal.h"
 #include "ipm/submodel.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 using namespace ipmtest;
 
@@ -25,93 +26,54 @@ Problem mixedModel(bool quad) {
   return p;
 }
 
-class IpmParts : public HostTest {
+class IpmParts : public IpmFixture {
  protected:
-  ~IpmParts() override { release(); }
-
-  // Slacks added, Ipm made and analysed, a point with every slack and dual
-  // positive and residuals in all parts.
+  // A point with every slack and dual positive and residuals in all parts.
   void setUp(Problem model) {
-    owned.reset(new Problem(std::move(model)));
-    owned->link();
-    Problem& p = *owned;
-    problem = &p;
-    ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
-    ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
-              0);
-    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
-    ASSERT_NE(ipm, nullptr);
-    ipmGetOption(ipm, &p.option);
-    ipmSetParam(ipm, &p.option);
-    ASSERT_EQ(CreateIpm(ipm), 0);
-    AssignIpm(ipm, &p.model, solution);
-    AnalyzeIpm(ipm);
+    IpmFixture::setUp(std::move(model));
     for (int32_t j = 0; j < ipm->numCol; j++) {
       ipm->solPrimal[j] = 0.3 + 0.1 * j;
-      if (ipm->varBndType[j] & VARBND_UPPER) {
+      if (hasUpper(j)) {
         ipm->upperSlack[j] = 0.7 + 0.05 * j;
         ipm->upperDual[j] = 1.1 - 0.1 * j;
       }
-      if (ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO)) {
+      if (hasLower(j)) {
         ipm->lowerSlack[j] = 0.4 + 0.2 * j;
         ipm->lowerDual[j] = 0.9 + 0.03 * j;
       }
     }
     for (int32_t i = 0; i < ipm->numRow; i++) {
       ipm->solDual[i] = 0.5 + 0.25 * i;
-      ipm->ineqnSlack[i] = ipm->rowSense[i] == 'G' ? 1.5 - 0.2 * i : 0.0;
+      ipm->ineqnSlack[i] = isG(i) ? 1.5 - 0.2 * i : 0.0;
     }
   }
-
-  void release() {
-    if (ipm) {
-      FreeIpm(ipm);
-      poolFree(pool, ipm);
-      ipm = nullptr;
+  // A complementarity pair of the record: slack, dual and their steps.
+  struct Pair {
+    std::string name;
+    double *s, *z, *ds, *dz;
+  };
+  std::vector<Pair> pairs() const {
+    std::vector<Pair> out;
+    const int32_t n = ipm->numCol;
+    for (int32_t j = 0; j < n; j++) {
+      if (hasUpper(j))
+        out.push_back({"upper " + std::to_string(j), &ipm->upperSlack[j], &ipm->upperDual[j],
+                       &ipm->upperSlackDelta[j], &ipm->upperDualDelta[j]});
+      if (hasLower(j))
+        out.push_back({"lower " + std::to_string(j), &ipm->lowerSlack[j], &ipm->lowerDual[j],
+                       &ipm->lowerSlackDelta[j], &ipm->lowerDualDelta[j]});
     }
-    FreeSolution(&env, solution);
-    solution = nullptr;
-    if (problem) {
-      if (problem->storage.rangeRow) poolFree(pool, problem->storage.rangeRow);
-      if (problem->storage.lcontRow) poolFree(pool, problem->storage.lcontRow);
-      problem->storage.rangeRow = problem->storage.lcontRow = nullptr;
-      problem = nullptr;
-    }
-  }
-
-  bool hasLower(int32_t j) const { return ipm->varBndType[j] & (VARBND_LOWER | VARBND_LOWER_ZERO); }
-  bool hasUpper(int32_t j) const { return ipm->varBndType[j] & VARBND_UPPER; }
-  bool isG(int32_t i) const { return ipm->rowSense[i] == 'G'; }
-
-  // Dense A (rows by columns) and Q of the model with slacks.
-  Dense denseA() const {
-    Dense a(ipm->numRow, std::vector<double>(ipm->numCol, 0.0));
-    for (int32_t j = 0; j < ipm->numCol; j++)
-      for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++)
-        a[ipm->rowIndex[k]][j] += ipm->matValue[k];
-    return a;
-  }
-  Dense denseQ() const {
-    Dense q(ipm->numCol, std::vector<double>(ipm->numCol, 0.0));
-    if (ipm->modelType != IPM_MODEL_QP) return q;
-    for (int32_t j = 0; j < ipm->numCol; j++) {
-      q[j][j] = ipm->quadDiag[j];
-      for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j];
-           k++) {
-        q[ipm->quadRowIndex[k]][j] += ipm->quadMatValue[k];
-        q[j][ipm->quadRowIndex[k]] += ipm->quadMatValue[k];
-      }
-    }
-    return q;
-  }
-  std::vector<double> times(const Dense& m, const double* v) const {
-    std::vector<double> out(m.size(), 0.0);
-    for (size_t i = 0; i < m.size(); i++)
-      for (size_t j = 0; j < m[i].size(); j++) out[i] += m[i][j] * v[j];
+    for (int32_t i = 0; i < ipm->numRow; i++)
+      if (isG(i))
+        out.push_back({"row " + std::to_string(i), &ipm->ineqnSlack[i], &ipm->solDual[i],
+                       &ipm->ineqnSlackDelta[i], &ipm->vecRhs[n + i]});
     return out;
   }
-  std::vector<double> timesT(const Dense& m, const double* v, size_t cols) const {
-    std::vector<double> out(cols, 0.0);
+  Vec times(const Dense& m, const double* v) const {
+    return hxtest::multiply(m, Vec(v, v + m[0].size()));
+  }
+  Vec timesT(const Dense& m, const double* v, size_t cols) const {
+    Vec out(cols, 0.0);
     for (size_t i = 0; i < m.size(); i++)
       for (size_t j = 0; j < cols; j++) out[j] += m[i][j] * v[i];
     return out;
@@ -128,7 +90,7 @@ class IpmParts : public HostTest {
   void expectLayout(bool withQ) {
     const int32_t n = ipm->numCol, dim = ipm->numDim;
     Dense a = denseA(), q = denseQ();
-    Dense k = denseOf(dim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+    Dense k = denseKkt();
     for (int32_t r = 0; r < dim; r++)
       for (int32_t c = 0; c < dim; c++) {
         double want = 0.0;
@@ -143,15 +105,10 @@ class IpmParts : public HostTest {
   }
   // Solves the current augmented system densely, in place.
   void denseSolveInPlace(double* v) {
-    Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
-    std::vector<double> z = denseSolve(k, std::vector<double>(v, v + ipm->numDim));
+    Vec z;
+    hxtest::luSolve(denseKkt(), Vec(v, v + ipm->numDim), &z, 1e-30, true);
     std::copy(z.begin(), z.end(), v);
   }
-
-  std::unique_ptr<Problem> owned;
-  Problem* problem = nullptr;
-  ipmSolution* solution = nullptr;
-  Ipm* ipm = nullptr;
 };
 
 TEST_F(IpmParts, AnalysisFlagsCountsAndNorms) {
@@ -200,13 +157,9 @@ TEST_F(IpmParts, LayoutsMatchTheDenseMatrix) {
     for (int32_t pos = ipm->kktBegin[j] + 1; pos < ipm->kktBegin[j + 1]; pos++)
       EXPECT_LT(ipm->kktIndex[pos - 1], ipm->kktIndex[pos]) << "column " << j;
   // Out of memory releases the temporaries on every path.
-  const int64_t before = liveBlocks();
-  for (int k = 0; k < 8; k++) {
-    host.failAllocation(k);
-    EXPECT_EQ(quadLayout(), IPM_STATUS_OUT_OF_MEMORY);
-    host.clearFailures();
-    EXPECT_EQ(liveBlocks(), before);
-  }
+  const auto sweep = hxtest::oomSweep(host, [&](hxtest::OomProbe&) { return quadLayout(); });
+  EXPECT_EQ(sweep.finalStatus, 0);
+  EXPECT_GE(sweep.refusedRuns, 8);
 }
 
 TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
@@ -216,7 +169,7 @@ TEST_F(IpmParts, PartialLayoutKeepsOnlyMappedRowsAndColumns) {
   createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue, ipm->varBndDiagIndex,
                              ipm->ineqnDiagIndex, colMap, 4, rowMap, 3);
   Dense a = denseA();
-  Dense k = denseOf(7, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  Dense k = hxtest::denseFromCsc(7, 7, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
   for (int32_t j = 0; j < ipm->numCol; j++)
     for (int32_t i = 0; i < ipm->numRow; i++) {
       if (colMap[j] < 0 || rowMap[i] < 0) continue;
@@ -240,13 +193,11 @@ TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
   setUp(mixedModel(true));
   ASSERT_EQ(ipmInitAugmat(ipm, 1), 0);
   computeAugmentDiag(ipm);
-  double least = 1e20;
   std::vector<double> h(ipm->numCol);
   for (int32_t j = 0; j < ipm->numCol; j++) {
     h[j] = ipm->quadDiag[j];
     if (hasUpper(j)) h[j] += ipm->upperDual[j] / ipm->upperSlack[j];
     if (hasLower(j)) h[j] += ipm->lowerDual[j] / ipm->lowerSlack[j];
-    if (h[j] != 0) least = std::min(least, fabs(h[j]));
   }
   ASSERT_EQ(h[4], 1.0);  // the free column keeps its quadratic term
   for (int32_t j = 0; j < ipm->numCol; j++)
@@ -259,6 +210,15 @@ TEST_F(IpmParts, AugmentDiagonalAndItsAdaptiveFillIn) {
       EXPECT_EQ(d, -1e-10);  // equations get -reg, reg capped at 1e-10
     }
   }
+  // Regularised, the system is quasi-definite: an LDL' without pivoting
+  // exists, with a positive pivot per column and a negative one per row.
+  Dense l;
+  Vec pivots;
+  ASSERT_TRUE(hxtest::ldlFactor(denseKkt(), &l, &pivots));
+  int32_t positive = 0, negative = 0;
+  hxtest::inertia(pivots, &positive, &negative);
+  EXPECT_EQ(positive, ipm->numCol);
+  EXPECT_EQ(negative, ipm->numRow);
 
   // A tiny real entry pulls reg down: the free LP column and the equations
   // follow it, and nothing exceeds the smallest real entry.
@@ -317,20 +277,17 @@ TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
         bSum += pow(ipm->upper[j] - x[j] - ipm->upperSlack[j], 2);
         t -= ipm->upperDual[j] * (ipm->upperSlack[j] - (ipm->upper[j] - x[j])) / ipm->upperSlack[j];
         objD -= ipm->upper[j] * ipm->upperDual[j];
-        pair(ipm->upperSlack[j], ipm->upperDual[j]);
       }
       if (hasLower(j)) {
         r -= ipm->lowerDual[j];
         bSum += pow(x[j] - ipm->lower[j] - ipm->lowerSlack[j], 2);
         t += ipm->lowerDual[j] * (ipm->lowerSlack[j] - (x[j] - ipm->lower[j])) / ipm->lowerSlack[j];
         objD += ipm->lower[j] * ipm->lowerDual[j];
-        pair(ipm->lowerSlack[j], ipm->lowerDual[j]);
       }
       dSum += r * r;
       EXPECT_NEAR(ipm->vecRhs[j], t, 1e-12) << j;
     }
-    for (int32_t i = 0; i < m; i++)
-      if (isG(i)) pair(ipm->ineqnSlack[i], y[i]);
+    for (const Pair& p : pairs()) pair(*p.s, *p.z);
     EXPECT_NEAR(ipm->primalInfeas, sqrt(pSum) / (ipm->normRhs + 1), 1e-12);
     EXPECT_NEAR(ipm->dualInfeas, sqrt(dSum) / (ipm->normObj + 1), 1e-12);
     EXPECT_NEAR(ipm->boundInfeas, sqrt(bSum) / (ipm->normLower + 1 + ipm->normUpper), 1e-12);
@@ -354,13 +311,12 @@ TEST_F(IpmParts, MeasurementAgreesWithADirectRecomputation) {
     EXPECT_NEAR(gap, ipm->dualityGap, 1e-12);
     EXPECT_NEAR(cm, ipm->complementarity, 1e-12);
     EXPECT_EQ(ipm->vecRhs[0], before);
-    const int64_t live = liveBlocks();
-    host.failAllocation(1);
-    EXPECT_EQ(computeMeasurementReset(ipm, x, y, ipm->ineqnSlack, ipm->lowerSlack, ipm->lowerDual,
-                                      ipm->upperSlack, ipm->upperDual, &pi, &di, &bi, &gap, &cm),
-              IPM_STATUS_OUT_OF_MEMORY);
-    host.clearFailures();
-    EXPECT_EQ(liveBlocks(), live);
+    const auto sweep = hxtest::oomSweep(host, [&](hxtest::OomProbe&) {
+      return computeMeasurementReset(ipm, x, y, ipm->ineqnSlack, ipm->lowerSlack, ipm->lowerDual,
+                                     ipm->upperSlack, ipm->upperDual, &pi, &di, &bi, &gap, &cm);
+    });
+    EXPECT_EQ(sweep.finalStatus, 0);
+    EXPECT_GE(sweep.refusedRuns, 2);
     release();
   }
 }
@@ -394,13 +350,10 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
     const int32_t n = ipm->numCol, m = ipm->numRow;
     Dense a = denseA(), q = denseQ();
     auto checkNewton = [&](const char* which) {
-      const double* dx = ipm->vecRhs;
-      const double* dy = ipm->vecRhs + n;
-      std::vector<double> xn(n), yn(m);
-      for (int32_t j = 0; j < n; j++) xn[j] = ipm->solPrimal[j] + dx[j];
-      for (int32_t i = 0; i < m; i++) yn[i] = ipm->solDual[i] + dy[i];
-      std::vector<double> ax = times(a, xn.data()), qx = times(q, xn.data()),
-                          aty = timesT(a, yn.data(), n);
+      Vec xn(n), yn(m);
+      for (int32_t j = 0; j < n; j++) xn[j] = ipm->solPrimal[j] + ipm->vecRhs[j];
+      for (int32_t i = 0; i < m; i++) yn[i] = ipm->solDual[i] + ipm->vecRhs[n + i];
+      Vec ax = times(a, xn.data()), qx = times(q, xn.data()), aty = timesT(a, yn.data(), n);
       for (int32_t i = 0; i < m; i++) {
         const double s = isG(i) ? ipm->ineqnSlack[i] + ipm->ineqnSlackDelta[i] : 0.0;
         EXPECT_NEAR(ax[i] - s - ipm->rhs[i], 0.0, 1e-8) << which << " row " << i;
@@ -419,75 +372,35 @@ TEST_F(IpmParts, StepsSolveTheNewtonEquations) {
       }
     };
     checkNewton("predictor");
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_NEAR(ipm->upperDual[j] * (ipm->upperSlack[j] + ipm->upperSlackDelta[j]) +
-                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
-                    0.0, 1e-12);
-      }
-    }
-    // No pair turns negative over the step.
+    // The affine step zeroes each linearised product; no pair turns negative
+    // over the step; muAffine is the mean product at the step.
     EXPECT_LE(ipm->alphaPrimal, 1.0);
     if (quad) {
       EXPECT_EQ(ipm->alphaPrimal, ipm->alphaDual);
     }
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_GE(ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j], -1e-12);
-        EXPECT_GE(ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j], -1e-12);
-      }
-      if (hasLower(j)) {
-        EXPECT_GE(ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j], -1e-12);
-        EXPECT_GE(ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j], -1e-12);
-      }
-    }
-
-    computeMuAffine(ipm);
     double sum = 0;
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j))
-        sum += (ipm->upperSlack[j] + ipm->alphaPrimal * ipm->upperSlackDelta[j]) *
-               (ipm->upperDual[j] + ipm->alphaDual * ipm->upperDualDelta[j]);
-      if (hasLower(j))
-        sum += (ipm->lowerSlack[j] + ipm->alphaPrimal * ipm->lowerSlackDelta[j]) *
-               (ipm->lowerDual[j] + ipm->alphaDual * ipm->lowerDualDelta[j]);
+    const std::vector<Pair> all = pairs();
+    for (const Pair& p : all) {
+      EXPECT_NEAR(*p.z * (*p.s + *p.ds) + *p.s * *p.dz, 0.0, 1e-12) << p.name;
+      EXPECT_GE(*p.s + ipm->alphaPrimal * *p.ds, -1e-12) << p.name;
+      EXPECT_GE(*p.z + ipm->alphaDual * *p.dz, -1e-12) << p.name;
+      sum += (*p.s + ipm->alphaPrimal * *p.ds) * (*p.z + ipm->alphaDual * *p.dz);
     }
-    for (int32_t i = 0; i < m; i++)
-      if (isG(i))
-        sum += (ipm->ineqnSlack[i] + ipm->alphaPrimal * ipm->ineqnSlackDelta[i]) *
-               (ipm->solDual[i] + ipm->alphaDual * ipm->vecRhs[n + i]);
+    computeMuAffine(ipm);
     EXPECT_NEAR(ipm->muAffine, sum / ipm->numComplement, 1e-12);
     computeSigma(ipm);
     EXPECT_NEAR(ipm->sigma, pow(ipm->muAffine / ipm->mu, 3), 1e-12);
 
-    std::vector<double> dU(ipm->upperSlackDelta, ipm->upperSlackDelta + n),
-        dV(ipm->upperDualDelta, ipm->upperDualDelta + n),
-        dL(ipm->lowerSlackDelta, ipm->lowerSlackDelta + n),
-        dW(ipm->lowerDualDelta, ipm->lowerDualDelta + n),
-        dS(ipm->ineqnSlackDelta, ipm->ineqnSlackDelta + m),
-        dY(ipm->vecRhs + n, ipm->vecRhs + n + m);
+    std::vector<double> affine;  // ds * dz of the predictor, pair by pair
+    for (const Pair& p : all) affine.push_back(*p.ds * *p.dz);
     computeRhsCorrector(ipm);
     denseSolveInPlace(ipm->correctorPrimal);
     computeStepCombined(ipm);
     checkNewton("combined");
     const double c = ipm->sigma * ipm->mu;
-    for (int32_t j = 0; j < n; j++) {
-      if (hasUpper(j)) {
-        EXPECT_NEAR(ipm->upperDual[j] * ipm->upperSlackDelta[j] +
-                        ipm->upperSlack[j] * ipm->upperDualDelta[j],
-                    -ipm->upperDual[j] * ipm->upperSlack[j] + c - dU[j] * dV[j], 1e-10);
-      }
-      if (hasLower(j)) {
-        EXPECT_NEAR(ipm->lowerDual[j] * ipm->lowerSlackDelta[j] +
-                        ipm->lowerSlack[j] * ipm->lowerDualDelta[j],
-                    -ipm->lowerDual[j] * ipm->lowerSlack[j] + c - dL[j] * dW[j], 1e-10);
-      }
-    }
-    for (int32_t i = 0; i < m; i++) {
-      if (!isG(i)) continue;
-      EXPECT_NEAR(
-          ipm->solDual[i] * ipm->ineqnSlackDelta[i] + ipm->ineqnSlack[i] * ipm->vecRhs[n + i],
-          -ipm->solDual[i] * ipm->ineqnSlack[i] + c - dS[i] * dY[i], 1e-10);
+    for (size_t k = 0; k < all.size(); k++) {
+      const Pair& p = all[k];
+      EXPECT_NEAR(*p.z * *p.ds + *p.s * *p.dz, -*p.z * *p.s + c - affine[k], 1e-10) << p.name;
     }
 
     // The update takes 0.99 of each length and reports the least divisor.
@@ -634,7 +547,8 @@ TEST_F(IpmParts, StartLpStartIsTheLeastSquaresPointMadeInterior) {
     k[i][3] = k[3][i] = a[1][i];
   }
   b[3] = 1;
-  std::vector<double> want = denseSolve(k, b);
+  Vec want;
+  hxtest::luSolve(k, b, &want, 1e-30, true);
   for (int j = 0; j < 3; j++) EXPECT_NEAR(ipm->solPrimal[j], want[j], 1e-9) << j;
 
   // Every slack and dual in force is positive; the others are exactly 0.
@@ -671,7 +585,7 @@ TEST_F(IpmParts, StartQpStartEndsOnTheFullPattern) {
   EXPECT_GE(ipm->ineqnSlack[0], 0.1);
   EXPECT_GE(ipm->solDual[0], 0.1);
   // The loop's matrix holds +Q off the diagonal again.
-  Dense k = denseOf(ipm->numDim, ipm->kktBegin, ipm->kktIndex, ipm->kktValue);
+  Dense k = denseKkt();
   EXPECT_EQ(k[0][1], 1.0);
   EXPECT_EQ(k[1][0], 1.0);
   EXPECT_EQ(k[2][0], -1.0);

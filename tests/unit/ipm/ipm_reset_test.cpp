@@ -9,6 +9,7 @@
 
 #include "ipm/reset.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 using namespace ipmtest;
 
@@ -21,46 +22,15 @@ struct Snapshot {
   bool operator==(const Snapshot& o) const { return record == o.record && values == o.values; }
 };
 
-class IpmReset : public HostTest {
+class IpmReset : public IpmFixture {
  protected:
-  ~IpmReset() override { release(); }
-
   void setUp(Problem model) {
-    release();
-    owned.reset(new Problem(std::move(model)));
-    Problem& p = *owned;
-    p.link();
-    ASSERT_EQ(addSlack(&env, &p.model, &p.storage), 0);
-    ASSERT_EQ(NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data()),
-              0);
-    ipm = NewIpm(&env, &p.model, nullptr, IPM_CONTROL_FIRST_LEG);
-    ASSERT_NE(ipm, nullptr);
-    ipmGetOption(ipm, &p.option);
-    ipmSetParam(ipm, &p.option);
-    ASSERT_EQ(CreateIpm(ipm), 0);
-    AssignIpm(ipm, &p.model, solution);
-    AnalyzeIpm(ipm);
+    IpmFixture::setUp(std::move(model));
     // Measures of an unfinished point, so that an accepted reset shows.
     ipm->status = IPM_STATUS_FAILED;
     ipm->primalInfeas = ipm->dualInfeas = ipm->boundInfeas = 1e-3;
     ipm->dualityGap = ipm->complementarity = 1e-3;
   }
-
-  void release() {
-    if (ipm) {
-      FreeIpm(ipm);
-      poolFree(pool, ipm);
-      ipm = nullptr;
-    }
-    FreeSolution(&env, solution);
-    solution = nullptr;
-    if (owned) {
-      if (owned->storage.rangeRow) poolFree(pool, owned->storage.rangeRow);
-      if (owned->storage.lcontRow) poolFree(pool, owned->storage.lcontRow);
-      owned.reset();
-    }
-  }
-
   // A column's pairs: a bound with a slack and a dual.
   void lowerPair(int32_t j, double slack, double dual) {
     ipm->lowerSlack[j] = slack;
@@ -70,91 +40,25 @@ class IpmReset : public HostTest {
     ipm->upperSlack[j] = slack;
     ipm->upperDual[j] = dual;
   }
-
   Snapshot snapshot() const {
     Snapshot s;
     s.record.resize(sizeof(Ipm));
     memcpy(s.record.data(), ipm, sizeof(Ipm));
-    const int32_t n = ipm->numCol, m = ipm->numRow;
-    auto add = [&](const double* v, int32_t len) { s.values.insert(s.values.end(), v, v + len); };
-    add(ipm->solPrimal, n);
-    add(ipm->lowerSlack, n);
-    add(ipm->upperSlack, n);
-    add(ipm->lowerDual, n);
-    add(ipm->upperDual, n);
-    add(ipm->solDual, m);
-    add(ipm->ineqnSlack, m);
-    add(ipm->vecRhs, ipm->numDim);
-    add(ipm->kktValue, ipm->numIpmCoef);
-    add(ipm->scratchA, n > m ? n : m);
-    add(ipm->scratchB, n > m ? n : m);
+    const int32_t n = ipm->numCol, m = ipm->numRow, w = n > m ? n : m;
+    using Part = std::pair<const double*, int32_t>;
+    for (const Part& v : std::initializer_list<Part>{
+             {ipm->solPrimal, n}, {ipm->lowerSlack, n}, {ipm->upperSlack, n}, {ipm->lowerDual, n},
+             {ipm->upperDual, n}, {ipm->solDual, m}, {ipm->ineqnSlack, m},
+             {ipm->vecRhs, ipm->numDim}, {ipm->kktValue, ipm->numIpmCoef}, {ipm->scratchA, w},
+             {ipm->scratchB, w}})
+      s.values.insert(s.values.end(), v.first, v.first + v.second);
     return s;
   }
-
-  // Stationarity, feasibility and complementarity of the record's point,
-  // computed densely from the model: the largest violation.
-  double kktError() const {
-    const int32_t n = ipm->numCol, m = ipm->numRow;
-    double worst = 0.0;
-    auto note = [&](double v) { worst = fmax(worst, fabs(v)); };
-    std::vector<double> ax(m, 0.0), g(ipm->obj, ipm->obj + n);
-    for (int32_t j = 0; j < n; j++)
-      for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++) {
-        ax[ipm->rowIndex[k]] += ipm->matValue[k] * ipm->solPrimal[j];
-        g[j] -= ipm->matValue[k] * ipm->solDual[ipm->rowIndex[k]];
-      }
-    if (ipm->modelType == IPM_MODEL_QP)
-      for (int32_t j = 0; j < n; j++) {
-        g[j] += ipm->quadDiag[j] * ipm->solPrimal[j];
-        for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j];
-             k++) {
-          const int32_t i = ipm->quadRowIndex[k];
-          g[j] += ipm->quadMatValue[k] * ipm->solPrimal[i];
-          g[i] += ipm->quadMatValue[k] * ipm->solPrimal[j];
-        }
-      }
-    for (int32_t j = 0; j < n; j++) {
-      const uint8_t t = ipm->varBndType[j];
-      double r = g[j];
-      if (t & (VARBND_LOWER | VARBND_LOWER_ZERO)) {
-        r -= ipm->lowerDual[j];
-        note(ipm->solPrimal[j] - ipm->lower[j] - ipm->lowerSlack[j]);
-        note(ipm->lowerSlack[j] * ipm->lowerDual[j]);
-        note(fmin(0.0, ipm->lowerSlack[j]));
-        note(fmin(0.0, ipm->lowerDual[j]));
-      }
-      if (t & VARBND_UPPER) {
-        r += ipm->upperDual[j];
-        note(ipm->upper[j] - ipm->solPrimal[j] - ipm->upperSlack[j]);
-        note(ipm->upperSlack[j] * ipm->upperDual[j]);
-        note(fmin(0.0, ipm->upperSlack[j]));
-        note(fmin(0.0, ipm->upperDual[j]));
-      }
-      note(r);
-    }
-    for (int32_t i = 0; i < m; i++) {
-      note(ax[i] - ipm->rhs[i] - ipm->ineqnSlack[i]);
-      if (ipm->rowSense[i] == 'G') {
-        note(ipm->ineqnSlack[i] * ipm->solDual[i]);
-        note(fmin(0.0, ipm->ineqnSlack[i]));
-        note(fmin(0.0, ipm->solDual[i]));
-      } else {
-        note(ipm->ineqnSlack[i]);
-      }
-    }
-    return worst;
-  }
-
-  std::unique_ptr<Problem> owned;
-  ipmSolution* solution = nullptr;
-  Ipm* ipm = nullptr;
 };
 
 // min -x1 - x2, x1 + 2x2 <= 4, 3x1 + x2 <= 6, x >= 0: vertex (1.6, 1.2) with
 // both rows active; in the iteration's G form the duals are (0.4, 0.2).
-Problem textbook() {
-  return Problem({{1, 2}, {3, 1}}, "LL", {4, 6}, {-1, -1}, {0, 0}, {kInf, kInf});
-}
+Problem textbook() { return textbookLP(); }
 
 // min x1 + 2x2 + 3x3 with x1 + x2 + x3 = 10 (scaled by sign), x1 - x2 >= -2,
 // x2 + x3 <= 8, 0 <= x1 <= 6, x2 free, x3 >= 0: optimum (6, 4, 0), the
@@ -215,12 +119,14 @@ TEST_F(IpmReset, AcceptsTheRightActiveSetAndLandsOnTheVertex) {
 TEST_F(IpmReset, FixedColumnsAndDroppedRowsGetTheirSlacksAndDualsBack) {
   // The equation's dual is negative in one orientation: it has no sign to
   // keep, so both must be accepted.  x3's pair has a zero dual and a slack
-  // of 5e-5, which still says active.
+  // of 5e-5, which still says active.  The self-checks of the reset, run in
+  // the second orientation, must find nothing wrong.
   for (double sign : {1.0, -1.0}) {
     SCOPED_TRACE(sign);
     setUp(mixed(sign));
     nearMixed(ipm, sign);
     lowerPair(2, 5e-5, 0.0);
+    ipm->verifyLevel = sign < 0 ? 1 : 0;
     ASSERT_EQ(ipmReset(ipm), 0);
     EXPECT_EQ(ipm->solPrimal[0], 6.0);
     EXPECT_NEAR(ipm->solPrimal[1], 4.0, 1e-13);
@@ -335,43 +241,39 @@ TEST_F(IpmReset, APairInDoubtGivesUpBeforeAnySolve) {
   EXPECT_EQ(liveBlocks(), live);
 }
 
-TEST_F(IpmReset, RunsUnderTheSelfChecks) {
-  setUp(mixed(1.0));
-  nearMixed(ipm, 1.0);
-  ipm->verifyLevel = 1;
-  EXPECT_EQ(ipmReset(ipm), 0);
-  EXPECT_EQ(ipm->solPrimal[0], 6.0);
-  EXPECT_NEAR(ipm->solPrimal[1], 4.0, 1e-13);
+using hxtest::textLines;
+// The format of each line logged since the last clear.
+std::vector<std::string> formats() {
+  std::vector<std::string> out;
+  for (const hxtest::TextLine& l : textLines()) out.push_back(l.format);
+  return out;
 }
 
-std::vector<std::string> gLines;
-void captureText(const char* format, ...) { gLines.push_back(format); }
-
 TEST_F(IpmReset, SelfChecksCatchABrokenMapAndAWrongSystem) {
-  env.textLog = captureText;
-  gLines.clear();
+  env.textLog = hxtest::captureText;
+  textLines().clear();
   const int32_t good[5] = {0, -1, 1, -3, 2};
   EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 3), 0);
   EXPECT_EQ(VerifyMapping(&env, 0, 5, good, 7), 0);  // asleep at level 0
   const int32_t skips[4] = {0, 2, -2, 3};
   EXPECT_EQ(VerifyMapping(&env, 1, 4, skips, 3), IPM_STATUS_FAILED);
   EXPECT_EQ(VerifyMapping(&env, 1, 5, good, 4), IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 3u);
-  EXPECT_EQ(gLines[0], "Error VerifyMapping: invalid vector mapping(%d)=%d should be %d");
-  EXPECT_EQ(gLines[2], "Error VerifyMapping: reduced size = %d should be %d");
+  ASSERT_EQ(formats().size(), 3u);
+  EXPECT_EQ(formats()[0], "Error VerifyMapping: invalid vector mapping(%d)=%d should be %d");
+  EXPECT_EQ(formats()[2], "Error VerifyMapping: reduced size = %d should be %d");
 
   // mixed(1) with x1 at its upper bound, x3 at its lower, both inequalities
   // dropped: the system in x2 and the equation's dual is [0 1; 1 0] with the
   // right side (2, 10 - 6).
   setUp(mixed(1.0));
-  env.textLog = captureText;
+  env.textLog = hxtest::captureText;
   const int32_t colMap[3] = {RESET_MAP_FIXED_UPPER, 0, RESET_MAP_FIXED_LOWER};
   const int32_t rowMap[3] = {0, RESET_MAP_DROPPED, RESET_MAP_DROPPED};
   const int32_t begin[3] = {0, 2, 4};
   const int32_t index[4] = {0, 1, 0, 1};
   double value[4] = {0, 1, 1, 0};
   double right[2] = {2, 4};
-  gLines.clear();
+  textLines().clear();
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right), 0);
   right[1] = 10;  // the held column's share left in the equation
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
@@ -380,32 +282,33 @@ TEST_F(IpmReset, SelfChecksCatchABrokenMapAndAWrongSystem) {
   value[1] = 2;  // a coefficient of the equation wrong in one triangle
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
             IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 2u);
-  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
-  EXPECT_EQ(gLines[1], "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g");
+  const std::string primal = "Error VerifyResetSystem: primal residual(%d) %15.7g <> %15.7g";
+  EXPECT_EQ(formats(), (std::vector<std::string>{primal, primal}));
   value[1] = 1;
   value[2] = -1;  // ... and in the other
-  gLines.clear();
+  textLines().clear();
   EXPECT_EQ(VerifyResetSystem(ipm, 1, colMap, 1, rowMap, 1, begin, index, value, right),
             IPM_STATUS_FAILED);
-  ASSERT_EQ(gLines.size(), 1u);
-  EXPECT_EQ(gLines[0], "Error VerifyResetSystem: dual residual(%d) %15.7g <> %15.7g");
+  EXPECT_EQ(formats(), std::vector<std::string>{
+                           "Error VerifyResetSystem: dual residual(%d) %15.7g <> %15.7g"});
 }
 
 // Each route, with every one of its allocations refused in turn: -1086, the
 // record untouched, nothing leaked; past the last allocation the route's own
 // result.
 TEST_F(IpmReset, OutOfMemoryOnEveryRouteLeavesNothingBehind) {
-  struct Route {
+  const struct {
     const char* name;
     int32_t result;
-  };
-  const Route routes[3] = {{"accept", 0}, {"wrong set", IPM_STATUS_RESET_FAILED},
-                           {"in doubt", IPM_STATUS_FAILED}};
-  for (const Route& route : routes) {
+    int64_t minRefusals;  // the doubtful route fails after its two maps
+  } routes[3] = {{"accept", 0, 9}, {"wrong set", IPM_STATUS_RESET_FAILED, 9},
+                 {"in doubt", IPM_STATUS_FAILED, 2}};
+  for (const auto& route : routes) {
     SCOPED_TRACE(route.name);
     setUp(mixed(1.0));
-    auto prepare = [&]() {
+    hxtest::OomSweep sweep(host);
+    sweep.armAtStart = false;
+    const auto result = sweep.run([&](hxtest::OomProbe& probe) {
       nearMixed(ipm, 1.0);
       // The wrong set: x1 held at its lower bound instead of its upper one.
       if (route.result == IPM_STATUS_RESET_FAILED) {
@@ -413,24 +316,17 @@ TEST_F(IpmReset, OutOfMemoryOnEveryRouteLeavesNothingBehind) {
         upperPair(0, 6.0, 1e-7);
       }
       if (route.result == IPM_STATUS_FAILED) lowerPair(2, 1e-3, 1e-3);
-    };
-    int32_t result = IPM_STATUS_OUT_OF_MEMORY;
-    int64_t k = 0;
-    for (; k < 200 && result == IPM_STATUS_OUT_OF_MEMORY; k++) {
-      prepare();
       const Snapshot before = snapshot();
-      const int64_t live = liveBlocks();
-      host.failAllocation(k);
-      result = ipmReset(ipm);
-      host.clearFailures();
-      EXPECT_EQ(liveBlocks(), live) << k;
-      if (result == IPM_STATUS_OUT_OF_MEMORY) {
-        EXPECT_TRUE(snapshot() == before) << k;
+      probe.arm();
+      const int32_t status = ipmReset(ipm);
+      probe.disarm();
+      if (probe.refused()) {
+        EXPECT_TRUE(snapshot() == before) << probe.k();
       }
-    }
-    EXPECT_EQ(result, route.result);
-    // The doubtful route fails after its two maps; the others allocate more.
-    EXPECT_GE(k, route.result == IPM_STATUS_FAILED ? 3 : 10);
+      return status;
+    });
+    EXPECT_EQ(result.finalStatus, route.result);
+    EXPECT_GE(result.refusedRuns, route.minRefusals);
   }
 }
 

@@ -7,6 +7,7 @@
 #include "ipm/submodel.h"
 #include "presolve/presolver.h"
 #include "support/ipm_support.h"
+#include "support/oom.h"
 
 namespace {
 
@@ -15,14 +16,13 @@ using ipmtest::kInf;
 using ipmtest::Problem;
 using ipmtest::RunResult;
 
-std::vector<std::string> gTexts;
-void recordText(const char* format, ...) { gTexts.push_back(format); }
+using hxtest::textLines;
 
 class SubModelTest : public HostTest {
  protected:
   SubModelTest() {
-    gTexts.clear();
-    env.textLog = recordText;
+    textLines().clear();
+    env.textLog = hxtest::captureText;
   }
   ~SubModelTest() override { FreeSubModel(&env, sub); }
 
@@ -55,18 +55,11 @@ TEST_F(SubModelTest, ModerateDataMarksNothingAndKeepsOnlyTheRecord) {
   EXPECT_EQ(sub->numRhsBigIneqn, 0);
   EXPECT_EQ(sub->numRhsBigAll, 0);
   EXPECT_EQ(sub->numBoundBig, 0);
-  EXPECT_EQ(sub->idxRowSub, nullptr);
-  EXPECT_EQ(sub->rhsMapSub, nullptr);
-  EXPECT_EQ(sub->idxColSub, nullptr);
-  EXPECT_EQ(sub->objMapSub, nullptr);
-  EXPECT_EQ(sub->idxBoundSub, nullptr);
   presolver pre{};
   ASSERT_EQ(CreateSubModel(&env, &p.model, &pre, sub), 0);
-  EXPECT_EQ(sub->rowMapSub, nullptr);
-  EXPECT_EQ(sub->colMapSub, nullptr);
   EXPECT_EQ(pre.rowBegin, nullptr);
-  EXPECT_EQ(liveBlocks(), 1);  // the record alone
-  EXPECT_TRUE(gTexts.empty());
+  EXPECT_EQ(liveBlocks(), 1);  // the record alone: no list, map or copy
+  EXPECT_TRUE(textLines().empty());
 }
 
 TEST_F(SubModelTest, ThresholdsFollowTheNinetyFifthPercentileAboveTheirFloors) {
@@ -170,8 +163,8 @@ TEST_F(SubModelTest, APresolverStillHoldingARowCopyIsAnError) {
   presolver pre{};
   pre.rowBegin = poolNew<int32_t>(pool, 2);
   EXPECT_EQ(CreateSubModel(&env, &p.model, &pre, sub), IPM_STATUS_FAILED);
-  ASSERT_EQ(gTexts.size(), 1u);
-  EXPECT_EQ(gTexts[0], "Error CreateSubModel: presolver memory messed up");
+  ASSERT_EQ(textLines().size(), 1u);
+  EXPECT_EQ(textLines()[0].text, "Error CreateSubModel: presolver memory messed up");
   FreePresolver(&env, &pre);
 }
 
@@ -179,12 +172,10 @@ TEST_F(SubModelTest, EveryRefusedAllocationIsOutOfMemoryAndLeaksNothing) {
   // Big rows, big objectives and big bounds, so that every copy is made.
   Problem p({{1, 1, 0}, {1, 0, 1}, {0, 1, 1}}, "LGE", {1e6, -1e6, 1}, {1e7, 1, 1},
             {-1e5, 0, 0}, {1e5, 1, 1});
-  bool done = false;
-  int refused = 0;
-  for (int k = 0; k < 200 && !done; k++) {
-    for (bool withPresolver : {false, true}) {
+  for (bool withPresolver : {false, true}) {
+    SCOPED_TRACE(withPresolver);
+    const auto result = hxtest::oomSweep(host, [&](hxtest::OomProbe& probe) {
       presolver pre{};
-      host.failAllocation(k);
       int32_t status = NewSubModel(&env, &p.model, &sub);
       if (status == 0) {
         ipmMarkBigdata(&env, &p.model, sub, &p.option);
@@ -192,24 +183,20 @@ TEST_F(SubModelTest, EveryRefusedAllocationIsOutOfMemoryAndLeaksNothing) {
       } else {
         EXPECT_EQ(sub, nullptr);
       }
-      host.clearFailures();
+      probe.disarm();
       if (status == 0) {
-        done = true;
         EXPECT_EQ(sub->numRhsBigAll, 2);
         EXPECT_EQ(sub->numObjBigAll, 1);
         EXPECT_EQ(sub->numBoundBig, 1);
-      } else {
-        refused++;
-        EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
       }
       FreeSubModel(&env, sub);
       sub = nullptr;
       FreePresolver(&env, &pre);
-      ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
-    }
+      return status;
+    });
+    EXPECT_EQ(result.finalStatus, 0);
+    EXPECT_GT(result.refusedRuns, 5);
   }
-  EXPECT_TRUE(done);
-  EXPECT_GT(refused, 10);
 }
 
 // ---- inside a whole solve ----------------------------------------------------------
@@ -256,7 +243,7 @@ TEST_F(SubModelSolve, BigDataTakesThePartialRoutesAndReachesTheOptimum) {
     // The activities of the rows left out came from their copies.
     EXPECT_NEAR(r.ineqnSlack[1], 1e6 - 15.0, 1e-2);
     EXPECT_NEAR(r.ineqnSlack[2], 3e6, 1e-2);
-    for (const std::string& t : gTexts) EXPECT_EQ(t.rfind("Error", 0), std::string::npos) << t;
+    EXPECT_FALSE(hxtest::logged("Error")) << textLines()[0].text;
   }
   EXPECT_EQ(liveBlocks(), 0);
 }
@@ -276,25 +263,16 @@ TEST_F(SubModelSolve, BigRightSidesAloneOrBigObjectivesAloneAlsoSolve) {
 }
 
 TEST_F(SubModelSolve, OutOfMemoryAnywhereOnThePartialRoutesIsReportedAndLeaksNothing) {
-  bool done = false;
-  int refused = 0;
-  for (int k = 0; k < 4000 && !done; k++) {
+  hxtest::OomSweep sweep(host);
+  sweep.absorbed = IPM_STATUS_OPTIMAL;  // a refused reset goes on from the point in force
+  const auto result = sweep.run([&](hxtest::OomProbe&) {
     Problem p = bigLP();
     p.option.printFreq = 0;
-    host.failAllocation(k);
     RunResult r = ipmtest::runSolve(&env, p);
-    host.clearFailures();
-    if (r.addStatus == 0 && r.status == IPM_STATUS_OPTIMAL) {
-      done = true;
-    } else {
-      refused++;
-      const int32_t status = r.addStatus ? r.addStatus : r.status;
-      EXPECT_EQ(status, IPM_STATUS_OUT_OF_MEMORY) << "allocation " << k;
-    }
-    ASSERT_EQ(liveBlocks(), 0) << "allocation " << k;
-  }
-  EXPECT_TRUE(done);
-  EXPECT_GT(refused, 50);
+    return r.addStatus ? r.addStatus : r.status;
+  });
+  EXPECT_EQ(result.finalStatus, IPM_STATUS_OPTIMAL);
+  EXPECT_GT(result.refusedRuns, 50);
 }
 
 }  // namespace

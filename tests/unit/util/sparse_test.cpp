@@ -2,13 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/support.h"
 #include "util/sparse.h"
 
 namespace {
@@ -70,28 +69,16 @@ void expectSortedMajors(int32_t numMajor, const Ints& begin, const Ints& index) 
       EXPECT_LT(index[k - 1], index[k]) << "output major " << i << " not by source major";
 }
 
-// The call-back has no context, so it writes to a global.
-std::string gLog;
-void captureLog(const char* format, ...) {
-  char buf[512];
-  va_list ap;
-  va_start(ap, format);
-  vsnprintf(buf, sizeof buf, format, ap);
-  va_end(ap);
-  gLog += buf;
-}
+// The lines logged since the last call, each with its newline.
 std::vector<std::string> takeLogLines() {
   std::vector<std::string> lines;
-  size_t start = 0;
-  for (size_t nl; (nl = gLog.find('\n', start)) != std::string::npos; start = nl + 1)
-    lines.push_back(gLog.substr(start, nl - start));
-  if (start < gLog.size()) lines.push_back(gLog.substr(start) + "<no newline>");
-  gLog.clear();
+  for (const hxtest::TextLine& l : hxtest::textLines()) lines.push_back(l.text);
+  hxtest::textLines().clear();
   return lines;
 }
 HalvexEnv logEnv() {
   HalvexEnv env{};
-  env.textLog = captureLog;
+  env.textLog = hxtest::captureText;
   return env;
 }
 
@@ -271,7 +258,7 @@ struct SparseRemove : ::testing::Test {
   Ints begin{0, 2, 8}, length{2, 5, 1}, index{0, 1, 10, 11, 12, 13, 14, 99, 5};
   Reals value{0.5, 1.5, 10, 11, 12, 13, 14, 99, 5};
   HalvexEnv env = logEnv();
-  void SetUp() override { gLog.clear(); }
+  void SetUp() override { hxtest::textLines().clear(); }
   void remove(int32_t minor, int32_t major, bool withValues = true) {
     removeElement(&env, minor, major, begin.data(), length.data(), index.data(),
                   withValues ? value.data() : nullptr);
@@ -294,13 +281,13 @@ TEST_F(SparseRemove, RemovedEntriesLieBehindInReverseOrder) {
   EXPECT_EQ(length, (Ints{0, 1, 1}));
   EXPECT_EQ(index, (Ints{1, 0, 10, 14, 12, 13, 11, 99, 5}));
   EXPECT_EQ(value, (Reals{1.5, 0.5, 10, 12, 14, 13, 11, 99, 5}));
-  EXPECT_TRUE(gLog.empty());
+  EXPECT_TRUE(hxtest::textLines().empty());
 }
 
 TEST_F(SparseRemove, MissingEntryLogsAndStillShortens) {
   remove(50, 1);
   EXPECT_EQ(takeLogLines(),
-            std::vector<std::string>{"Error removeElement: minor 50 not found in major 1"});
+            std::vector<std::string>{"Error removeElement: minor 50 not found in major 1\n"});
   // The slot behind the live part is taken as the one found.
   EXPECT_EQ(length[1], 4);
   EXPECT_EQ(index, (Ints{0, 1, 10, 11, 12, 13, 99, 99, 5}));
@@ -312,7 +299,7 @@ TEST_F(SparseRemove, MissingEntryLogsAndStillShortens) {
   removeElement(&env, 3, 1, emptyBegin.data(), emptyLength.data(), emptyIndex.data(),
                 emptyValue.data());
   EXPECT_EQ(takeLogLines(),
-            std::vector<std::string>{"Error removeElement: minor 3 not found in major 1"});
+            std::vector<std::string>{"Error removeElement: minor 3 not found in major 1\n"});
   EXPECT_EQ(emptyLength, (Ints{2, -1, 1}));
   EXPECT_EQ(emptyIndex, (Ints{7, 8, 9}));
   EXPECT_EQ(emptyValue, (Reals{7, 8, 9}));
@@ -322,7 +309,7 @@ TEST_F(SparseRemove, MissingEntryLogsAndStillShortens) {
   removeElement(&quiet, 50, 1, begin.data(), length.data(), index.data(), value.data());
   removeElement(nullptr, 50, 0, begin.data(), length.data(), index.data(), value.data());
   EXPECT_EQ(length, (Ints{1, 3, 1}));
-  EXPECT_TRUE(gLog.empty());
+  EXPECT_TRUE(hxtest::textLines().empty());
 }
 
 // ---- products -------------------------------------------------------------------
@@ -440,22 +427,23 @@ TEST(SparseRegDiag, SmallEntriesOfEitherSignGoNegative) {
 
 TEST(SparsePrint, ListsEntriesMajorByMajor) {
   HalvexEnv env = logEnv();
-  gLog.clear();
+  hxtest::textLines().clear();
   const int32_t begin[] = {0, 2, 2, 3}, length[] = {1, 0, 1}, index[] = {2, 0, 1};
   const double value[] = {1.5, -0.125, 1234567.891};
   printMatrix(&env, 3, begin, index, value);
   EXPECT_EQ(takeLogLines(),
-            (std::vector<std::string>{"  ", "mat(2, 0) =             1.5",
-                                      "mat(0, 0) =          -0.125", "  ", "  ",
-                                      "mat(1, 2) =         1234568"}));
+            (std::vector<std::string>{"  \n", "mat(2, 0) =             1.5\n",
+                                      "mat(0, 0) =          -0.125\n", "  \n", "  \n",
+                                      "mat(1, 2) =         1234568\n"}));
   // With lengths the entry at position 1 is a gap and is not listed.
   printMatrixWithLength(&env, 3, begin, length, index, value);
-  EXPECT_EQ(takeLogLines(), (std::vector<std::string>{"  ", "mat(2, 0) =             1.5", "  ",
-                                                      "  ", "mat(1, 2) =         1234568"}));
+  EXPECT_EQ(takeLogLines(), (std::vector<std::string>{"  \n", "mat(2, 0) =             1.5\n",
+                                                      "  \n", "  \n",
+                                                      "mat(1, 2) =         1234568\n"}));
   HalvexEnv quiet{};
   printMatrix(&quiet, 3, begin, index, value);
   printMatrixWithLength(&quiet, 3, begin, length, index, value);
-  EXPECT_TRUE(gLog.empty());
+  EXPECT_TRUE(hxtest::textLines().empty());
 }
 
 }  // namespace
