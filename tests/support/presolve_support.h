@@ -13,6 +13,7 @@
 #include "frame/qv.h"
 #include "presolve/presolver.h"
 #include "records/model.h"
+#include "support/dense_ref.h"
 #include "support/support.h"
 
 namespace pretest {
@@ -176,31 +177,6 @@ inline Dense denseOf(const ipmModel& md) {
   return d;
 }
 
-// Gaussian elimination with partial pivoting; false when singular.
-inline bool solveDense(Mat k, Vec b, Vec* z) {
-  const size_t n = b.size();
-  for (size_t c = 0; c < n; c++) {
-    size_t best = c;
-    for (size_t r = c + 1; r < n; r++)
-      if (fabs(k[r][c]) > fabs(k[best][c])) best = r;
-    if (fabs(k[best][c]) < 1e-12) return false;
-    std::swap(k[c], k[best]);
-    std::swap(b[c], b[best]);
-    for (size_t r = c + 1; r < n; r++) {
-      const double f = k[r][c] / k[c][c];
-      for (size_t q = c; q < n; q++) k[r][q] -= f * k[c][q];
-      b[r] -= f * b[c];
-    }
-  }
-  z->assign(n, 0.0);
-  for (size_t i = n; i-- > 0;) {
-    double s = b[i];
-    for (size_t q = i + 1; q < n; q++) s -= k[i][q] * (*z)[q];
-    (*z)[i] = s / k[i][i];
-  }
-  return true;
-}
-
 // Solves a tiny convex LP or QP by trying every active set: each column at
 // its lower end (0), its upper end (1) or between (2); each inequality row
 // at its upper end (0), its lower end (1) or inactive (2).  The first KKT
@@ -243,7 +219,7 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
       for (int j = 0; j < n; j++) k[n + i][j] = d.a[i][j];
       rhs[n + i] = (st[n + i] == 1 && d.sense[i] == 'R') ? d.b[i] - d.range[i] : d.b[i];
     }
-    if (!solveDense(k, rhs, &z)) continue;
+    if (!hxtest::luSolve(k, rhs, &z)) continue;
     bool ok = true;
     Vec rc(n);
     for (int j = 0; j < n; j++) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "siblings/bramlet/bramlet.h"
+#include "support/dense_ref.h"
 
 namespace {
 
@@ -131,27 +132,8 @@ bool solveDense(const LPRecord& lp, const uint8_t* relax, std::vector<double>* x
     // optima; the pin must carry no multiplier.
     if (noLo && noUp) cand.push_back({-1, j, 2, 0.0});
   }
-  auto solve = [](std::vector<std::vector<double>> M, std::vector<double> b,
-                  std::vector<double>* out) {
-    const int k = (int)b.size();
-    for (int col = 0; col < k; col++) {
-      int piv = col;
-      for (int r = col + 1; r < k; r++)
-        if (std::fabs(M[r][col]) > std::fabs(M[piv][col])) piv = r;
-      if (std::fabs(M[piv][col]) < 1e-10) return false;
-      std::swap(M[piv], M[col]);
-      std::swap(b[piv], b[col]);
-      for (int r = 0; r < k; r++) {
-        if (r == col) continue;
-        const double f = M[r][col] / M[col][col];
-        for (int q = col; q < k; q++) M[r][q] -= f * M[col][q];
-        b[r] -= f * b[col];
-      }
-    }
-    out->resize(k);
-    for (int r = 0; r < k; r++) (*out)[r] = b[r] / M[r][r];
-    return true;
-  };
+  auto solve = [](const std::vector<std::vector<double>>& M, const std::vector<double>& b,
+                  std::vector<double>* out) { return hxtest::luSolve(M, b, out, 1e-10); };
   const double tol = 1e-9;
   std::vector<int> pick;
   std::function<bool(int)> choose = [&](int from) -> bool {
