@@ -207,31 +207,6 @@ TEST(LASymbolicSteps, TreePostorderAndCountsMatchBruteForce) {
   }
 }
 
-TEST(LASymbolicSteps, PathChoiceTaskCapacityAndNarrowHeightThresholds) {
-  LASymbolic sym{};
-  sym.estFactorEntries = 1.0;
-  struct Case { double ratio; int32_t threads, ldl, threaded, used; };
-  const Case cases[] = {{4900.0, 1, 1, 0, 1}, {4900.5, 1, 1, 1, 1}, {720.0, 2, 1, 0, 1},
-                        {720.5, 2, 1, 1, 2},  {400.5, 3, 1, 1, 3},  {220.0, 4, 1, 0, 1},
-                        {320.0, 6, 1, 0, 1},  {320.5, 6, 1, 1, 6},  {0.0, 2, 0, 1, 2},
-                        {399.0, 1, 0, 0, 1},  {400.0, 1, 0, 1, 1}};
-  for (const Case& c : cases) {
-    sym.estOperations = c.ratio;
-    ChooseSequentialOrThreaded(&sym, c.threads, c.ldl);
-    EXPECT_EQ(c.threaded, sym.threaded) << c.ratio << " " << c.threads;
-    EXPECT_EQ(c.used, sym.threadsUsed) << c.ratio << " " << c.threads;
-  }
-  // {entries, rows, capacity}: r = entries / rows just under 0.9 and past it.
-  const int64_t capacities[][3] = {{100000, 100001, 10000}, {100000, 1000000, 10000},
-                                   {100001, 1000000, 20000}, {300000, 333334, 10000},
-                                   {300001, 333334, 20000},  {450001, 500001, 40000},
-                                   {450001, 450001, 10000}};
-  for (auto& c : capacities) EXPECT_EQ(c[2], ChooseTaskCapacity(c[0], c[1])) << c[0] << " " << c[1];
-  EXPECT_EQ(20736, laNarrowHeight(144, 1));
-  EXPECT_EQ(144, laNarrowHeight(144, 144));
-  EXPECT_EQ(2080, laNarrowHeight(144, 10));
-}
-
 TEST(LASymbolicSteps, RelaxationMergesExactFitsWhateverTheirSize) {
   // Two chains of 500 columns where the first's rows are exactly its own
   // columns plus the second's: no zero is added.

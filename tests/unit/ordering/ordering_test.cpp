@@ -381,34 +381,6 @@ TEST(OrderingMinDeg, MultipleMinimumDegreeOrdersSmallLeaves) {
 
 // ---- the driver ----------------------------------------------------------------
 
-TEST(OrderingDriver, MethodChoiceAtTheBandEdges) {
-  const struct {
-    int32_t method, orderClass, rule, n;
-    double degree;
-    int32_t want;
-  } cases[] = {
-      // Explicit minimum-degree requests are kept; anything unknown dissects.
-      {0, 1, 1, 100, 4.0, ORDER_MINDEG}, {1, 1, 1, 100000, 3.0, ORDER_MINFILL},
-      {4, 1, 1, 10, 3.0, ORDER_NESTED}, {-2, 1, 1, 10, 3.0, ORDER_NESTED},
-      // Class 1: small graphs always minimum fill, then alternating bands
-      // whose lower edge belongs to the band.
-      {-1, 1, 1, 3499, 3.0, ORDER_MINFILL}, {-1, 1, 1, 3499, 6.75, ORDER_MINFILL},
-      {-1, 1, 1, 3500, 3.0, ORDER_NESTED}, {-1, 1, 1, 3500, 3.7499, ORDER_NESTED},
-      {-1, 1, 1, 3500, 3.75, ORDER_MINFILL}, {-1, 1, 1, 3500, 4.69, ORDER_NESTED},
-      {-1, 1, 1, 3500, 5.5999, ORDER_NESTED}, {-1, 1, 1, 3500, 5.6, ORDER_MINFILL},
-      {-1, 1, 1, 3500, 6.5, ORDER_MINDEG}, {-1, 1, 1, 3500, 6.75, ORDER_MINDEG},
-      {-1, 1, 1, 3500, 7.0, ORDER_NESTED},
-      {-1, 0, 1, 3500, 13.0, ORDER_NESTED}, {-1, 0, 1, 3500, 12.99, ORDER_MINFILL},
-      {-1, 0, 1, 3499, 50.0, ORDER_MINFILL},
-      // Other classes: by size alone for the Cholesky rule, by degree for LDL.
-      {-1, 2, 0, 9999, 50.0, ORDER_MINFILL}, {-1, 2, 0, 10000, 1.0, ORDER_NESTED},
-      {-1, 3, 1, 3499, 50.0, ORDER_MINFILL}, {-1, 3, 1, 3500, 4.99, ORDER_MINFILL},
-      {-1, 3, 1, 3500, 5.0, ORDER_NESTED}};
-  for (const auto& c : cases)
-    EXPECT_EQ(OrderChooseMethod(c.method, c.orderClass, c.rule, c.n, c.degree), c.want)
-        << c.method << " class " << c.orderClass << " n " << c.n << " degree " << c.degree;
-}
-
 TEST(OrderingDriver, TooEmptyOrTooFullGivesTheIdentity) {
   Env e;
   for (const Graph& g : {fromEdges(0, {}), fromEdges(1, {}), fromEdges(40, {})}) {

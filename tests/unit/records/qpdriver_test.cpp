@@ -299,13 +299,6 @@ TEST_F(QPDriver, EveryRefusedAllocationEndsCleanly) {
   EXPECT_GT(r.refusedRuns, 10);
 }
 
-TEST(QPReturnCodes, MapEveryInternalStatus) {
-  const int32_t table[][2] = {{1, 0},  {15, 9}, {256, 2}, {3, 2},   {4, 3},   {14, 23},
-                              {10, 8}, {7, 5},  {8, 10},  {12, 99}, {-1086, 1}, {1003, 8},
-                              {0, 8},  {100, 8}};
-  for (const auto& row : table) EXPECT_EQ(qpReturnCode(row[0]), row[1]) << row[0];
-}
-
 using StatusReport = HostTest;
 
 TEST_F(StatusReport, CodesFollowTheStatusAndPrintLevelZeroIsSilent) {

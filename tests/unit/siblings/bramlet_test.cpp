@@ -395,87 +395,51 @@ TEST(BramletPresolve, DecidedAndRefusedLPsReportThroughPostsolve) {
   EXPECT_EQ(emptyRow.act[1], 0.0);
 }
 
-TEST(BramletPresolve, SingletonRowBoundHandsItsDualBackToTheRow) {
-  // min -x0 - x1, x0 + x1 <= 4, 2 x0 <= 2 (singleton), x in [0, 10].
-  TestLP lp;
+// Each reduction on an LP built for it: the caller's optimum and KKT point,
+// row duals of removed rows included, come back through postsolve.
+TEST(BramletPresolve, EachReductionKeepsTheOptimumAndKKT) {
+  std::vector<std::pair<const char*, TestLP>> cases;
+  TestLP lp;  // singleton row 2 x0 <= 2, slack at the optimum x1 = 4
   lp.addRow('L', 4.0);
   lp.addRow('L', 2.0);
   lp.addCol(-1.0, 0.0, 10.0, {{0, 1.0}, {1, 2.0}});
   lp.addCol(-2.0, 0.0, 10.0, {{0, 1.0}});
-  expectOptimal(lp);
-  // x1 = 4, x0 = 0: the singleton row is slack.
-  EXPECT_NEAR(lp.x[1], 4.0, 1e-9);
-  EXPECT_EQ(lp.y[1], 0.0);
-
-  // Now x0 is pushed to the row's bound: x0 = 1 and the row carries a dual.
-  TestLP lp2;
-  lp2.addRow('G', -3.0);  // -x0 - x1 >= -3
-  lp2.addRow('G', -2.0);  // -2 x0 >= -2, i.e. x0 <= 1
-  lp2.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
-  lp2.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
-  expectOptimal(lp2);
-  EXPECT_NEAR(lp2.x[0], 1.0, 1e-9);
-  EXPECT_NEAR(lp2.y[1], 1.0, 1e-9);  // (-3 - (-1)(-1)) / -2
-
-  // A singleton equality fixes its column; the dual sign is free.
-  TestLP lp3;
-  lp3.addRow('E', 6.0);
-  lp3.addRow('L', 5.0);
-  lp3.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
-  lp3.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
-  expectOptimal(lp3);
-  EXPECT_NEAR(lp3.x[0], 2.0, 1e-12);
-  EXPECT_NEAR(lp3.y[0], 5.0 / 3.0, 1e-9);
-}
-
-TEST(BramletPresolve, FixedAndEmptyColumnsMoveIntoTheConstant) {
-  TestLP lp;
+  cases.push_back({"slack singleton row", lp});
+  lp = TestLP();  // -2 x0 >= -2 binds: the row carries the bound's dual
+  lp.addRow('G', -3.0);
+  lp.addRow('G', -2.0);
+  lp.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
+  lp.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
+  cases.push_back({"binding singleton row", lp});
+  lp = TestLP();  // a singleton equation fixes its column; the dual sign is free
+  lp.addRow('E', 6.0);
+  lp.addRow('L', 5.0);
+  lp.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
+  lp.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
+  cases.push_back({"singleton equation", lp});
+  lp = TestLP();
   lp.objConstant = 2.0;
   lp.addRow('G', 4.0);
-  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});    // fixed at 2, row becomes x1 >= 2
+  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});  // fixed at 2
   lp.addCol(1.0, 0.0, 9.0, {{0, 1.0}});
-  lp.addCol(2.0, -1.0, 5.0, {});           // empty, to its lower bound
-  lp.addCol(-1.0, -1.0, 5.0, {});          // empty, to its upper bound
-  lp.addCol(0.0, -kInf, kInf, {});         // empty and free without cost
-  expectOptimal(lp);
-  EXPECT_EQ(lp.x[2], -1.0);
-  EXPECT_EQ(lp.x[3], 5.0);
-  EXPECT_EQ(lp.x[4], 0.0);
-  EXPECT_NEAR(lp.rec.objConstant, 2.0 + 6.0 + 2.0 - 2.0 - 5.0, 1e-12);
-}
-
-TEST(BramletPresolve, ForcingRowsFixTheirColumnsAndChooseADual) {
-  // x0 + x1 >= 4 with both at most 2: the only point is (2, 2), and the
-  // costs push against it.
-  TestLP lp;
+  lp.addCol(2.0, -1.0, 5.0, {});    // empty, to its lower bound
+  lp.addCol(-1.0, -1.0, 5.0, {});   // empty, to its upper bound
+  lp.addCol(0.0, -kInf, kInf, {});  // empty and free without cost: 0
+  cases.push_back({"fixed and empty columns", lp});
+  lp = TestLP();  // x0 + x1 >= 4 with both at most 2 forces (2, 2)
   lp.addRow('G', 4.0);
   lp.addRow('L', 7.0);
   lp.addCol(3.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(1.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(-1.0, 0.0, 4.0, {{1, 1.0}});
-  expectOptimal(lp);
-  EXPECT_EQ(lp.x[0], 2.0);
-  EXPECT_EQ(lp.x[1], 2.0);
-  // Row 1 leaves x2 <= 3 and prices it at -1, so row 0 needs 4 to keep x0's
-  // reduced cost from pointing away from its upper bound.
-  EXPECT_NEAR(lp.y[1], -1.0, 1e-9);
-  EXPECT_NEAR(lp.y[0], 4.0, 1e-9);
-
-  // The upper end: x0 - x1 <= -3 with x0 >= 0, x1 <= 3, under maximisation.
-  TestLP up;
-  up.sense = -1;
-  up.addRow('L', -3.0);
-  up.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
-  up.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
-  expectOptimal(up);
-  EXPECT_EQ(up.x[0], 0.0);
-  EXPECT_EQ(up.x[1], 3.0);
-}
-
-TEST(BramletPresolve, FreeColumnSingletonsAreSubstitutedOut) {
-  // x2 free appears only in the equation x0 + x1 + 2 x2 = 6 and costs 1:
-  // its cost moves onto x0 and x1.
-  TestLP lp;
+  cases.push_back({"forcing row at its lower end", lp});
+  lp = TestLP();  // x0 - x1 <= -3 with x0 >= 0, x1 <= 3, maximised
+  lp.sense = -1;
+  lp.addRow('L', -3.0);
+  lp.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
+  lp.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
+  cases.push_back({"forcing row at its upper end", lp});
+  lp = TestLP();  // free x2 only in the equation: its cost moves onto x0, x1
   lp.addRow('E', 6.0);
   lp.addRow('L', 3.0);
   lp.addRow('G', 1.0);
@@ -483,9 +447,15 @@ TEST(BramletPresolve, FreeColumnSingletonsAreSubstitutedOut) {
   lp.addCol(0.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(1.0, -kInf, kInf, {{0, 2.0}});
   lp.addCol(0.0, -kInf, kInf, {{2, 1.0}, {1, 0.0}});  // costless slack of a row
-  expectOptimal(lp);
-  EXPECT_NEAR(lp.y[0], 0.5, 1e-9);
-  EXPECT_EQ(lp.y[2], 0.0);
+  cases.push_back({"free column singletons", lp});
+  for (auto& c : cases) {
+    SCOPED_TRACE(c.first);
+    expectOptimal(c.second);
+  }
+  const TestLP& fixed = cases[3].second;
+  EXPECT_EQ(std::vector<double>(fixed.x.begin(), fixed.x.begin() + 5),
+            (std::vector<double>{2.0, 2.0, -1.0, 5.0, 0.0}));
+  EXPECT_NEAR(cases[4].second.y[0], 4.0, 1e-9);  // the forcing row's dual keeps x0 at its bound
 }
 
 TEST(BramletPresolve, EverythingRemovedIsDecidedOptimal) {
