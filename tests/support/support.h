@@ -1,9 +1,12 @@
 // Shared test fixture: a silent reference host whose kernel table the
-// statically linked module uses.
+// statically linked module uses, and a text log that keeps its lines.
 #ifndef HALVEX_TESTS_SUPPORT_H
 #define HALVEX_TESTS_SUPPORT_H
 
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 #include "frame/entry.h"
 #include "host/host.h"
@@ -25,5 +28,19 @@ class HostTest : public ::testing::Test {
   QVPool* pool = nullptr;
   HalvexEnv env{};
 };
+
+namespace hxtest {
+
+// The text call-back has no context, so the lines go to one global list:
+// each call's format as given and as formatted.  Clear it in the fixture.
+struct TextLine {
+  std::string format, text;
+};
+std::vector<TextLine>& textLines();
+void captureText(const char* format, ...);
+// Whether some formatted line contains part.
+bool logged(const std::string& part);
+
+}  // namespace hxtest
 
 #endif

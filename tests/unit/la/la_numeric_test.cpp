@@ -189,7 +189,7 @@ TEST(LADense, TinyPivotsAreReplacedByTheFixedTolerance) {
   EXPECT_EQ(0.0, p.F[3]);
 }
 
-TEST(LADense, SolvesAgreeWithTheMatrix) {
+TEST(LADense, SolvesAndTheUnblockedFormAgreeWithTheMatrix) {
   const int32_t n = 120, nrhs = 3;
   Dense A = randomSymmetric(n, 9, 1e-2);
   DenseFactor f = denseFactor(A, n);
@@ -208,38 +208,29 @@ TEST(LADense, SolvesAgreeWithTheMatrix) {
       EXPECT_NEAR(B[i + (size_t)c * n], s, 1e-9);
     }
   for (int32_t i = 0; i < n; i++) EXPECT_NEAR(X[i], x1[i], 1e-9);
-}
 
-TEST(LADense, UnblockedFormAndSolveLDAgreeWithThePanel) {
-  const int32_t n = 60, m = 90;
-  Dense A = randomSymmetric(m, 21, 1e-2);
-  // The unblocked form factors the diagonal block alone.
-  Dense A11;
-  A11.n = n;
-  A11.a.assign((size_t)n * n, 0.0);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < n; i++) A11(i, j) = A(i, j);
-  Dense F11 = A11;
-  IntVec piv(n);
+  // The unblocked form, which factors a diagonal block alone.
+  Dense A11 = randomSymmetric(60, 21, 1e-2), F11 = A11;
+  IntVec piv(60);
   int32_t perturbed = 0;
-  DenseLDLNonBlock(kTol, n, F11.a.data(), n, piv.data(), &perturbed);
+  DenseLDLNonBlock(kTol, 60, F11.a.data(), 60, piv.data(), &perturbed);
   EXPECT_EQ(0, perturbed);
-  EXPECT_LT(maxDiff(reconstruct(n, n, F11.a, n, piv, Dense()), A11), 1e-9);
+  EXPECT_LT(maxDiff(reconstruct(60, 60, F11.a, 60, piv, Dense()), A11), 1e-9);
 
-  // SolveLD on the rows below reproduces the panel's L21 and W21.
-  DenseFactor f = denseFactor(A, n);
-  Vec F11p((size_t)n * n);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < n; i++) F11p[i + (size_t)j * n] = f.F[i + (size_t)j * m];
-  const int32_t rows = m - n;
-  Vec B((size_t)rows * n), W((size_t)rows * n);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < rows; i++) B[i + (size_t)j * rows] = A(n + i, j);
-  SolveLD(rows, n, F11p.data(), n, f.piv.data(), B.data(), rows, W.data(), rows);
-  for (int32_t j = 0; j < n; j++)
+  // SolveLD on the rows below a panel reproduces the panel's L21 and W21.
+  const int32_t m = 90, w = 60, rows = m - w;
+  Dense Am = randomSymmetric(m, 21, 1e-2);
+  DenseFactor g = denseFactor(Am, w);
+  Vec G11((size_t)w * w), L21((size_t)rows * w), W21((size_t)rows * w);
+  for (int32_t j = 0; j < w; j++) {
+    for (int32_t i = 0; i < w; i++) G11[i + (size_t)j * w] = g.F[i + (size_t)j * m];
+    for (int32_t i = 0; i < rows; i++) L21[i + (size_t)j * rows] = Am(w + i, j);
+  }
+  SolveLD(rows, w, G11.data(), w, g.piv.data(), L21.data(), rows, W21.data(), rows);
+  for (int32_t j = 0; j < w; j++)
     for (int32_t i = 0; i < rows; i++) {
-      EXPECT_NEAR(f.F[n + i + (size_t)j * m], B[i + (size_t)j * rows], 1e-8);
-      EXPECT_NEAR(f.W[n + i + (size_t)j * m], W[i + (size_t)j * rows], 1e-8);
+      EXPECT_NEAR(g.F[w + i + (size_t)j * m], L21[i + (size_t)j * rows], 1e-8);
+      EXPECT_NEAR(g.W[w + i + (size_t)j * m], W21[i + (size_t)j * rows], 1e-8);
     }
 }
 

@@ -9,26 +9,10 @@
 #include "records/pipeline.h"
 #include "records/qpdriver.h"
 #include "support/oom.h"
+#include "support/message_log.h"
 #include "support/support.h"
 
 namespace {
-
-// A message log that keeps the codes it was given.
-struct RecordingLog {
-  MessageLog base{&RecordingLog::log};
-  std::vector<int64_t> codes;
-  std::vector<int32_t> severities;
-  static void log(MessageLog* self, int32_t severity, int64_t code, ...) {
-    RecordingLog* r = reinterpret_cast<RecordingLog*>(self);
-    r->codes.push_back(code & 0xFFFFFFFF);
-    r->severities.push_back(severity);
-  }
-  bool saw(int64_t code) const {
-    for (int64_t c : codes)
-      if (c == code) return true;
-    return false;
-  }
-};
 
 // minimise 1/2 (x1^2 + x2^2) - 3 x1 - x2 + 4
 //   s.t.  x1 + x2 <= 1        (L, active, dual -2)
@@ -83,7 +67,7 @@ class QPDriver : public HostTest {
   int64_t instanceLive() const { return host.poolStats(instance->env.pool).liveBlocks; }
 
   HalvexInstance* instance = nullptr;
-  RecordingLog messages;
+  hxtest::RecordingLog messages;
 };
 
 TEST_F(QPDriver, SolvesAndGivesTheHostItsArraysBack) {
@@ -302,7 +286,7 @@ TEST_F(QPDriver, EveryRefusedAllocationEndsCleanly) {
 using StatusReport = HostTest;
 
 TEST_F(StatusReport, CodesFollowTheStatusAndPrintLevelZeroIsSilent) {
-  RecordingLog messages;
+  hxtest::RecordingLog messages;
   env.messageLog = &messages.base;
   ipmOption option{};
   option.printLevel = 2;
