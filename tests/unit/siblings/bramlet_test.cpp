@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "siblings/bramlet/bramlet.h"
-#include "support/dense_ref.h"
+#include "support/presolve_support.h"
 
 namespace {
 
@@ -91,97 +91,47 @@ int colEnd(const LPRecord& lp, int j) {
   return lp.colLength ? lp.colBegin[j] + lp.colLength[j] : lp.colBegin[j + 1];
 }
 
-// Dense reference solver for tiny LPs: tries every set of numCol active
-// constraints, and accepts the first vertex that is primal feasible and whose
-// multipliers have the right signs, which is an optimal basis.  Bounds
-// flagged in relax count as absent.  Writes x and y (the caller's sense).
+// The reference for tiny LPs: the caller's LP in the solver's own form,
+// solved by trying every active set.  Free rows are left out with a zero
+// dual; bounds flagged in relax count as absent.  Writes x and y in the
+// caller's sense.
 bool solveDense(const LPRecord& lp, const uint8_t* relax, std::vector<double>* xOut,
                 std::vector<double>* yOut) {
   const int m = lp.numRow, n = lp.numCol;
-  std::vector<std::vector<double>> A(m, std::vector<double>(n, 0.0));
-  for (int j = 0; j < n; j++)
-    for (int p = lp.colBegin[j]; p < colEnd(lp, j); p++) A[lp.rowIndex[p]][j] += lp.matValue[p];
-  std::vector<double> c(n);
-  for (int j = 0; j < n; j++) c[j] = lp.objSense * lp.obj[j];
-  struct Cand {
-    int row, col;  // one of them is -1
-    int side;      // +1 lower end, -1 upper end, 0 both (equation), 2 pin of a free column
-    double value;
-  };
-  std::vector<Cand> cand;
-  std::vector<double> lo(m), hi(m);
-  for (int i = 0; i < m; i++) {
-    rowInterval(lp, i, &lo[i], &hi[i]);
-    if (lo[i] > -kInf && lo[i] == hi[i]) {
-      cand.push_back({i, -1, 0, lo[i]});
-      continue;
-    }
-    if (lo[i] > -kInf) cand.push_back({i, -1, 1, lo[i]});
-    if (hi[i] < kInf) cand.push_back({i, -1, -1, hi[i]});
+  std::vector<int> kept;
+  for (int i = 0; i < m; i++)
+    if (lp.rowSense[i] != 'N') kept.push_back(i);
+  pretest::Mat a(kept.size(), pretest::Vec(n, 0.0));
+  std::vector<int> at(m, -1);
+  std::string sense;
+  pretest::Vec rhs, range, c(n), lo(n), up(n);
+  for (size_t k = 0; k < kept.size(); k++) {
+    const int i = kept[k];
+    at[i] = (int)k;
+    const double width = lp.rowSense[i] == 'R' ? lp.range[i] : 0.0;
+    sense += lp.rowSense[i];
+    rhs.push_back(lp.rhs[i] + width);  // the solver's range rows end at their right side
+    range.push_back(width);
   }
   for (int j = 0; j < n; j++) {
-    const bool noLo = lp.lower[j] <= -kInf || (relax && (relax[j] & RELAX_NO_LOWER));
-    const bool noUp = lp.upper[j] >= kInf || (relax && (relax[j] & RELAX_NO_UPPER));
-    if (!noLo && !noUp && lp.lower[j] == lp.upper[j]) {
-      cand.push_back({-1, j, 0, lp.lower[j]});
-      continue;
-    }
-    if (!noLo) cand.push_back({-1, j, 1, lp.lower[j]});
-    if (!noUp) cand.push_back({-1, j, -1, lp.upper[j]});
-    // A free column may need pinning where the LP leaves it a line of
-    // optima; the pin must carry no multiplier.
-    if (noLo && noUp) cand.push_back({-1, j, 2, 0.0});
+    for (int p = lp.colBegin[j]; p < colEnd(lp, j); p++)
+      if (at[lp.rowIndex[p]] >= 0) a[at[lp.rowIndex[p]]][j] += lp.matValue[p];
+    c[j] = lp.objSense * lp.obj[j];
+    lo[j] = relax && (relax[j] & RELAX_NO_LOWER) ? -pretest::kFree : lp.lower[j];
+    up[j] = relax && (relax[j] & RELAX_NO_UPPER) ? pretest::kFree : lp.upper[j];
   }
-  auto solve = [](const std::vector<std::vector<double>>& M, const std::vector<double>& b,
-                  std::vector<double>* out) { return hxtest::luSolve(M, b, out, 1e-10); };
-  const double tol = 1e-9;
-  std::vector<int> pick;
-  std::function<bool(int)> choose = [&](int from) -> bool {
-    if ((int)pick.size() == n) {
-      std::vector<std::vector<double>> M(n, std::vector<double>(n, 0.0));
-      std::vector<double> b(n), x, lambda;
-      for (int k = 0; k < n; k++) {
-        const Cand& cd = cand[pick[k]];
-        if (cd.row >= 0) M[k] = A[cd.row];
-        else M[k][cd.col] = 1.0;
-        b[k] = cd.value;
-      }
-      if (n > 0 && !solve(M, b, &x)) return false;
-      for (int i = 0; i < m; i++) {
-        double a = 0.0;
-        for (int j = 0; j < n; j++) a += A[i][j] * x[j];
-        if ((lo[i] > -kInf && a < lo[i] - tol) || (hi[i] < kInf && a > hi[i] + tol)) return false;
-      }
-      for (int j = 0; j < n; j++) {
-        const bool noLo = relax && (relax[j] & RELAX_NO_LOWER);
-        const bool noUp = relax && (relax[j] & RELAX_NO_UPPER);
-        if ((!noLo && lp.lower[j] > -kInf && x[j] < lp.lower[j] - tol) ||
-            (!noUp && lp.upper[j] < kInf && x[j] > lp.upper[j] + tol))
-          return false;
-      }
-      std::vector<std::vector<double>> Mt(n, std::vector<double>(n, 0.0));
-      for (int r = 0; r < n; r++)
-        for (int q = 0; q < n; q++) Mt[q][r] = M[r][q];
-      if (n > 0 && !solve(Mt, c, &lambda)) return false;
-      for (int k = 0; k < n; k++) {
-        const int side = cand[pick[k]].side;
-        if ((side == 1 && lambda[k] < -tol) || (side < 0 && lambda[k] > tol)) return false;
-        if (side == 2 && std::fabs(lambda[k]) > tol) return false;
-      }
-      xOut->assign(x.begin(), x.end());
-      yOut->assign(m, 0.0);
-      for (int k = 0; k < n; k++)
-        if (cand[pick[k]].row >= 0) (*yOut)[cand[pick[k]].row] += lp.objSense * lambda[k];
-      return true;
-    }
-    for (int k = from; k < (int)cand.size(); k++) {
-      pick.push_back(k);
-      if (choose(k + 1)) return true;
-      pick.pop_back();
-    }
-    return false;
-  };
-  return choose(0);
+  pretest::Problem p = pretest::lp(a, sense, rhs, c, lo, up, range);
+  ipmModel* md = p.build();
+  std::vector<double> y(kept.size() + 1), work(5 * (n + 1) + m);
+  xOut->assign(n + 1, 0.0);
+  ipmSolution s{xOut->data(), y.data(), &work[0], &work[n + 1], &work[2 * (n + 1)],
+                &work[3 * (n + 1)], &work[4 * (n + 1)]};
+  if (!pretest::bruteSolve(*md, &s)) return false;
+  xOut->resize(n);
+  yOut->assign(m, 0.0);
+  for (int i = 0; i < m; i++)
+    if (at[i] >= 0) (*yOut)[i] = lp.objSense * y[at[i]];
+  return true;
 }
 
 double objectiveOf(const TestLP& lp, const std::vector<double>& x) {
