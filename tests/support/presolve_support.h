@@ -178,9 +178,9 @@ inline Dense denseOf(const ipmModel& md) {
 }
 
 // Solves a tiny convex LP or QP by trying every active set: each column at
-// its lower end (0, or pinned at 0 when free), its upper end (1) or between (2); each inequality row
-// at its upper end (0), its lower end (1) or inactive (2).  The first KKT
-// point found is the optimum.  Fills the solution record in the iteration's
+// its lower end (0, or pinned at 0 when free), its upper end (1) or between
+// (2); each inequality row at its upper end (0), its lower end (1) or
+// inactive (2).  The first KKT point found is the optimum.  Fills the solution record in the iteration's
 // sign convention.
 inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
   const Dense d = denseOf(md);
