@@ -156,11 +156,23 @@ TEST_F(PresolveBounds, RedundantAndForcingRowsGoOrFail) {
     EXPECT_EQ(made.pre->colDone[0] + made.pre->colDone[1], 0);
     EXPECT_EQ(made.pre->numRemovedElement, 2);
   }
+  {  // -x + y >= 5 with x, y in [0, 5] forces x down and y up
+    Made made(&env, oneRow({-1, 1}, 'G', 5, {0, 0}, {5, 5}));
+    ASSERT_EQ(made.tighten(), 0);
+    EXPECT_EQ(made.pre->rowMap[0], ROWMAP_FIXED);
+    EXPECT_EQ(made.pre->upperBound[0], 0.0);
+    EXPECT_EQ(made.pre->lowerBound[1], 5.0);
+    EXPECT_EQ(made.pre->ubMap[0], 0);
+    EXPECT_EQ(made.pre->lbMap[1], 0);
+    // Forcing leaves the entries to the removal of the fixed columns.
+    EXPECT_EQ(made.pre->rowLength[0], 2);
+  }
   {  // already fixed: forcing without effect
     Made made(&env, oneRow({1, 1}, 'L', 0, {0, 0}, {0, 0}));
     ASSERT_EQ(made.tighten(), 0);
     EXPECT_EQ(made.pre->rowMap[0], ROWMAP_EMPTY);
-    EXPECT_EQ(made.pre->lbMap[0] + made.pre->ubMap[0], -2);
+    EXPECT_EQ(made.pre->lbMap[0], -1);
+    EXPECT_EQ(made.pre->ubMap[0], -1);
   }
   Made infeasible(&env, oneRow({1, 1}, 'G', 11, {0, 0}, {5, 5}));
   EXPECT_EQ(infeasible.tighten(), IPM_STATUS_PRIMAL_INFEASIBLE);
@@ -378,8 +390,8 @@ TEST_F(PresolveControl, QpSummaryGoesToTheMessageLog) {
   // Unknown value 7: an error naming it, then on, removed, elements, done.
   const int32_t removed = run(7, p);
   EXPECT_EQ(seen(), (Seen{{MSG_ERROR, 0xD86D, 7}, {MSG_INFO, 0xD869, 0},
-                                 {MSG_INFO, 0xD86E, removed}, {MSG_INFO, 0xD86F, 0},
-                                 {MSG_INFO, 0xD864, 0}}));
+                          {MSG_INFO, 0xD86E, removed}, {MSG_INFO, 0xD86F, 0},
+                          {MSG_INFO, 0xD864, 0}}));
   run(0, p);
   EXPECT_EQ(seen(), (Seen{{MSG_INFO, 0xD868, 0}, {MSG_INFO, 0xD864, 0}}));
   run(2, p);

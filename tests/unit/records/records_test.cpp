@@ -152,7 +152,10 @@ TEST_F(Records, SolutionsStartAtZeroAndEveryRefusalIsCleanedUp) {
   ASSERT_EQ(NewSolution(&env, &s, 3, 4, x, y), 0);
   EXPECT_EQ(s->solPrimal, x);
   EXPECT_EQ(s->solDual, y);
-  for (int j = 0; j < 4; ++j) EXPECT_EQ(s->lowerSlack[j] + s->upperDual[j], 0.0);
+  for (int j = 0; j < 4; ++j) {
+    EXPECT_EQ(s->lowerSlack[j], 0.0);
+    EXPECT_EQ(s->upperDual[j], 0.0);
+  }
   for (int i = 0; i < 3; ++i) EXPECT_EQ(s->ineqnSlack[i], 0.0);
   FreeSolution(&env, s);
   FreeSolution(&env, nullptr);
@@ -212,7 +215,8 @@ TEST_F(Statistics, EmptyZeroAndRefusedCases) {
   std::fill(zeroObj.obj.begin(), zeroObj.obj.end(), 0.0);
   ASSERT_EQ(getProbStatistics(&env, &zeroObj.record), 0);
   EXPECT_EQ(zeroObj.record.stats.objCount, 0);
-  EXPECT_EQ(zeroObj.record.stats.objMin + zeroObj.record.stats.objAvg, 0.0);
+  EXPECT_EQ(zeroObj.record.stats.objMin, 0.0);
+  EXPECT_EQ(zeroObj.record.stats.objAvg, 0.0);
 
   // 7 entries in 2 columns.
   SmallQP seven;
