@@ -485,6 +485,9 @@ TEST(KernelLevel1, OverlapsTiesAndExtremes) {
   for (int i = 0; i < 40; ++i) v[i] = i;
   my_dcopy(30, v.data() + 5, 1, v.data(), 1);  // overlapping, destination first: runs forward
   for (int i = 0; i < 30; ++i) EXPECT_EQ(v[i], i + 5);
+  std::vector<double> w(20, 1.0), z(20, 0.0);
+  my_dcopy(20, w.data(), 1, z.data(), 1);  // disjoint, long: the block copy
+  EXPECT_EQ(z, w);
   // idamax is zero-based and takes the first of ties.
   const double zeros[4] = {0, 0, 0, 0}, x[6] = {1, -5, 2, 5, -5, 0}, nan1 = kNaN;
   EXPECT_EQ(my_idamax(4, zeros, 1), 0);

@@ -115,12 +115,16 @@ TEST_F(LATest, ParameterDefaultsLimitsAndRejections) {
   EXPECT_EQ(1e-16, env->refineTol);
   EXPECT_EQ(9, LA_SetDblParam(env, -1e-300, 19));
   EXPECT_EQ(1e-16, env->refineTol);
+  EXPECT_EQ(0, LA_SetDblParam(env, 0.0, 19));
+  EXPECT_EQ(0.0, env->refineTol);
   EXPECT_EQ(0, LA_SetDblParam(env, NAN, 19));
   EXPECT_TRUE(std::isnan(env->refineTol));
   EXPECT_EQ(0, LA_SetDblParam(env, 5.0, 12));  // a result: ignored
   EXPECT_EQ(0.0, env->pivotRatio);
   EXPECT_EQ(0, LA_SetDblParam(env, 5.0, 3));  // an integer id: ignored
   EXPECT_EQ(0, env->useStaticPermGen);
+  ASSERT_EQ(0, LA_GetDblParam(env, 15, &d));  // an integer id reads as 0
+  EXPECT_EQ(0.0, d);
 
   EXPECT_EQ(nullptr, LA_CreateLAEnv(nullptr, nullptr, &v));
   EXPECT_EQ(9, v);
