@@ -59,32 +59,10 @@ TEST_F(ModuleAbi, ExtensionInstanceAndVersionSlotBySlot) {
   QVPool* instancePool = static_cast<QVPool*>(slot[0]);
   ASSERT_NE(instancePool, nullptr);
   EXPECT_NE(instancePool, objectPool);
-  EXPECT_EQ(slot[1], nullptr);  // textLog: the host fills it after creation
-  EXPECT_EQ(slot[2], nullptr);  // messageLog
-  EXPECT_NE(slot[3], nullptr);  // halvex_destroy_instance
-  EXPECT_EQ(slot[4], nullptr);  // preModule
-  EXPECT_EQ(slot[5], nullptr);  // preObject
-  for (int s = 6; s <= 9; ++s) EXPECT_NE(slot[s], nullptr) << "slot " << s;
-  // ScripterOptions in slots 10 to 18, read by byte position.
-  const char* block = reinterpret_cast<const char*>(&slot[10]);
-  double d;
-  int32_t i;
-  std::memcpy(&d, block + 0, 8);
-  EXPECT_EQ(d, 1e-06);  // gapTol
-  std::memcpy(&d, block + 16, 8);
-  EXPECT_EQ(d, 1e-06);  // dualTol
-  std::memcpy(&i, block + 24, 4);
-  EXPECT_EQ(i, 2147483647);  // maxIteration
-  std::memcpy(&d, block + 32, 8);
-  EXPECT_EQ(d, 1e+20);
-  std::memcpy(&i, block + 48, 4);
-  EXPECT_EQ(i, 1);  // printFreq
-  std::memcpy(&i, block + 52, 4);
-  EXPECT_EQ(i, -1);  // presolver
-  std::memcpy(&d, block + 56, 8);
-  EXPECT_EQ(d, 1.7976931348623157e+308);  // maxTime
-  std::memcpy(&i, block + 68, 4);
-  EXPECT_EQ(i, 1);  // numThreads
+  // Logs (1, 2) are the host's to fill, the sibling (4, 5) the solve's;
+  // 3 destroys the instance, 6 to 9 are its operations.
+  for (int s = 1; s <= 9; ++s) EXPECT_EQ(slot[s] != nullptr, s == 3 || s >= 6) << "slot " << s;
+  // Slots 10 to 18 hold the ScripterOptions, whose layout the headers pin.
   for (int s = 19; s < 26; ++s) EXPECT_EQ(slot[s], nullptr) << "slot " << s;
 
   // Slot 8 solves a one-row QP from the record alone.

@@ -178,9 +178,9 @@ inline Dense denseOf(const ipmModel& md) {
 }
 
 // Solves a tiny convex LP or QP by trying every active set: each column at
-// its lower end (0), its upper end (1) or between (2); each inequality row
-// at its upper end (0), its lower end (1) or inactive (2).  The first KKT
-// point found is the optimum.  Fills the solution record in the iteration's
+// its lower end (0, or pinned at 0 when free), its upper end (1) or between
+// (2); each inequality row at its upper end (0), its lower end (1) or
+// inactive (2).  The first KKT point found is the optimum.  Fills the solution record in the iteration's
 // sign convention.
 inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
   const Dense d = denseOf(md);
@@ -191,8 +191,11 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
     std::vector<int> st(n + m);
     for (long k = 0, rest = code; k < n + m; k++, rest /= 3) st[k] = (int)(rest % 3);
     bool usable = true;
+    // A free column may be pinned at 0 (state 0) where the model leaves it a
+    // line of optima; the pin carries no multiplier.
+    auto pinned = [&](int j) { return st[j] == 0 && d.lo[j] <= -kInf && d.up[j] >= kInf; };
     for (int j = 0; j < n; j++)
-      usable &= !(st[j] == 0 && d.lo[j] <= -kInf) && !(st[j] == 1 && d.up[j] >= kInf);
+      usable &= !(st[j] == 0 && d.lo[j] <= -kInf && !pinned(j)) && !(st[j] == 1 && d.up[j] >= kInf);
     for (int i = 0; i < m; i++) {
       const char t = d.sense[i];
       usable &= !(t == 'E' && st[n + i] != 0) && !(t == 'L' && st[n + i] == 1) &&
@@ -204,7 +207,7 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
     for (int j = 0; j < n; j++) {
       if (st[j] < 2) {
         k[j][j] = 1.0;
-        rhs[j] = st[j] == 0 ? d.lo[j] : d.up[j];
+        rhs[j] = pinned(j) ? 0.0 : st[j] == 0 ? d.lo[j] : d.up[j];
         continue;
       }
       for (int q = 0; q < n; q++) k[j][q] = d.q[j][q];
@@ -228,7 +231,8 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
       for (int i = 0; i < m; i++) r -= d.a[i][j] * z[n + i];
       rc[j] = r;
       ok &= z[j] >= d.lo[j] - tol && z[j] <= d.up[j] + tol;
-      ok &= !(st[j] == 0 && r < -tol) && !(st[j] == 1 && r > tol) && !(st[j] == 2 && fabs(r) > tol);
+      ok &= !(st[j] == 0 && r < -tol) && !(st[j] == 1 && r > tol) &&
+            !((st[j] == 2 || pinned(j)) && fabs(r) > tol);
     }
     for (int i = 0; i < m; i++) {
       double act = 0.0;

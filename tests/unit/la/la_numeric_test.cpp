@@ -189,7 +189,7 @@ TEST(LADense, TinyPivotsAreReplacedByTheFixedTolerance) {
   EXPECT_EQ(0.0, p.F[3]);
 }
 
-TEST(LADense, SolvesAgreeWithTheMatrix) {
+TEST(LADense, SolvesAndTheUnblockedFormAgreeWithTheMatrix) {
   const int32_t n = 120, nrhs = 3;
   Dense A = randomSymmetric(n, 9, 1e-2);
   DenseFactor f = denseFactor(A, n);
@@ -208,38 +208,29 @@ TEST(LADense, SolvesAgreeWithTheMatrix) {
       EXPECT_NEAR(B[i + (size_t)c * n], s, 1e-9);
     }
   for (int32_t i = 0; i < n; i++) EXPECT_NEAR(X[i], x1[i], 1e-9);
-}
 
-TEST(LADense, UnblockedFormAndSolveLDAgreeWithThePanel) {
-  const int32_t n = 60, m = 90;
-  Dense A = randomSymmetric(m, 21, 1e-2);
-  // The unblocked form factors the diagonal block alone.
-  Dense A11;
-  A11.n = n;
-  A11.a.assign((size_t)n * n, 0.0);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < n; i++) A11(i, j) = A(i, j);
-  Dense F11 = A11;
-  IntVec piv(n);
+  // The unblocked form, which factors a diagonal block alone.
+  Dense A11 = randomSymmetric(60, 21, 1e-2), F11 = A11;
+  IntVec piv(60);
   int32_t perturbed = 0;
-  DenseLDLNonBlock(kTol, n, F11.a.data(), n, piv.data(), &perturbed);
+  DenseLDLNonBlock(kTol, 60, F11.a.data(), 60, piv.data(), &perturbed);
   EXPECT_EQ(0, perturbed);
-  EXPECT_LT(maxDiff(reconstruct(n, n, F11.a, n, piv, Dense()), A11), 1e-9);
+  EXPECT_LT(maxDiff(reconstruct(60, 60, F11.a, 60, piv, Dense()), A11), 1e-9);
 
-  // SolveLD on the rows below reproduces the panel's L21 and W21.
-  DenseFactor f = denseFactor(A, n);
-  Vec F11p((size_t)n * n);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < n; i++) F11p[i + (size_t)j * n] = f.F[i + (size_t)j * m];
-  const int32_t rows = m - n;
-  Vec B((size_t)rows * n), W((size_t)rows * n);
-  for (int32_t j = 0; j < n; j++)
-    for (int32_t i = 0; i < rows; i++) B[i + (size_t)j * rows] = A(n + i, j);
-  SolveLD(rows, n, F11p.data(), n, f.piv.data(), B.data(), rows, W.data(), rows);
-  for (int32_t j = 0; j < n; j++)
+  // SolveLD on the rows below a panel reproduces the panel's L21 and W21.
+  const int32_t m = 90, w = 60, rows = m - w;
+  Dense Am = randomSymmetric(m, 21, 1e-2);
+  DenseFactor g = denseFactor(Am, w);
+  Vec G11((size_t)w * w), L21((size_t)rows * w), W21((size_t)rows * w);
+  for (int32_t j = 0; j < w; j++) {
+    for (int32_t i = 0; i < w; i++) G11[i + (size_t)j * w] = g.F[i + (size_t)j * m];
+    for (int32_t i = 0; i < rows; i++) L21[i + (size_t)j * rows] = Am(w + i, j);
+  }
+  SolveLD(rows, w, G11.data(), w, g.piv.data(), L21.data(), rows, W21.data(), rows);
+  for (int32_t j = 0; j < w; j++)
     for (int32_t i = 0; i < rows; i++) {
-      EXPECT_NEAR(f.F[n + i + (size_t)j * m], B[i + (size_t)j * rows], 1e-8);
-      EXPECT_NEAR(f.W[n + i + (size_t)j * m], W[i + (size_t)j * rows], 1e-8);
+      EXPECT_NEAR(g.F[w + i + (size_t)j * m], L21[i + (size_t)j * rows], 1e-8);
+      EXPECT_NEAR(g.W[w + i + (size_t)j * m], W21[i + (size_t)j * rows], 1e-8);
     }
 }
 
@@ -491,17 +482,22 @@ TEST_F(LANumericSparse, RepeatedOffDiagonalEntriesAddUp) {
     SCOPED_TRACE(c.name);
     Sparse parts = splitIntoParts(c.whole, seed++);
     ASSERT_GT(parts.colBegin[parts.n], c.whole.colBegin[c.whole.n]);
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, 1));
+    if (c.positive < 0) {  // the threaded factor has the sequential one's inertia
+      ASSERT_EQ(0, analyze(parts));
+      ASSERT_EQ(0, sym->threaded);
+      ASSERT_EQ(0, factor(parts));
+      c.positive = env->numPositivePivots;
+      c.negative = env->numNegativePivots;
+      EXPECT_EQ(c.whole.n, c.positive + c.negative);
+    }
     ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, c.threads));
     ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 64));
     ASSERT_EQ(0, analyze(parts));
     EXPECT_EQ(c.threads > 1 ? 1 : 0, sym->threaded);
     ASSERT_EQ(0, factor(parts));
-    if (c.positive >= 0) {
-      EXPECT_EQ(c.positive, env->numPositivePivots);
-      EXPECT_EQ(c.negative, env->numNegativePivots);
-    } else {
-      EXPECT_EQ(c.whole.n, env->numPositivePivots + env->numNegativePivots);
-    }
+    EXPECT_EQ(c.positive, env->numPositivePivots);
+    EXPECT_EQ(c.negative, env->numNegativePivots);
 
     std::mt19937 rng(seed);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
@@ -546,28 +542,6 @@ TEST_F(LANumericSparse, RefactorsNewValuesOnTheSameAnalysis) {
     ASSERT_EQ(0, factor(v));
     EXPECT_LT(solveAgain(v, round), 1e-13) << "round " << round;
   }
-}
-
-TEST_F(LANumericSparse, ThreadedPlanFactorsOnTheCallersThread) {
-  // Heavy enough for the threaded path: wide supernodes in tiled storage.
-  Dense A = randomSymmetric(420, 12, 1e-2);
-  Sparse s = denseSparse(A);
-  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, 4));
-  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_COLLECT_INERTIA, 1));
-  ASSERT_EQ(0, analyze(s));
-  ASSERT_EQ(1, sym->threaded);
-  ASSERT_GT(sym->maxSNodeCols, sym->blockSize);
-  ASSERT_EQ(0, factor(s));
-  int32_t pos = env->numPositivePivots, neg = env->numNegativePivots;
-  EXPECT_EQ(420, pos + neg);
-  EXPECT_LT(solveAgain(s, 1), 1e-14);
-  // The same matrix on the sequential path has the same inertia.
-  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, 1));
-  ASSERT_EQ(0, analyze(s));
-  ASSERT_EQ(0, sym->threaded);
-  ASSERT_EQ(0, factor(s));
-  EXPECT_EQ(pos, env->numPositivePivots);
-  EXPECT_EQ(neg, env->numNegativePivots);
 }
 
 TEST_F(LANumericSparse, RefinementLimitsAndStatuses) {
@@ -629,34 +603,7 @@ TEST_F(LANumericSparse, ReplacedPivotsForceRefinement) {
   }
 }
 
-TEST_F(LANumericSparse, OverflowInTheSolveIsStatusEight) {
-  Sparse s = fromLower(1, {{0, 0, 1.0}});
-  ASSERT_EQ(0, analyze(s));
-  ASSERT_EQ(0, factor(s));
-  Vec x = {1.7976931348623158e+304};
-  EXPECT_EQ(8, solve(s, x));
-  Vec y = {1.7e304};
-  EXPECT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 0));
-  EXPECT_EQ(0, solve(s, y));
-  EXPECT_EQ(1.7e304, y[0]);
-}
-
-TEST_F(LANumericSparse, FgmresRejectsAnUnknownScheme) {
-  Sparse s = randomIndefinite(30, 2, 0.1);
-  ASSERT_EQ(0, analyze(s));
-  ASSERT_EQ(0, factor(s));
-  Vec b(s.n, 1.0), x = b;
-  Vec scratch(3 * s.n + 8);
-  ASSERT_EQ(0, ldl_solve(0, x.data(), sym, scratch.data()));
-  x[0] += 1e-3;  // far enough from the solution to need a step
-  double result = -1.0;
-  EXPECT_EQ(2, FGMRES(1e-16, 0.3, s.n, s.colBegin.data(), s.rowIndex.data(), s.value.data(),
-                      b.data(), 0, 10, 4, 16, 0, 3, env, sym, ldl_solve, &result, x.data(),
-                      scratch.data()));
-  EXPECT_GT(result, 0.0);
-}
-
-TEST_F(LANumericSparse, BadInputIsAStatus) {
+TEST_F(LANumericSparse, BadInputOverflowAndUnknownSchemesAreStatuses) {
   Sparse s = gridLaplacian(4);
   ASSERT_EQ(0, analyze(s));
   EXPECT_EQ(2, LA_FactorMatrixLDL(0, s.n, s.colBegin.data(), s.rowIndex.data(), s.value.data(),
@@ -666,8 +613,30 @@ TEST_F(LANumericSparse, BadInputIsAStatus) {
   Sparse bad = s;
   bad.rowIndex[3] = 99;
   EXPECT_EQ(2, factor(bad));
-  Sparse fewer = fromLower(16, {{0, 0, 1.0}});
-  EXPECT_EQ(2, factor(fewer));
+  EXPECT_EQ(2, factor(fromLower(16, {{0, 0, 1.0}})));
+
+  // Overflow in the solve is status 8; without refinement nothing overflows.
+  Sparse one = fromLower(1, {{0, 0, 1.0}});
+  ASSERT_EQ(0, analyze(one));
+  ASSERT_EQ(0, factor(one));
+  Vec x = {1.7976931348623158e+304}, y = {1.7e304};
+  EXPECT_EQ(8, solve(one, x));
+  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 0));
+  EXPECT_EQ(0, solve(one, y));
+  EXPECT_EQ(1.7e304, y[0]);
+
+  // FGMRES with an orthogonalisation scheme it does not know.
+  Sparse r = randomIndefinite(30, 2, 0.1);
+  ASSERT_EQ(0, analyze(r));
+  ASSERT_EQ(0, factor(r));
+  Vec b(r.n, 1.0), z = b, scratch(3 * r.n + 8);
+  ASSERT_EQ(0, ldl_solve(0, z.data(), sym, scratch.data()));
+  z[0] += 1e-3;  // far enough from the solution to need a step
+  double result = -1.0;
+  EXPECT_EQ(2, FGMRES(1e-16, 0.3, r.n, r.colBegin.data(), r.rowIndex.data(), r.value.data(),
+                      b.data(), 0, 10, 4, 16, 0, 3, env, sym, ldl_solve, &result, z.data(),
+                      scratch.data()));
+  EXPECT_GT(result, 0.0);
 }
 
 TEST_F(LANumericSparse, OutOfMemoryReturnsOneAndLeaksNothing) {

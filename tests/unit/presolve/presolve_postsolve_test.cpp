@@ -1,5 +1,7 @@
 // Presolve, solve what is left, postsolve: the answer must satisfy the KKT
 // conditions of the caller's model, duals of removed rows included.
+#include <random>
+
 #include "support/presolve_support.h"
 
 namespace {
@@ -44,28 +46,6 @@ TEST_F(PresolvePostsolve, EverythingRemovedComesFromTheCaseTables) {
   EXPECT_DOUBLE_EQ(round.outer->upperDual[3], 2.0);
   EXPECT_DOUBLE_EQ(round.outer->lowerDual[2], 1.0);
   EXPECT_DOUBLE_EQ(m->objValue, 2 + 6 + 1 - 12);
-}
-
-TEST_F(PresolvePostsolve, ReducedCoreWithSingletonRowsAndFixedColumns) {
-  // r0, r1: core; r2: x1 <= 3; r3: x2 = 1; r4: -4 <= 2 x3 <= 2.
-  Problem p = lp({{1, 1, 1, 0}, {1, -1, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 2}}, "LGLER",
-                 {6, -2, 3, 1, 2}, {-1, -2, 1, -1}, {0, 0, 0, -5}, {10, 10, 10, 5},
-                 {0, 0, 0, 0, 6});
-  Round round(&env);
-  const ipmModel* m = solveAround(round, p, PRECONTROL_REDUCED);
-  EXPECT_EQ(round.pre->rowMap[2], ROWMAP_UPPER);
-  EXPECT_EQ(round.pre->rowMap[3], ROWMAP_FIXED);
-  EXPECT_EQ(round.pre->rowMap[4], ROWMAP_RANGE);
-  EXPECT_EQ(round.pre->colMap[2], COLMAP_FIXED);
-  EXPECT_EQ(round.pre->colMap[3], COLMAP_EMPTY);
-  const double expected[] = {2, 3, 1, 1};
-  for (int j = 0; j < 4; j++) EXPECT_NEAR(m->solPrimal[j], expected[j], 1e-9) << "column " << j;
-  EXPECT_NEAR(m->objValue, -2 - 6 + 1 - 1, 1e-9);
-  // The bound x1 <= 3 binds: its dual lives on the row that gave it.
-  EXPECT_LT(m->solDual[2], -1e-6);
-  EXPECT_LT(m->solDual[4], -1e-6);
-  // Removed inequality rows get their slack from the activity.
-  EXPECT_NEAR(round.outer->ineqnSlack[4], 2 - 2 * 1.0, 1e-12);
 }
 
 TEST_F(PresolvePostsolve, BoundOnlyPresolveGivesTheBoundsBack) {
@@ -186,6 +166,74 @@ TEST_F(PresolvePostsolve, PresolveRefusesUsedSolutionRecords) {
   EXPECT_EQ(ipmPresolve(&env, &m, &round.option, round.pre, round.storage, &round.outer,
                         &round.inner),
             IPM_STATUS_FAILED);
+}
+
+}  // namespace
+
+namespace {
+
+// Tiny random LPs and diagonal QPs, feasible by construction, with fixed,
+// free, empty and singleton structure mixed in: the round must keep the
+// optimum and the KKT conditions of the caller's model.
+TEST_F(PresolvePostsolve, RandomModelsKeepTheirOptimumAndKKT) {
+  std::mt19937 rng(2024);
+  auto uni = [&](int a, int b) { return std::uniform_int_distribution<int>(a, b)(rng); };
+  int solved = 0, reduced = 0;
+  for (int trial = 0; trial < 300; trial++) {
+    const int n = uni(1, 4), m = uni(1, 3);
+    pretest::Mat a(m, pretest::Vec(n, 0.0));
+    pretest::Vec lo(n), up(n), x0(n), c(n), rhs(m), range(m, 0.0), diag(n);
+    for (int j = 0; j < n; j++) {
+      lo[j] = uni(-2, 0);
+      up[j] = lo[j] + uni(0, 3);
+      const int kind = uni(0, 7);
+      if (kind == 1 || kind == 3) lo[j] = -kFree;
+      if (kind == 2 || kind == 3) up[j] = kFree;
+      x0[j] = lo[j] > -kFree ? lo[j] + (up[j] < kFree ? uni(0, (int)(up[j] - lo[j])) : uni(0, 2))
+                             : (up[j] < kFree ? up[j] - uni(0, 2) : uni(-2, 2));
+      c[j] = uni(-3, 3);
+      diag[j] = uni(0, 2);
+      for (int i = 0; i < m; i++)
+        if (uni(0, 1)) a[i][j] = uni(-2, 2);
+    }
+    std::string sense;
+    for (int i = 0; i < m; i++) {
+      double act = 0.0;
+      for (int j = 0; j < n; j++) act += a[i][j] * x0[j];
+      sense += "ELGR"[uni(0, 3)];
+      rhs[i] = act + (sense[i] == 'E' ? 0 : sense[i] == 'G' ? -uni(0, 1) : uni(0, 1));
+      if (sense[i] == 'R') range[i] = uni(1, 3);  // [rhs - range, rhs] holds act
+    }
+    Problem p = lp(a, sense, rhs, c, lo, up, range);
+    if (uni(0, 2) == 0) p = qp(p, diag);
+    // The caller's optimum, or none when the draw is unbounded.
+    Problem ref = p;
+    ipmModel* rm = ref.build();
+    ipmSolution* rs = nullptr;
+    ASSERT_EQ(NewSolution(&env, &rs, m, n, rm->solPrimal, rm->solDual), 0);
+    const bool bounded = pretest::bruteSolve(*rm, rs);
+    FreeSolution(&env, rs);
+    if (!bounded) continue;
+    auto objective = [&](const double* x) {
+      double f = 0.0;
+      for (int j = 0; j < n; j++) f += c[j] * x[j] + (p.type == IPM_MODEL_QP ? 0.5 * diag[j] * x[j] * x[j] : 0.0);
+      return f;
+    };
+    SCOPED_TRACE(::testing::Message() << "trial " << trial);
+    Round round(&env);
+    ipmModel* mm = p.build();
+    ASSERT_EQ(round.presolve(mm), 0);
+    if (round.pre->preRoute == PREROUTE_SOLVED || round.pre->preRoute == PREROUTE_SPECIAL) continue;
+    reduced += round.current != mm && round.current->numCol < n;
+    ASSERT_TRUE(round.solveReduced());
+    ASSERT_EQ(round.postsolve(), 0);
+    EXPECT_EQ(kktBreach(*mm, *round.outer), "");
+    EXPECT_NEAR(objective(mm->solPrimal), objective(rm->solPrimal), 1e-7);
+    solved++;
+    if (HasFailure()) break;
+  }
+  EXPECT_GT(solved, 150);
+  EXPECT_GT(reduced, 30);
 }
 
 }  // namespace

@@ -16,48 +16,10 @@
 #include "ipm/scale.h"
 #include "records/lpdriver.h"
 #include "records/model.h"
+#include "support/message_log.h"
 #include "support/support.h"
 
 namespace {
-
-// ---- logs ---------------------------------------------------------------------------
-
-struct RecordingLog {
-  MessageLog base{&RecordingLog::log};
-  std::vector<int64_t> codes;
-  std::vector<int32_t> severities;
-  int presolverValue = 0;
-  static void log(MessageLog* self, int32_t severity, int64_t code, ...) {
-    RecordingLog* r = reinterpret_cast<RecordingLog*>(self);
-    // Hosts look codes up by all 64 bits: every code comes sign-extended.
-    EXPECT_EQ(code, (int64_t)(int32_t)code) << std::hex << "code 0x" << code;
-    r->codes.push_back(code & 0xFFFFFFFF);
-    r->severities.push_back(severity);
-    if ((code & 0xFFFFFFFF) == 0x827FD80D) {
-      va_list args;
-      va_start(args, code);
-      r->presolverValue = va_arg(args, int);
-      va_end(args);
-    }
-  }
-  // Severity of the first message with the code, or 0 when it never came.
-  int32_t severityOf(int64_t code) const {
-    for (size_t k = 0; k < codes.size(); k++)
-      if (codes[k] == code) return severities[k];
-    return 0;
-  }
-  bool saw(int64_t code) const { return severityOf(code) != 0; }
-};
-
-std::vector<std::string> gText;
-void captureText(const char* format, ...) {
-  char buffer[512];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(buffer, sizeof buffer, format, args);
-  va_end(args);
-  gText.push_back(buffer);
-}
 
 // ---- the small LP -------------------------------------------------------------------
 //
@@ -390,8 +352,8 @@ class LPDriver : public HostTest {
     host.registerModule("fennick", fennickFactory);
     ctx.env = env;
     ctx.env.messageLog = &messages.base;
-    gText.clear();
-    ctx.env.textLog = captureText;
+    hxtest::textLines().clear();
+    ctx.env.textLog = hxtest::captureText;
     resetLpOptions(&options);
     options.rowScaleOnly = 0;
   }
@@ -409,7 +371,7 @@ class LPDriver : public HostTest {
   // A clean record of messages, and of the siblings' calls unless kept.
   void fresh(bool siblings = true) {
     if (siblings) sib = Siblings{};
-    messages = RecordingLog{};
+    messages.clear();
     ctx.env.messageLog = &messages.base;
     resetLpOptions(&options);
   }
@@ -425,7 +387,7 @@ class LPDriver : public HostTest {
 
   Siblings sib;
   LPContext ctx{};
-  RecordingLog messages;
+  hxtest::RecordingLog messages{{0x827FD80D}};
   LPOptions options{};
   SmallLP lp;
 };
@@ -542,15 +504,15 @@ TEST_F(LPDriver, OptionErrorsStopBeforeAnySibling) {
     EXPECT_TRUE(sib.calls.empty());
     expectReleased();
   }
-  EXPECT_EQ(messages.presolverValue, 7);
+  EXPECT_EQ(messages.values.back(), 7);
 }
 
 TEST_F(LPDriver, UnknownScalingOptionIsATextError) {
   options.rowScaleOnly = 2;
   EXPECT_EQ(run(), 1);
   EXPECT_EQ(lp.record.status, IPM_STATUS_FAILED);
-  ASSERT_EQ(gText.size(), 1u);
-  EXPECT_EQ(gText[0], "Unknown initialization option 2");
+  ASSERT_EQ(hxtest::textLines().size(), 1u);
+  EXPECT_EQ(hxtest::textLines()[0].text, "Unknown initialization option 2");
   EXPECT_TRUE(sib.calls.empty());
 }
 
@@ -749,7 +711,7 @@ TEST_F(LPDriver, CrossoverStartsOnlyFromAUsablePoint) {
   EXPECT_EQ(iplpCrossover(&ctx.env, &presolved.record, &solution, &option, IPM_STATUS_OPTIMAL),
             17);
   sib.fennickInstance = false;
-  messages = RecordingLog{};
+  messages.clear();
   ctx.env.messageLog = &messages.base;
   EXPECT_EQ(iplpCrossover(&ctx.env, &presolved.record, &solution, &option, IPM_STATUS_OPTIMAL),
             IPM_STATUS_OUT_OF_MEMORY);

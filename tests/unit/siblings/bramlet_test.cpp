@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "siblings/bramlet/bramlet.h"
+#include "support/presolve_support.h"
 
 namespace {
 
@@ -90,116 +91,47 @@ int colEnd(const LPRecord& lp, int j) {
   return lp.colLength ? lp.colBegin[j] + lp.colLength[j] : lp.colBegin[j + 1];
 }
 
-// Dense reference solver for tiny LPs: tries every set of numCol active
-// constraints, and accepts the first vertex that is primal feasible and whose
-// multipliers have the right signs, which is an optimal basis.  Bounds
-// flagged in relax count as absent.  Writes x and y (the caller's sense).
+// The reference for tiny LPs: the caller's LP in the solver's own form,
+// solved by trying every active set.  Free rows are left out with a zero
+// dual; bounds flagged in relax count as absent.  Writes x and y in the
+// caller's sense.
 bool solveDense(const LPRecord& lp, const uint8_t* relax, std::vector<double>* xOut,
                 std::vector<double>* yOut) {
   const int m = lp.numRow, n = lp.numCol;
-  std::vector<std::vector<double>> A(m, std::vector<double>(n, 0.0));
-  for (int j = 0; j < n; j++)
-    for (int p = lp.colBegin[j]; p < colEnd(lp, j); p++) A[lp.rowIndex[p]][j] += lp.matValue[p];
-  std::vector<double> c(n);
-  for (int j = 0; j < n; j++) c[j] = lp.objSense * lp.obj[j];
-  struct Cand {
-    int row, col;  // one of them is -1
-    int side;      // +1 lower end, -1 upper end, 0 both (equation), 2 pin of a free column
-    double value;
-  };
-  std::vector<Cand> cand;
-  std::vector<double> lo(m), hi(m);
-  for (int i = 0; i < m; i++) {
-    rowInterval(lp, i, &lo[i], &hi[i]);
-    if (lo[i] > -kInf && lo[i] == hi[i]) {
-      cand.push_back({i, -1, 0, lo[i]});
-      continue;
-    }
-    if (lo[i] > -kInf) cand.push_back({i, -1, 1, lo[i]});
-    if (hi[i] < kInf) cand.push_back({i, -1, -1, hi[i]});
+  std::vector<int> kept;
+  for (int i = 0; i < m; i++)
+    if (lp.rowSense[i] != 'N') kept.push_back(i);
+  pretest::Mat a(kept.size(), pretest::Vec(n, 0.0));
+  std::vector<int> at(m, -1);
+  std::string sense;
+  pretest::Vec rhs, range, c(n), lo(n), up(n);
+  for (size_t k = 0; k < kept.size(); k++) {
+    const int i = kept[k];
+    at[i] = (int)k;
+    const double width = lp.rowSense[i] == 'R' ? lp.range[i] : 0.0;
+    sense += lp.rowSense[i];
+    rhs.push_back(lp.rhs[i] + width);  // the solver's range rows end at their right side
+    range.push_back(width);
   }
   for (int j = 0; j < n; j++) {
-    const bool noLo = lp.lower[j] <= -kInf || (relax && (relax[j] & RELAX_NO_LOWER));
-    const bool noUp = lp.upper[j] >= kInf || (relax && (relax[j] & RELAX_NO_UPPER));
-    if (!noLo && !noUp && lp.lower[j] == lp.upper[j]) {
-      cand.push_back({-1, j, 0, lp.lower[j]});
-      continue;
-    }
-    if (!noLo) cand.push_back({-1, j, 1, lp.lower[j]});
-    if (!noUp) cand.push_back({-1, j, -1, lp.upper[j]});
-    // A free column may need pinning where the LP leaves it a line of
-    // optima; the pin must carry no multiplier.
-    if (noLo && noUp) cand.push_back({-1, j, 2, 0.0});
+    for (int p = lp.colBegin[j]; p < colEnd(lp, j); p++)
+      if (at[lp.rowIndex[p]] >= 0) a[at[lp.rowIndex[p]]][j] += lp.matValue[p];
+    c[j] = lp.objSense * lp.obj[j];
+    lo[j] = relax && (relax[j] & RELAX_NO_LOWER) ? -pretest::kFree : lp.lower[j];
+    up[j] = relax && (relax[j] & RELAX_NO_UPPER) ? pretest::kFree : lp.upper[j];
   }
-  auto solve = [](std::vector<std::vector<double>> M, std::vector<double> b,
-                  std::vector<double>* out) {
-    const int k = (int)b.size();
-    for (int col = 0; col < k; col++) {
-      int piv = col;
-      for (int r = col + 1; r < k; r++)
-        if (std::fabs(M[r][col]) > std::fabs(M[piv][col])) piv = r;
-      if (std::fabs(M[piv][col]) < 1e-10) return false;
-      std::swap(M[piv], M[col]);
-      std::swap(b[piv], b[col]);
-      for (int r = 0; r < k; r++) {
-        if (r == col) continue;
-        const double f = M[r][col] / M[col][col];
-        for (int q = col; q < k; q++) M[r][q] -= f * M[col][q];
-        b[r] -= f * b[col];
-      }
-    }
-    out->resize(k);
-    for (int r = 0; r < k; r++) (*out)[r] = b[r] / M[r][r];
-    return true;
-  };
-  const double tol = 1e-9;
-  std::vector<int> pick;
-  std::function<bool(int)> choose = [&](int from) -> bool {
-    if ((int)pick.size() == n) {
-      std::vector<std::vector<double>> M(n, std::vector<double>(n, 0.0));
-      std::vector<double> b(n), x, lambda;
-      for (int k = 0; k < n; k++) {
-        const Cand& cd = cand[pick[k]];
-        if (cd.row >= 0) M[k] = A[cd.row];
-        else M[k][cd.col] = 1.0;
-        b[k] = cd.value;
-      }
-      if (n > 0 && !solve(M, b, &x)) return false;
-      for (int i = 0; i < m; i++) {
-        double a = 0.0;
-        for (int j = 0; j < n; j++) a += A[i][j] * x[j];
-        if ((lo[i] > -kInf && a < lo[i] - tol) || (hi[i] < kInf && a > hi[i] + tol)) return false;
-      }
-      for (int j = 0; j < n; j++) {
-        const bool noLo = relax && (relax[j] & RELAX_NO_LOWER);
-        const bool noUp = relax && (relax[j] & RELAX_NO_UPPER);
-        if ((!noLo && lp.lower[j] > -kInf && x[j] < lp.lower[j] - tol) ||
-            (!noUp && lp.upper[j] < kInf && x[j] > lp.upper[j] + tol))
-          return false;
-      }
-      std::vector<std::vector<double>> Mt(n, std::vector<double>(n, 0.0));
-      for (int r = 0; r < n; r++)
-        for (int q = 0; q < n; q++) Mt[q][r] = M[r][q];
-      if (n > 0 && !solve(Mt, c, &lambda)) return false;
-      for (int k = 0; k < n; k++) {
-        const int side = cand[pick[k]].side;
-        if ((side == 1 && lambda[k] < -tol) || (side < 0 && lambda[k] > tol)) return false;
-        if (side == 2 && std::fabs(lambda[k]) > tol) return false;
-      }
-      xOut->assign(x.begin(), x.end());
-      yOut->assign(m, 0.0);
-      for (int k = 0; k < n; k++)
-        if (cand[pick[k]].row >= 0) (*yOut)[cand[pick[k]].row] += lp.objSense * lambda[k];
-      return true;
-    }
-    for (int k = from; k < (int)cand.size(); k++) {
-      pick.push_back(k);
-      if (choose(k + 1)) return true;
-      pick.pop_back();
-    }
-    return false;
-  };
-  return choose(0);
+  pretest::Problem p = pretest::lp(a, sense, rhs, c, lo, up, range);
+  ipmModel* md = p.build();
+  std::vector<double> y(kept.size() + 1), work(5 * (n + 1) + m);
+  xOut->assign(n + 1, 0.0);
+  ipmSolution s{xOut->data(), y.data(), &work[0], &work[n + 1], &work[2 * (n + 1)],
+                &work[3 * (n + 1)], &work[4 * (n + 1)]};
+  if (!pretest::bruteSolve(*md, &s)) return false;
+  xOut->resize(n);
+  yOut->assign(m, 0.0);
+  for (int i = 0; i < m; i++)
+    if (at[i] >= 0) (*yOut)[i] = lp.objSense * y[at[i]];
+  return true;
 }
 
 double objectiveOf(const TestLP& lp, const std::vector<double>& x) {
@@ -413,87 +345,51 @@ TEST(BramletPresolve, DecidedAndRefusedLPsReportThroughPostsolve) {
   EXPECT_EQ(emptyRow.act[1], 0.0);
 }
 
-TEST(BramletPresolve, SingletonRowBoundHandsItsDualBackToTheRow) {
-  // min -x0 - x1, x0 + x1 <= 4, 2 x0 <= 2 (singleton), x in [0, 10].
-  TestLP lp;
+// Each reduction on an LP built for it: the caller's optimum and KKT point,
+// row duals of removed rows included, come back through postsolve.
+TEST(BramletPresolve, EachReductionKeepsTheOptimumAndKKT) {
+  std::vector<std::pair<const char*, TestLP>> cases;
+  TestLP lp;  // singleton row 2 x0 <= 2, slack at the optimum x1 = 4
   lp.addRow('L', 4.0);
   lp.addRow('L', 2.0);
   lp.addCol(-1.0, 0.0, 10.0, {{0, 1.0}, {1, 2.0}});
   lp.addCol(-2.0, 0.0, 10.0, {{0, 1.0}});
-  expectOptimal(lp);
-  // x1 = 4, x0 = 0: the singleton row is slack.
-  EXPECT_NEAR(lp.x[1], 4.0, 1e-9);
-  EXPECT_EQ(lp.y[1], 0.0);
-
-  // Now x0 is pushed to the row's bound: x0 = 1 and the row carries a dual.
-  TestLP lp2;
-  lp2.addRow('G', -3.0);  // -x0 - x1 >= -3
-  lp2.addRow('G', -2.0);  // -2 x0 >= -2, i.e. x0 <= 1
-  lp2.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
-  lp2.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
-  expectOptimal(lp2);
-  EXPECT_NEAR(lp2.x[0], 1.0, 1e-9);
-  EXPECT_NEAR(lp2.y[1], 1.0, 1e-9);  // (-3 - (-1)(-1)) / -2
-
-  // A singleton equality fixes its column; the dual sign is free.
-  TestLP lp3;
-  lp3.addRow('E', 6.0);
-  lp3.addRow('L', 5.0);
-  lp3.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
-  lp3.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
-  expectOptimal(lp3);
-  EXPECT_NEAR(lp3.x[0], 2.0, 1e-12);
-  EXPECT_NEAR(lp3.y[0], 5.0 / 3.0, 1e-9);
-}
-
-TEST(BramletPresolve, FixedAndEmptyColumnsMoveIntoTheConstant) {
-  TestLP lp;
+  cases.push_back({"slack singleton row", lp});
+  lp = TestLP();  // -2 x0 >= -2 binds: the row carries the bound's dual
+  lp.addRow('G', -3.0);
+  lp.addRow('G', -2.0);
+  lp.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
+  lp.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
+  cases.push_back({"binding singleton row", lp});
+  lp = TestLP();  // a singleton equation fixes its column; the dual sign is free
+  lp.addRow('E', 6.0);
+  lp.addRow('L', 5.0);
+  lp.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
+  lp.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
+  cases.push_back({"singleton equation", lp});
+  lp = TestLP();
   lp.objConstant = 2.0;
   lp.addRow('G', 4.0);
-  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});    // fixed at 2, row becomes x1 >= 2
+  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});  // fixed at 2
   lp.addCol(1.0, 0.0, 9.0, {{0, 1.0}});
-  lp.addCol(2.0, -1.0, 5.0, {});           // empty, to its lower bound
-  lp.addCol(-1.0, -1.0, 5.0, {});          // empty, to its upper bound
-  lp.addCol(0.0, -kInf, kInf, {});         // empty and free without cost
-  expectOptimal(lp);
-  EXPECT_EQ(lp.x[2], -1.0);
-  EXPECT_EQ(lp.x[3], 5.0);
-  EXPECT_EQ(lp.x[4], 0.0);
-  EXPECT_NEAR(lp.rec.objConstant, 2.0 + 6.0 + 2.0 - 2.0 - 5.0, 1e-12);
-}
-
-TEST(BramletPresolve, ForcingRowsFixTheirColumnsAndChooseADual) {
-  // x0 + x1 >= 4 with both at most 2: the only point is (2, 2), and the
-  // costs push against it.
-  TestLP lp;
+  lp.addCol(2.0, -1.0, 5.0, {});    // empty, to its lower bound
+  lp.addCol(-1.0, -1.0, 5.0, {});   // empty, to its upper bound
+  lp.addCol(0.0, -kInf, kInf, {});  // empty and free without cost: 0
+  cases.push_back({"fixed and empty columns", lp});
+  lp = TestLP();  // x0 + x1 >= 4 with both at most 2 forces (2, 2)
   lp.addRow('G', 4.0);
   lp.addRow('L', 7.0);
   lp.addCol(3.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(1.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(-1.0, 0.0, 4.0, {{1, 1.0}});
-  expectOptimal(lp);
-  EXPECT_EQ(lp.x[0], 2.0);
-  EXPECT_EQ(lp.x[1], 2.0);
-  // Row 1 leaves x2 <= 3 and prices it at -1, so row 0 needs 4 to keep x0's
-  // reduced cost from pointing away from its upper bound.
-  EXPECT_NEAR(lp.y[1], -1.0, 1e-9);
-  EXPECT_NEAR(lp.y[0], 4.0, 1e-9);
-
-  // The upper end: x0 - x1 <= -3 with x0 >= 0, x1 <= 3, under maximisation.
-  TestLP up;
-  up.sense = -1;
-  up.addRow('L', -3.0);
-  up.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
-  up.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
-  expectOptimal(up);
-  EXPECT_EQ(up.x[0], 0.0);
-  EXPECT_EQ(up.x[1], 3.0);
-}
-
-TEST(BramletPresolve, FreeColumnSingletonsAreSubstitutedOut) {
-  // x2 free appears only in the equation x0 + x1 + 2 x2 = 6 and costs 1:
-  // its cost moves onto x0 and x1.
-  TestLP lp;
+  cases.push_back({"forcing row at its lower end", lp});
+  lp = TestLP();  // x0 - x1 <= -3 with x0 >= 0, x1 <= 3, maximised
+  lp.sense = -1;
+  lp.addRow('L', -3.0);
+  lp.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
+  lp.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
+  cases.push_back({"forcing row at its upper end", lp});
+  lp = TestLP();  // free x2 only in the equation: its cost moves onto x0, x1
   lp.addRow('E', 6.0);
   lp.addRow('L', 3.0);
   lp.addRow('G', 1.0);
@@ -501,9 +397,15 @@ TEST(BramletPresolve, FreeColumnSingletonsAreSubstitutedOut) {
   lp.addCol(0.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
   lp.addCol(1.0, -kInf, kInf, {{0, 2.0}});
   lp.addCol(0.0, -kInf, kInf, {{2, 1.0}, {1, 0.0}});  // costless slack of a row
-  expectOptimal(lp);
-  EXPECT_NEAR(lp.y[0], 0.5, 1e-9);
-  EXPECT_EQ(lp.y[2], 0.0);
+  cases.push_back({"free column singletons", lp});
+  for (auto& c : cases) {
+    SCOPED_TRACE(c.first);
+    expectOptimal(c.second);
+  }
+  const TestLP& fixed = cases[3].second;
+  EXPECT_EQ(std::vector<double>(fixed.x.begin(), fixed.x.begin() + 5),
+            (std::vector<double>{2.0, 2.0, -1.0, 5.0, 0.0}));
+  EXPECT_NEAR(cases[4].second.y[0], 4.0, 1e-9);  // the forcing row's dual keeps x0 at its bound
 }
 
 TEST(BramletPresolve, EverythingRemovedIsDecidedOptimal) {
