@@ -3,7 +3,8 @@
 //
 // Exit codes: 0 when the solver ran to any status of its own, 2 for bad
 // usage or a file that cannot be read, 1 when the module itself could not
-// be reached.
+// be reached, 3 when an optimum that the solver claimed failed the
+// command's own check of the returned point.
 #include <unistd.h>
 
 #include <chrono>
@@ -29,6 +30,8 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitInternal = 1;
 constexpr int kExitUsage = 2;
+// The solver claimed an optimum that the command's own check did not bear out.
+constexpr int kExitNotVerified = 3;
 
 const char* const kUsage =
     "usage: halvex solve FILE [options]\n"
@@ -65,7 +68,8 @@ const char* const kHelp =
     "  --library PATH            the halvex shared object to load\n"
     "\n"
     "exit codes: 0 the solver ran (whatever its status), 2 bad usage or an\n"
-    "unreadable file, 1 an internal failure.\n";
+    "unreadable file, 1 an internal failure, 3 a claimed optimum that the\n"
+    "command's check of the returned point against the file did not confirm.\n";
 
 bool usageError(const std::string& what) {
   std::fprintf(stderr, "halvex: %s\n%s", what.c_str(), kUsage);
@@ -253,6 +257,11 @@ int solve(const hxcli::SolveOptions& o) {
     summary.file = o.file;
     summary.readTime = readTime;
     summary.solveTime = solveTime;
+    summary.claim = hxcli::checkClaim(problem, model, summary.returnCode,
+                                      o.primalTol > 0 ? o.primalTol : OPT_DEFAULT_TOL,
+                                      o.dualTol > 0 ? o.dualTol : OPT_DEFAULT_TOL,
+                                      o.gapTol > 0 ? o.gapTol : OPT_DEFAULT_TOL);
+    if (summary.claim.checked && !summary.claim.verified) exitCode = kExitNotVerified;
     summary.totalTime = secondsSince(t0);
     if (talk) hxcli::printSummary(stdout, summary);
     if (json && !hxcli::writeJson(json, problem, summary)) {

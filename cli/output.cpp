@@ -66,6 +66,11 @@ void printSummary(FILE* out, const SolveSummary& s) {
                s.complementarity);
   std::fprintf(out, "Time         read %.3f s, solver %.3f s, solve %.3f s, total %.3f s\n",
                s.readTime, s.solverTime, s.solveTime, s.totalTime);
+  const ClaimCheck& c = s.claim;
+  if (c.checked)
+    std::fprintf(out, "Check        %s: primal %.1e, dual %.1e, gap %.1e (recomputed from the file)\n",
+                 c.verified ? "verified" : ("NOT VERIFIED, " + c.failure).c_str(),
+                 c.primalResidual, c.dualResidual, c.relativeGap);
 }
 
 namespace {
@@ -117,6 +122,16 @@ bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s) {
   std::fprintf(out, "  \"boundInfeas\": %s,\n", jsonNumber(s.boundInfeas).c_str());
   std::fprintf(out, "  \"dualityGap\": %s,\n", jsonNumber(s.dualityGap).c_str());
   std::fprintf(out, "  \"complementarity\": %s,\n", jsonNumber(s.complementarity).c_str());
+  const ClaimCheck& c = s.claim;
+  if (c.checked)
+    std::fprintf(out,
+                 "  \"check\": {\"verified\": %s, \"primalResidual\": %s, \"dualResidual\": %s, "
+                 "\"relativeGap\": %s, \"failure\": %s},\n",
+                 c.verified ? "true" : "false", jsonNumber(c.primalResidual).c_str(),
+                 jsonNumber(c.dualResidual).c_str(), jsonNumber(c.relativeGap).c_str(),
+                 c.failure.empty() ? "null" : jsonString(c.failure).c_str());
+  else
+    std::fprintf(out, "  \"check\": null,\n");
   std::fprintf(out, "  \"times\": {\"read\": %s, \"solver\": %s, \"solve\": %s, \"total\": %s}\n",
                jsonNumber(s.readTime, "%.6f").c_str(), jsonNumber(s.solverTime, "%.6f").c_str(),
                jsonNumber(s.solveTime, "%.6f").c_str(), jsonNumber(s.totalTime, "%.6f").c_str());

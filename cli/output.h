@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "claim.h"
 #include "mps.h"
 #include "qprecord.h"
 
@@ -24,6 +25,7 @@ struct SolveSummary {
   double solverTime = 0.0;  // as the solver reports it
   double solveTime = 0.0;   // the call, wall clock
   double totalTime = 0.0;
+  ClaimCheck claim;  // the command's own check of the status
 };
 
 // Copies the results of a finished call out of the record.
