@@ -276,8 +276,8 @@ Run runMetis(const Pattern& g) {
     status = METIS_NodeND(&nv, xadj.data(), adjncy.data(), nullptr, options, perm.data(),
                           iperm.data());
   });
-  // METIS' perm maps a vertex to its position; ours, position to vertex.
-  std::vector<int32_t> order(iperm.begin(), iperm.end());
+  // perm is position to vertex, as ours is.
+  std::vector<int32_t> order(perm.begin(), perm.end());
   if (status != METIS_OK || !isPermutation(order)) {
     fprintf(stderr, "%s: METIS_NodeND failed (%d)\n", g.name.c_str(), status);
     return r;

@@ -95,7 +95,10 @@ int32_t PQueueMaxInit(OrderingControl* control, PQueueMax* queue, int32_t maxNod
   int64_t b = 2 * (int64_t)maxGain + 1;
   int64_t room = control->workIntsSize - control->workTop;
   PQueueNode** bucketBase;
-  if (6 * (int64_t)maxNodes + 2 + 2 * b < room) {
+  // Measured with the stack's rounding to 16 ints, which the stack itself
+  // never checks.
+  int64_t stackInts = ((6 * (int64_t)maxNodes + 15) & ~(int64_t)15) + ((2 * b + 15) & ~(int64_t)15);
+  if (stackInts < room) {
     queue->nodes = reinterpret_cast<PQueueNode*>(poolmalloc(control, 6 * (int64_t)maxNodes));
     bucketBase = reinterpret_cast<PQueueNode**>(poolmalloc(control, 2 * b));
   } else {

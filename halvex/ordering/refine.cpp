@@ -92,13 +92,8 @@ int32_t NodeRefine(OrderingControl* control, OrderingGraph* g, int32_t passes) {
   const int32_t* vw = g->vertexWeight;
   int32_t* w = g->sideWeight;
   int32_t (*reach)[2] = g->sideReach;
-  int32_t maxGain = gainBound(g);
-  PQueueMax queue[2];
-  if (PQueueMaxInit(control, &queue[0], n, maxGain) != ORDERING_OK) return ORDERING_NOMEM;
-  if (PQueueMaxInit(control, &queue[1], n, maxGain) != ORDERING_OK) {
-    PQueueMaxFree(control, &queue[0]);
-    return ORDERING_NOMEM;
-  }
+  // The arrays go on the stack before the queues, so that buckets that no
+  // longer fit take the pool instead of running past the workspace.
   int32_t* moved = poolmalloc(control, n);
   int32_t* swaps = poolmalloc(control, n);
   int32_t* pulledBegin = poolmalloc(control, n + 1);
@@ -106,6 +101,24 @@ int32_t NodeRefine(OrderingControl* control, OrderingGraph* g, int32_t passes) {
   // its own move, so 2n entries always suffice.
   int32_t* pulled = poolmalloc(control, 2 * (int64_t)n);
   int32_t* perm = poolmalloc(control, n);
+  auto freeArrays = [&]() {
+    poolfree(control, n);
+    poolfree(control, 2 * (int64_t)n);
+    poolfree(control, n + 1);
+    poolfree(control, n);
+    poolfree(control, n);
+  };
+  int32_t maxGain = gainBound(g);
+  PQueueMax queue[2];
+  if (PQueueMaxInit(control, &queue[0], n, maxGain) != ORDERING_OK) {
+    freeArrays();
+    return ORDERING_NOMEM;
+  }
+  if (PQueueMaxInit(control, &queue[1], n, maxGain) != ORDERING_OK) {
+    PQueueMaxFree(control, &queue[0]);
+    freeArrays();
+    return ORDERING_NOMEM;
+  }
   int32_t badWeight = badWeightOf(control, g);
 
   for (int32_t pass = 0; pass < passes; pass++) {
@@ -193,13 +206,9 @@ int32_t NodeRefine(OrderingControl* control, OrderingGraph* g, int32_t passes) {
     g->separatorWeight = bestCut;
     if (bestStep == -1 || bestCut >= initCut) break;
   }
-  poolfree(control, n);
-  poolfree(control, 2 * (int64_t)n);
-  poolfree(control, n + 1);
-  poolfree(control, n);
-  poolfree(control, n);
   PQueueMaxFree(control, &queue[1]);
   PQueueMaxFree(control, &queue[0]);
+  freeArrays();
   return ORDERING_OK;
 }
 

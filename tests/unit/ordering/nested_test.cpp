@@ -83,6 +83,29 @@ struct Dissection {
   return ::testing::AssertionSuccess();
 }
 
+// Connected components of g without the removed vertices.
+int32_t components(const Graph& g, const std::vector<char>& removed) {
+  std::vector<char> seen(removed);
+  std::vector<int32_t> stack;
+  int32_t count = 0;
+  for (int32_t s = 0; s < g.n; s++) {
+    if (seen[s]) continue;
+    count++;
+    seen[s] = 1;
+    stack.push_back(s);
+    while (!stack.empty()) {
+      int32_t v = stack.back();
+      stack.pop_back();
+      for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++)
+        if (!seen[g.index[p]]) {
+          seen[g.index[p]] = 1;
+          stack.push_back(g.index[p]);
+        }
+    }
+  }
+  return count;
+}
+
 // Dissects as NestedDissection does, but checks every bisection on the way.
 // Returns the number of bisections.
 int32_t bisectAllLevels(OrderingControl* control, OrderingGraph* g, double ratio) {
@@ -348,37 +371,13 @@ TEST(NestedDissectionDriver, SameSeedSameOrderAndTheTopSeparatorLast) {
   EXPECT_EQ(a.perm, b.perm);
   EXPECT_NE(a.perm, c.perm);
   ASSERT_TRUE(isPermutationPair(c.perm, c.invPerm));
-  // With the separators last, the last positions hold the top separator:
-  // taking the trailing vertices away until the rest falls apart must happen
-  // within a grid's width, and no vertex of a leaf comes after them.
+  // The trailing positions hold the top separator: the grid falls apart
+  // once about a grid's width of them are taken away.
   std::vector<char> removed(g.n, 0);
-  int32_t cutAt = -1;
-  for (int32_t k = g.n - 1; k >= g.n - 200 && cutAt < 0; k--) {
-    removed[a.perm[k]] = 1;
-    std::vector<int32_t> comp(g.n, -1), stack;
-    int32_t comps = 0;
-    for (int32_t s = 0; s < g.n; s++) {
-      if (removed[s] || comp[s] >= 0) continue;
-      comp[s] = comps;
-      stack.push_back(s);
-      while (!stack.empty()) {
-        int32_t v = stack.back();
-        stack.pop_back();
-        for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) {
-          int32_t u = g.index[p];
-          if (!removed[u] && comp[u] < 0) {
-            comp[u] = comps;
-            stack.push_back(u);
-          }
-        }
-      }
-      comps++;
-    }
-    if (comps > 1) cutAt = k;
-  }
-  ASSERT_GE(cutAt, 0);
-  EXPECT_GE(g.n - cutAt, 60);
-  EXPECT_LE(g.n - cutAt, 90);
+  int32_t taken = 0;
+  while (taken < 200 && components(g, removed) == 1) removed[a.perm[g.n - 1 - taken++]] = 1;
+  EXPECT_GE(taken, 60);
+  EXPECT_LE(taken, 90);
 }
 
 TEST(NestedDissectionDriver, BlockLabelsSeparateTheLeaves) {
@@ -389,64 +388,36 @@ TEST(NestedDissectionDriver, BlockLabelsSeparateTheLeaves) {
   EXPECT_EQ(r.method, ORDER_NESTED);
   EXPECT_EQ(r.numDense, 1);
   ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm));
-  // Labels of the kept vertices: leaves from 0 up, separators above them,
-  // no gap, the top separator highest.
-  int32_t kept = g.n - 1;
-  int32_t maxLabel = -1;
-  for (int32_t k = 0; k < kept; k++) {
-    ASSERT_GE(r.labels[k], 0);
-    maxLabel = std::max(maxLabel, r.labels[k]);
-  }
-  std::vector<int32_t> size(maxLabel + 1, 0);
-  for (int32_t k = 0; k < kept; k++) size[r.labels[k]]++;
-  for (int32_t l = 0; l <= maxLabel; l++) EXPECT_GT(size[l], 0) << "label " << l;
-  // Kept vertex k is the caller's vertex perm[k] (the dense one is last):
-  // two leaf blocks never touch, each leaf fits under the leaf size, and
-  // a separator is a block that touches several others.
+  // Kept vertex k is the caller's vertex perm[k]; labels run without a gap
+  // from the leaves up to the top separator.
+  const int32_t kept = g.n - 1;
   std::vector<int32_t> labelOf(g.n, -1);
   for (int32_t k = 0; k < kept; k++) labelOf[r.perm[k]] = r.labels[k];
-  std::vector<std::set<int32_t>> touches(maxLabel + 1);
+  int32_t top = *std::max_element(labelOf.begin(), labelOf.end());
+  std::vector<int32_t> size(top + 1, 0);
+  for (int32_t v = 0; v < g.n; v++)
+    if (v != 17) size.at(labelOf[v])++;
+  for (int32_t l = 0; l <= top; l++) EXPECT_GT(size[l], 0) << "label " << l;
+  // A separator touches blocks below it; a leaf only the separators above
+  // it.  Leaves touching each other would break the run of separators at
+  // the top of the labels.
+  std::vector<char> leaf(top + 1, 1);
   for (int32_t v = 0; v < g.n; v++)
     for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) {
       int32_t u = g.index[p];
-      if (labelOf[u] < 0 || labelOf[v] < 0 || labelOf[u] == labelOf[v]) continue;
-      touches[labelOf[v]].insert(labelOf[u]);
+      if (u != 17 && v != 17 && labelOf[u] > labelOf[v]) leaf[labelOf[u]] = 0;
     }
-  int32_t leaves = 0;
-  for (int32_t l = 0; l <= maxLabel; l++) {
-    // A leaf touches only labels above its own (its separators).
-    bool isLeaf = true;
-    for (int32_t o : touches[l]) isLeaf = isLeaf && o > l;
-    if (isLeaf) {
-      leaves++;
+  int32_t leaves = (int32_t)std::count(leaf.begin(), leaf.end(), 1);
+  for (int32_t l = 0; l <= top; l++) {
+    EXPECT_EQ(leaf[l], l < leaves) << "label " << l;
+    if (leaf[l]) {
       EXPECT_LT(size[l], ND_LEAF_SIZE);
     }
   }
   EXPECT_GE(leaves, 2000 / ND_LEAF_SIZE);
-  // The top separator separates the grid.
   std::vector<char> removed(g.n, 0);
-  removed[17] = 1;
-  for (int32_t v = 0; v < g.n; v++) removed[v] |= labelOf[v] == maxLabel;
-  int32_t start = 0;
-  while (removed[start]) start++;
-  std::vector<char> seen(g.n, 0);
-  std::vector<int32_t> stack = {start};
-  seen[start] = 1;
-  int32_t reached = 1, open = 0;
-  while (!stack.empty()) {
-    int32_t v = stack.back();
-    stack.pop_back();
-    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) {
-      int32_t u = g.index[p];
-      if (!removed[u] && !seen[u]) {
-        seen[u] = 1;
-        reached++;
-        stack.push_back(u);
-      }
-    }
-  }
-  for (int32_t v = 0; v < g.n; v++) open += !removed[v];
-  EXPECT_LT(reached, open);
+  for (int32_t v = 0; v < g.n; v++) removed[v] = v == 17 || labelOf[v] == top;
+  EXPECT_GT(components(g, removed), 1);
   EXPECT_EQ(e.live(), 0);
 }
 
