@@ -17,6 +17,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -357,7 +358,32 @@ int main(int argc, char** argv) {
           "(defaults), Debian's libsuitesparse-dev and libmetis-dev. The ND method column "
           "shows 1 where coarsening stalled and the driver fell back to nd_amf. Times are the "
           "best of 2 to 7 runs (repeated while the total stays under 0.3 s), each solver on one "
-          "thread, all measured side by side in one process.\n\n");
+          "thread, all measured side by side in one process. The 2D grids reach a million "
+          "vertices; the 3D grids stop at 50^3, since counting the factor entries of a 100^3 "
+          "grid would take most of the run.\n\n");
+  {
+    // The machine, for reading the times: model, cores and load at the start.
+    std::string model = "unknown CPU";
+    char line[512];
+    if (FILE* f = fopen("/proc/cpuinfo", "r")) {
+      while (fgets(line, sizeof line, f))
+        if (strncmp(line, "model name", 10) == 0) {
+          const char* colon = strchr(line, ':');
+          if (colon) model = std::string(colon + 2, strcspn(colon + 2, "\n"));
+          break;
+        }
+      fclose(f);
+    }
+    double load = -1.0;
+    if (FILE* f = fopen("/proc/loadavg", "r")) {
+      if (fscanf(f, "%lf", &load) != 1) load = -1.0;
+      fclose(f);
+    }
+    fprintf(md,
+            "Machine: %s, %ld cores seen, shared with other work (load average %.1f at the "
+            "start), so absolute times are noisy and only the side-by-side ratios mean much.\n\n",
+            model.c_str(), sysconf(_SC_NPROCESSORS_ONLN), load);
+  }
   fprintf(md,
           "| matrix | n | entries | nd_amd fill | nd_amf fill | ND fill | SS AMD fill | METIS "
           "fill | amd/SS | amf/SS | ND/METIS | ND s | METIS s | SS s | ND t/METIS |\n");
