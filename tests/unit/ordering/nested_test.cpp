@@ -307,15 +307,6 @@ TEST(NestedRefinement, RefineAndBalanceKeepTheSeparatorConsistent) {
     EXPECT_TRUE(separatorIsConsistent(d.top));
     EXPECT_EQ(d.control.workTop, 0);
   }
-  // An empty separator: nothing to move, nothing changes.
-  Dissection d(e, grid2d(10, 10));
-  ASSERT_EQ(AllocatePartition(&d.control, &d.top), 0);
-  for (int32_t v = 0; v < 100; v++) d.top.side[v] = 1;
-  ComputeSeparatorParams(&d.top);
-  ASSERT_EQ(NodeRefine(&d.control, &d.top, 6), 0);
-  ASSERT_EQ(NodeBalance(&d.control, &d.top), 0);
-  EXPECT_EQ(d.top.separatorWeight, 0);
-  EXPECT_EQ(d.top.sideWeight[1], 100);
 }
 
 TEST(NestedDissectionDriver, OrdersEveryFamilyAndBeatsMinimumDegreeOnGrids) {
