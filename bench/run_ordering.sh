@@ -1,18 +1,22 @@
 #!/bin/sh
-# Ordering benchmark: nd_amd and nd_amf against SuiteSparse AMD.
-# Installs Debian's libsuitesparse-dev for the comparison if it is missing
-# (the library itself never depends on it), builds bench_ordering and writes
+# Ordering benchmark: nd_amd, nd_amf and nested dissection against
+# SuiteSparse AMD and METIS 5.1.  Installs Debian's libsuitesparse-dev and
+# libmetis-dev for the comparison if they are missing (the library itself
+# never depends on them), builds bench_ordering and writes
 # bench/results/ordering.csv and bench/results/ordering.md.
 set -e
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${BUILD:-$ROOT/build-bench-ordering}
 DATA=${DATA:-/work/shared/data}
 
-if [ ! -f /usr/include/suitesparse/amd.h ]; then
+need=""
+[ -f /usr/include/suitesparse/amd.h ] || need="$need libsuitesparse-dev"
+[ -f /usr/include/metis.h ] || need="$need libmetis-dev"
+if [ -n "$need" ]; then
   if [ "$(id -u)" = 0 ]; then
-    apt-get install -y libsuitesparse-dev
+    apt-get -o DPkg::Lock::Timeout=600 install -y $need
   else
-    sudo apt-get install -y libsuitesparse-dev
+    sudo apt-get -o DPkg::Lock::Timeout=600 install -y $need
   fi
 fi
 

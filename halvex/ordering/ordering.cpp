@@ -4,6 +4,7 @@
 #include "ordering/ordering.h"
 
 #include "frame/qv.h"
+#include "ordering/pqueue.h"
 
 namespace {
 
@@ -249,49 +250,6 @@ int32_t FindComponents(const OrderingGraph* graph, int32_t* mark, int32_t* begin
   return count;
 }
 
-namespace {
-
-// Pairs (key, value) ascending by key; ties keep their input order, which
-// keeps the grouping below deterministic.
-void sortPairs(int32_t count, int32_t* pairs, int32_t* scratch) {
-  // Bottom-up merge sort; scratch holds 2*count ints.
-  int32_t* src = pairs;
-  int32_t* dst = scratch;
-  for (int32_t width = 1; width < count; width *= 2) {
-    for (int32_t lo = 0; lo < count; lo += 2 * width) {
-      int32_t mid = lo + width < count ? lo + width : count;
-      int32_t hi = lo + 2 * width < count ? lo + 2 * width : count;
-      int32_t a = lo, b = mid, o = lo;
-      while (a < mid && b < hi) {
-        if (src[2 * b] < src[2 * a]) {
-          dst[2 * o] = src[2 * b];
-          dst[2 * o + 1] = src[2 * b + 1];
-          b++;
-        } else {
-          dst[2 * o] = src[2 * a];
-          dst[2 * o + 1] = src[2 * a + 1];
-          a++;
-        }
-        o++;
-      }
-      for (; a < mid; a++, o++) {
-        dst[2 * o] = src[2 * a];
-        dst[2 * o + 1] = src[2 * a + 1];
-      }
-      for (; b < hi; b++, o++) {
-        dst[2 * o] = src[2 * b];
-        dst[2 * o + 1] = src[2 * b + 1];
-      }
-    }
-    int32_t* t = src;
-    src = dst;
-    dst = t;
-  }
-  if (src != pairs)
-    for (int32_t k = 0; k < 2 * count; k++) pairs[k] = src[k];
-}
-
-}  // namespace
 
 int32_t CompressGraph(int32_t n, int32_t* adjBegin, int32_t* adjIndex, OrderingGraph* out,
                       int32_t* groupBegin, int32_t* groupList, int32_t* mark, QVPool* pool) {
@@ -312,7 +270,7 @@ int32_t CompressGraph(int32_t n, int32_t* adjBegin, int32_t* adjIndex, OrderingG
     pairs[2 * v] = (int32_t)(key & 0x7fffffffu);
     pairs[2 * v + 1] = v;
   }
-  sortPairs(n, pairs, scratch);
+  ikeysort(n, reinterpret_cast<IKeyValue*>(pairs));
 
   // mark[v]: group of v once grouped, else -1.  scratch (n ints) stamps the
   // closed neighbourhood of the group's first vertex.

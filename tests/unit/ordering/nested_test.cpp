@@ -1,0 +1,474 @@
+// Multilevel nested dissection: coarse graphs keep weight and symmetry,
+// separators separate and stay balanced at every level, orders are
+// permutations of good quality, reproducible, and out-of-memory is clean.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <array>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "frame/qv.h"
+#include "ordering/nested.h"
+#include "ordering/pqueue.h"
+#include "support/graph_support.h"
+
+namespace {
+
+using namespace graphs;
+
+// The top graph and the control as OrderGraph sets them up for dissection.
+struct Dissection {
+  PoolEnv& e;
+  Graph g;
+  std::vector<int32_t> work;
+  OrderingGraph top;
+  OrderingControl control{};
+  Dissection(PoolEnv& env, const Graph& graph, double ratio = 1.4) : e(env), g(graph) {
+    work.assign(7 * (size_t)g.n + 1, 0);
+    InitGraph(&top);
+    EXPECT_EQ(RemoveDenseVertices(1e9, &top, g.n, g.begin.data(), g.index.data(), work.data(),
+                                  nullptr, e.pool),
+              0);
+    control.numVertex = top.numVertex;
+    control.seed = 4321;
+    control.balanceRatio = ratio;
+    control.env = &e.env;
+    EXPECT_EQ(AllocateWorkSpace(&control, &top), 0);
+    control.separatorList = work.data() + g.n;
+    control.vertexScratch = work.data() + 2 * (size_t)g.n;
+  }
+  ~Dissection() {
+    if (top.graphStorage) poolFree(e.pool, top.graphStorage);
+    if (top.refineStorage) poolFree(e.pool, top.refineStorage);
+    if (top.origLabel) poolFree(e.pool, top.origLabel);
+    poolFree(e.pool, control.workBase);
+  }
+};
+
+// Everything that the refinement keeps in step with side[]: weights, the
+// separator as the boundary, the reach of each separator vertex, and no edge
+// between the two sides.
+::testing::AssertionResult separatorIsConsistent(const OrderingGraph& g) {
+  int32_t w[3] = {0, 0, 0}, onSep = 0;
+  for (int32_t v = 0; v < g.numVertex; v++) {
+    int32_t s = g.side[v];
+    if (s < 0 || s > 2) return ::testing::AssertionFailure() << "side " << s;
+    w[s] += g.vertexWeight[v];
+    int32_t reach[3] = {0, 0, 0};
+    for (int32_t p = g.adjBegin[v]; p < g.adjBegin[v + 1]; p++) {
+      int32_t k = g.adjIndex[p];
+      if (s != 2 && g.side[k] == 1 - s)
+        return ::testing::AssertionFailure() << "edge " << v << "-" << k << " joins the sides";
+      reach[g.side[k]] += g.vertexWeight[k];
+    }
+    if (s == 2) {
+      onSep++;
+      int32_t at = g.boundaryPos[v];
+      if (at < 0 || at >= g.numBoundary || g.boundaryList[at] != v)
+        return ::testing::AssertionFailure() << "separator vertex " << v << " off the boundary";
+      if (g.sideReach[v][0] != reach[0] || g.sideReach[v][1] != reach[1])
+        return ::testing::AssertionFailure() << "reach of " << v;
+    } else if (g.boundaryPos[v] != -1) {
+      return ::testing::AssertionFailure() << "side vertex " << v << " on the boundary";
+    }
+  }
+  if (onSep != g.numBoundary) return ::testing::AssertionFailure() << "boundary count";
+  for (int32_t s = 0; s < 3; s++)
+    if (w[s] != g.sideWeight[s])
+      return ::testing::AssertionFailure() << "sideWeight[" << s << "] " << g.sideWeight[s]
+                                           << " counted " << w[s];
+  if (g.separatorWeight != w[2]) return ::testing::AssertionFailure() << "separatorWeight";
+  return ::testing::AssertionSuccess();
+}
+
+// Connected components of g without the removed vertices.
+int32_t components(const Graph& g, const std::vector<char>& removed) {
+  std::vector<char> seen(removed);
+  std::vector<int32_t> stack;
+  int32_t count = 0;
+  for (int32_t s = 0; s < g.n; s++) {
+    if (seen[s]) continue;
+    count++;
+    seen[s] = 1;
+    stack.push_back(s);
+    while (!stack.empty()) {
+      int32_t v = stack.back();
+      stack.pop_back();
+      for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++)
+        if (!seen[g.index[p]]) {
+          seen[g.index[p]] = 1;
+          stack.push_back(g.index[p]);
+        }
+    }
+  }
+  return count;
+}
+
+// Dissects as NestedDissection does, but checks every bisection on the way.
+// Returns the number of bisections.
+int32_t bisectAllLevels(OrderingControl* control, OrderingGraph* g, double ratio) {
+  int64_t total = sumInt(g->numVertex, g->vertexWeight);
+  int32_t targets[2] = {(int32_t)(total / 2), (int32_t)(total - total / 2)};
+  int32_t rc = NodeBisection(control, g, targets);
+  EXPECT_EQ(rc, 0);
+  if (rc) return 0;
+  EXPECT_TRUE(separatorIsConsistent(*g)) << "n " << g->numVertex;
+  EXPECT_GT(g->sideWeight[0], 0);
+  EXPECT_GT(g->sideWeight[1], 0);
+  // Balance: no side above the ratio to half of the whole.
+  for (int32_t s = 0; s < 2; s++)
+    EXPECT_LE(g->sideWeight[s], 0.5 * ratio * total + 1) << "n " << g->numVertex;
+  // A separator much thicker than the sides' interface would mean the
+  // refinement did not run.
+  EXPECT_LT(g->sideWeight[2], total / 4 + 10);
+
+  int32_t* mark = control->vertexScratch;
+  int32_t* begin = mark + g->numVertex;
+  int32_t* list = begin + g->numVertex + 1;
+  int32_t count = FindComponents(g, mark, begin, list);
+  std::vector<OrderingGraph> parts(count);
+  EXPECT_EQ(SplitGraphIntoComponents(control, g, parts.data(), count, begin, list), 0);
+  QVPool* pool = *reinterpret_cast<QVPool**>(control->env);
+  int32_t bisections = 1;
+  for (OrderingGraph& c : parts) {
+    if (c.adjWeight) bisections += bisectAllLevels(control, &c, ratio);
+    if (c.graphStorage) poolFree(pool, c.graphStorage);
+    if (c.refineStorage) poolFree(pool, c.refineStorage);
+    poolFree(pool, c.origLabel);
+  }
+  return bisections;
+}
+
+}  // namespace
+
+TEST(NestedCoarsening, CoarseGraphsKeepWeightSymmetryAndTheirEdges) {
+  PoolEnv e;
+  int32_t shrunk = 0;
+  // The last two pass 16376 coarse vertices: the hashed merge, and on the
+  // grid the shrink of the edge block.
+  for (const Graph& g : {randomGraph(900, 4000, 1), grid2d(30, 30, true), grid3d(9),
+                         randomGraph(40000, 60000, 2), grid2d(400, 400)}) {
+    Dissection d(e, g);
+    d.control.maxVertexWeight = 6;
+    d.control.numVertex = g.n;
+    OrderingGraph* fine = &d.top;
+    for (int32_t level = 0; level < 2; level++) {
+      ASSERT_EQ(level == 0 ? RandomMatch(&d.control, fine) : SortedMatch(&d.control, fine), 0);
+      OrderingGraph* c = fine->coarser;
+      ASSERT_NE(c, nullptr);
+      EXPECT_EQ(c->finer, fine);
+      EXPECT_LT(c->numVertex, fine->numVertex);
+      // Each coarse vertex holds one or two fine ones, within the weight cap
+      // when two; the weights add up.
+      std::vector<int32_t> members(c->numVertex, 0), weight(c->numVertex, 0);
+      for (int32_t v = 0; v < fine->numVertex; v++) {
+        ASSERT_GE(fine->coarseMap[v], 0);
+        ASSERT_LT(fine->coarseMap[v], c->numVertex);
+        members[fine->coarseMap[v]]++;
+        weight[fine->coarseMap[v]] += fine->vertexWeight[v];
+      }
+      for (int32_t k = 0; k < c->numVertex; k++) {
+        ASSERT_TRUE(members[k] == 1 || members[k] == 2);
+        EXPECT_EQ(weight[k], c->vertexWeight[k]);
+        if (members[k] == 2) {
+          EXPECT_LE(weight[k], d.control.maxVertexWeight);
+        }
+      }
+      // Coarse edge weights are the fine edges between the two groups;
+      // entries are unique, not loops, and symmetric.
+      std::vector<std::array<int64_t, 3>> want, got;
+      for (int32_t v = 0; v < fine->numVertex; v++)
+        for (int32_t p = fine->adjBegin[v]; p < fine->adjBegin[v + 1]; p++) {
+          int32_t a = fine->coarseMap[v], b = fine->coarseMap[fine->adjIndex[p]];
+          if (a != b) want.push_back({a, b, fine->adjWeight[p]});
+        }
+      std::sort(want.begin(), want.end());
+      size_t merged = 0;
+      for (size_t q = 0; q < want.size(); q++) {
+        if (merged > 0 && want[merged - 1][0] == want[q][0] && want[merged - 1][1] == want[q][1])
+          want[merged - 1][2] += want[q][2];
+        else
+          want[merged++] = want[q];
+      }
+      want.resize(merged);
+      for (int32_t k = 0; k < c->numVertex; k++) {
+        int64_t sum = 0;
+        for (int32_t p = c->adjBegin[k]; p < c->adjBegin[k + 1]; p++) {
+          ASSERT_NE(c->adjIndex[p], k);
+          got.push_back({k, c->adjIndex[p], c->adjWeight[p]});
+          sum += c->adjWeight[p];
+        }
+        EXPECT_EQ(sum, c->adjWeightSum[k]);
+      }
+      std::sort(got.begin(), got.end());
+      EXPECT_TRUE(got == want) << "n " << g.n << " level " << level;
+      if (c->numEdge > 100000 && c->numEdge < 0.7 * fine->numEdge) shrunk++;
+      EXPECT_EQ(c->numEdge, (int32_t)got.size());
+      fine = c;
+    }
+    EXPECT_EQ(d.control.workTop, 0);
+    while (d.top.coarser) {
+      OrderingGraph* x = &d.top;
+      while (x->coarser) x = x->coarser;
+      FreeCoarseLevel(&d.control, x);
+    }
+  }
+  EXPECT_GT(shrunk, 0);
+  EXPECT_EQ(e.live(), 0);
+}
+
+TEST(NestedBisection, EdgeBisectionOfDisconnectedAndConnectedGraphs) {
+  PoolEnv e;
+  // Isolated vertices only: the first try finds a cut of 0 and stops.
+  Graph none = fromEdges(60, {});
+  Dissection d(e, none);
+  d.control.coarsenTo = 40;
+  int32_t targets[2] = {30, 30};
+  ASSERT_EQ(Init2WayPartition(&d.control, &d.top, targets), 0);
+  EXPECT_EQ(d.top.separatorWeight, 0);
+  int32_t w0 = 0;
+  for (int32_t v = 0; v < 60; v++) w0 += d.top.side[v] == 0;
+  EXPECT_GT(w0, 60 / 1.4 / 2 - 1);
+  EXPECT_LT(w0, 60 - 60 / 1.4 / 2 + 1);
+
+  // A connected graph: the cut that is reported is the cut of side[].
+  Graph g = grid2d(12, 10);
+  Dissection d2(e, g);
+  d2.control.coarsenTo = 40;
+  int32_t t2[2] = {60, 60};
+  ASSERT_EQ(Init2WayPartition(&d2.control, &d2.top, t2), 0);
+  int32_t cut = 0, side0 = 0;
+  for (int32_t v = 0; v < g.n; v++) {
+    side0 += d2.top.side[v] == 0;
+    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++)
+      cut += d2.top.side[v] != d2.top.side[g.index[p]];
+  }
+  EXPECT_EQ(cut / 2, d2.top.separatorWeight);
+  EXPECT_LE(cut / 2, 14);  // a straight cut of a 12 x 10 grid costs 10 or 12
+  EXPECT_GE(side0, 40);
+  EXPECT_LE(side0, 80);
+  EXPECT_EQ(d2.control.workTop, 0);
+}
+
+TEST(NestedBisection, SeparatorsSeparateAndBalanceAtEveryLevel) {
+  PoolEnv e;
+  struct Case {
+    Graph g;
+    double ratio;
+  };
+  std::vector<Case> cases = {{grid2d(60, 50), 1.4},
+                             {grid2d(45, 45, true), 1.2},
+                             {grid3d(14), 1.4},
+                             {kkt(1500, 3000, 3, 1, 9), 1.45},
+                             {randomGraph(3000, 9000, 4), 1.4},
+                             {disjoint(grid2d(40, 30), grid3d(10), 30), 1.4}};
+  for (Case& c : cases) {
+    Dissection d(e, c.g, c.ratio);
+    int32_t bisections = bisectAllLevels(&d.control, &d.top, c.ratio);
+    EXPECT_GE(bisections, c.g.n / 400) << "n " << c.g.n;
+    EXPECT_EQ(d.control.workTop, 0);
+  }
+  EXPECT_EQ(e.live(), 0);
+}
+
+TEST(NestedRefinement, RefineAndBalanceKeepTheSeparatorConsistent) {
+  PoolEnv e;
+  // A thick separator (three middle columns of a grid) thins to one column;
+  // a lopsided one (column 5 of 40) is balanced.
+  Graph g = grid2d(40, 40);
+  for (int32_t variant = 0; variant < 3; variant++) {
+    Dissection d(e, g);
+    ASSERT_EQ(AllocatePartition(&d.control, &d.top), 0);
+    int32_t cut = variant == 0 ? 19 : 5;
+    for (int32_t v = 0; v < g.n; v++) {
+      int32_t x = v % 40;
+      d.top.side[v] = x < cut ? 0 : (x <= cut + (variant == 0 ? 2 : 0) ? 2 : 1);
+    }
+    ComputeSeparatorParams(&d.top);
+    int32_t before = d.top.separatorWeight;
+    if (variant == 0) {
+      ASSERT_EQ(NodeRefine(&d.control, &d.top, 6), 0);
+      EXPECT_TRUE(separatorIsConsistent(d.top));
+      EXPECT_LE(d.top.separatorWeight, 40);
+      ASSERT_EQ(NodeRefineOneSided(&d.control, &d.top, 8), 0);
+      EXPECT_LE(d.top.separatorWeight, 40);
+    } else if (variant == 1) {
+      ASSERT_EQ(NodeBalance(&d.control, &d.top), 0);
+      EXPECT_TRUE(separatorIsConsistent(d.top));
+      // Moves stand even if the separator grows; the sides come closer.
+      EXPECT_LT(std::abs(d.top.sideWeight[0] - d.top.sideWeight[1]), 300);
+    } else {
+      // Refinement never leaves a worse separator than it found.
+      ASSERT_EQ(NodeRefineOneSided(&d.control, &d.top, 8), 0);
+      EXPECT_LE(d.top.separatorWeight, before);
+    }
+    EXPECT_TRUE(separatorIsConsistent(d.top));
+    EXPECT_EQ(d.control.workTop, 0);
+  }
+}
+
+TEST(NestedDissectionDriver, OrdersEveryFamilyAndBeatsMinimumDegreeOnGrids) {
+  PoolEnv e;
+  std::vector<Graph> family = {grid2d(23, 17),
+                               grid3d(8),
+                               randomGraph(500, 1500, 7),
+                               randomGraph(300, 3000, 11),
+                               withDenseRows(grid2d(20, 20), {0, 137, 399}),
+                               disjoint(grid2d(9, 9), randomGraph(60, 150, 3), 5),
+                               disjoint(grid2d(60, 1), grid2d(10, 10), 20),
+                               kkt(2000, 4000, 3, 1, 5),
+                               grid2d(300, 1)};
+  for (const Graph& g : family)
+    for (int32_t separatorsLast : {0, 1}) {
+      Ordered r = orderGraph(e, g, ORDER_NESTED, 0, 0, separatorsLast);
+      ASSERT_EQ(r.rc, 0) << "n " << g.n;
+      EXPECT_EQ(r.method, ORDER_NESTED) << "n " << g.n;
+      ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm)) << "n " << g.n;
+      EXPECT_EQ(e.live(), 0);
+    }
+  // Dense vertices are held back and close the order in descending number.
+  Graph dense = withDenseRows(grid2d(30, 30), {3, 100, 450});
+  Ordered rd = orderGraph(e, dense, ORDER_NESTED);
+  ASSERT_EQ(rd.rc, 0);
+  EXPECT_EQ(rd.numDense, 3);
+  EXPECT_EQ(rd.perm[dense.n - 3], 450);
+  EXPECT_EQ(rd.perm[dense.n - 2], 100);
+  EXPECT_EQ(rd.perm[dense.n - 1], 3);
+
+  // Dissection pays on 3D grids; on 2D grids of this size minimum fill is
+  // still a little ahead, and dissection must stay close.
+  Graph cube = grid3d(22);
+  Ordered ndCube = orderGraph(e, cube, ORDER_NESTED);
+  Ordered mdCube = orderGraph(e, cube, ORDER_MINFILL);
+  EXPECT_LT(factorEntries(cube, ndCube.perm), factorEntries(cube, mdCube.perm));
+  for (const Graph& g : {grid2d(120, 120), grid2d(80, 80, true)}) {
+    Ordered nd = orderGraph(e, g, ORDER_NESTED);
+    Ordered md = orderGraph(e, g, ORDER_MINFILL);
+    ASSERT_EQ(nd.rc, 0);
+    int64_t fnd = factorEntries(g, nd.perm), fmd = factorEntries(g, md.perm);
+    EXPECT_LT(fnd, fmd * 115 / 100) << "n " << g.n << " nd " << fnd << " amf " << fmd;
+  }
+  EXPECT_EQ(e.live(), 0);
+}
+
+TEST(NestedDissectionDriver, SameSeedSameOrderAndTheTopSeparatorLast) {
+  PoolEnv e;
+  Graph g = grid2d(70, 60);
+  Ordered a = orderGraph(e, g, ORDER_NESTED);
+  Ordered b = orderGraph(e, g, ORDER_NESTED);
+  Ordered c = orderGraph(e, g, ORDER_NESTED, 0, 99);
+  EXPECT_EQ(a.perm, b.perm);
+  EXPECT_NE(a.perm, c.perm);
+  ASSERT_TRUE(isPermutationPair(c.perm, c.invPerm));
+  // The trailing positions hold the top separator: the grid falls apart
+  // once about a grid's width of them are taken away.
+  std::vector<char> removed(g.n, 0);
+  int32_t taken = 0;
+  while (taken < 200 && components(g, removed) == 1) removed[a.perm[g.n - 1 - taken++]] = 1;
+  EXPECT_GE(taken, 60);
+  EXPECT_LE(taken, 90);
+}
+
+TEST(NestedDissectionDriver, BlockLabelsSeparateTheLeaves) {
+  PoolEnv e;
+  Graph g = withDenseRows(grid2d(50, 40), {17});
+  Ordered r = orderGraph(e, g, ORDER_NESTED, 1);
+  ASSERT_EQ(r.rc, 0);
+  EXPECT_EQ(r.method, ORDER_NESTED);
+  EXPECT_EQ(r.numDense, 1);
+  ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm));
+  // Kept vertex k is the caller's vertex perm[k]; labels run without a gap
+  // from the leaves up to the top separator.
+  const int32_t kept = g.n - 1;
+  std::vector<int32_t> labelOf(g.n, -1);
+  for (int32_t k = 0; k < kept; k++) labelOf[r.perm[k]] = r.labels[k];
+  int32_t top = *std::max_element(labelOf.begin(), labelOf.end());
+  std::vector<int32_t> size(top + 1, 0);
+  for (int32_t v = 0; v < g.n; v++)
+    if (v != 17) size.at(labelOf[v])++;
+  for (int32_t l = 0; l <= top; l++) EXPECT_GT(size[l], 0) << "label " << l;
+  // A separator touches blocks below it; a leaf only the separators above
+  // it.  Leaves touching each other would break the run of separators at
+  // the top of the labels.
+  std::vector<char> leaf(top + 1, 1);
+  for (int32_t v = 0; v < g.n; v++)
+    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) {
+      int32_t u = g.index[p];
+      if (u != 17 && v != 17 && labelOf[u] > labelOf[v]) leaf[labelOf[u]] = 0;
+    }
+  int32_t leaves = (int32_t)std::count(leaf.begin(), leaf.end(), 1);
+  for (int32_t l = 0; l <= top; l++) {
+    EXPECT_EQ(leaf[l], l < leaves) << "label " << l;
+    if (leaf[l]) {
+      EXPECT_LT(size[l], ND_LEAF_SIZE);
+    }
+  }
+  EXPECT_GE(leaves, 2000 / ND_LEAF_SIZE);
+  std::vector<char> removed(g.n, 0);
+  for (int32_t v = 0; v < g.n; v++) removed[v] = v == 17 || labelOf[v] == top;
+  EXPECT_GT(components(g, removed), 1);
+  EXPECT_EQ(e.live(), 0);
+}
+
+TEST(NestedDissectionDriver, StallFallsBackToMinimumFill) {
+  PoolEnv e;
+  // The centre of a star is dense and leaves isolated vertices that cannot
+  // be matched; a path of isolated pairs is too sparse to match under the
+  // weight cap.
+  Ordered s = orderGraph(e, star(400), ORDER_NESTED);
+  EXPECT_EQ(s.rc, 0);
+  EXPECT_EQ(s.method, ORDER_MINFILL);
+  ASSERT_TRUE(isPermutationPair(s.perm, s.invPerm));
+  EXPECT_EQ(s.perm[399], 0);
+  EXPECT_EQ(e.live(), 0);
+
+  // The stall itself, from NodeBisection: every coarse vertex already at
+  // the weight cap.
+  Graph g = grid2d(30, 30);
+  Dissection d(e, g);
+  for (int32_t v = 0; v < g.n; v++) d.top.vertexWeight[v] = 50;
+  // Targets far below the real weight keep the cap under two vertices.
+  int32_t targets[2] = {g.n, g.n};
+  EXPECT_EQ(NodeBisection(&d.control, &d.top, targets), ORDERING_STALL);
+  EXPECT_EQ(d.top.coarser, nullptr);
+  EXPECT_EQ(d.control.workTop, 0);
+}
+
+TEST(NestedDissectionDriver, OutOfMemoryAtEachAllocationLeaksNothing) {
+  PoolEnv e;
+  // Big enough for coarse levels, several bisections and leaves.
+  Graph g = withDenseRows(grid2d(30, 25), {7});
+  for (int32_t blockMode : {0, 1}) {
+    e.host.clearFailures();
+    int64_t before = e.allocations();
+    Ordered ok = orderGraph(e, g, ORDER_NESTED, blockMode);
+    ASSERT_EQ(ok.rc, 0);
+    ASSERT_EQ(ok.method, ORDER_NESTED);
+    int64_t count = e.allocations() - before;
+    ASSERT_GE(count, 20);
+    for (int64_t k = 0; k < count; k++) {
+      e.host.failAllocation(k);
+      Ordered r = orderGraph(e, g, ORDER_NESTED, blockMode);
+      e.host.clearFailures();
+      ASSERT_EQ(r.rc, ORDERING_NOMEM) << "allocation " << k;
+      ASSERT_EQ(e.live(), 0) << "allocation " << k;
+    }
+    Ordered again = orderGraph(e, g, ORDER_NESTED, blockMode);
+    EXPECT_EQ(again.perm, ok.perm);
+    EXPECT_EQ(again.labels, ok.labels);
+  }
+}
+
+// Some 20 seconds: run with the label "long".
+TEST(NestedDissectionLong, DISABLED_MillionVertexGrids) {
+  PoolEnv e;
+  for (const Graph& g : {grid2d(1000, 1000), grid3d(100)}) {
+    Ordered r = orderGraph(e, g, ORDER_NESTED);
+    ASSERT_EQ(r.rc, 0);
+    EXPECT_EQ(r.method, ORDER_NESTED);
+    ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm));
+    EXPECT_EQ(e.live(), 0);
+  }
+}
