@@ -57,6 +57,7 @@ class PresolvePostsolve : public HostTest {
     // point is the optimum, this is equality; a concave column must take its
     // better end.
     EXPECT_LE(objective(*m), objective(*rm) + 1e-7);
+    EXPECT_NEAR(m->objValue, objective(*m), 1e-7);
     EXPECT_EQ(Vec(m->lower, m->lower + m->numCol), p.lower);
     EXPECT_EQ(Vec(m->upper, m->upper + m->numCol), p.upper);
     EXPECT_EQ(Vec(m->rhs, m->rhs + m->numRow), p.rhs);
