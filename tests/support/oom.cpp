@@ -47,9 +47,7 @@ OomSweep::Result OomSweep::run(const std::function<int32_t(OomProbe&)>& body) co
     } else {
       EXPECT_EQ(status, expected) << "allocation " << k << " refused";
     }
-    if (checkLive) {
-      EXPECT_EQ(host.totalStats().liveBlocks, live) << "allocation " << k << " refused";
-    }
+    EXPECT_EQ(host.totalStats().liveBlocks, live) << "allocation " << k << " refused";
     if (::testing::Test::HasFailure()) return result;  // one report, not thousands
   }
   ADD_FAILURE() << "still allocating after " << limit << " refused runs";

@@ -47,8 +47,6 @@ struct OomSweep {
   int32_t absorbed;
   // Runs are armed from their start; false when the body calls arm().
   bool armAtStart = true;
-  // Whether a refused run must leave as many blocks live as it found.
-  bool checkLive = true;
   // A run still allocating after this many refusals is a test failure.
   int64_t limit = 20000;
 

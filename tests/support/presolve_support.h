@@ -199,7 +199,7 @@ inline bool bruteSolve(const ipmModel& md, ipmSolution* s, double tol = 1e-9) {
     for (int i = 0; i < m; i++) {
       const char t = d.sense[i];
       usable &= !(t == 'E' && st[n + i] != 0) && !(t == 'L' && st[n + i] == 1) &&
-                !(t == 'G' && st[n + i] == 0);
+                !(t == 'G' && st[n + i] == 0) && !(t == 'N' && st[n + i] != 2);
     }
     if (!usable) continue;
     Mat k(n + m, Vec(n + m, 0.0));  // unknowns x (n) and y (m)

@@ -1,9 +1,10 @@
+// The glue between the module and its host kernel: the random generator,
+// atomics, the lock-free stack, waits, the clock and the module entry.
 #include <thread>
 #include <vector>
 
 #include "frame/instance.h"
 #include "frame/qv.h"
-#include "records/recon.h"
 #include "support/oom.h"
 #include "support/support.h"
 
@@ -16,41 +17,16 @@ int64_t lehmer(int64_t seed) { return seed * 397204094LL % 2147483647LL; }
 
 TEST_F(FrameGlue, RandFollowsTheLehmerSequenceAndStoresItsState) {
   int32_t seed = 4321;
-  int64_t expected = 4321;
-  for (int k = 0; k < 1000; ++k) {
-    expected = lehmer(expected);
-    ASSERT_EQ(qvRand(&seed), expected) << "step " << k;
+  for (int64_t k = 0, expected = seed; k < 1000; ++k) {
+    ASSERT_EQ(qvRand(&seed), expected = lehmer(expected)) << "step " << k;
     ASSERT_EQ(seed, expected);
   }
-  // Large seeds exercise the fold of a sum just past the modulus.
+  // Large seeds exercise the fold of a sum just past the modulus; seed 0
+  // draws a fresh one from the clock.
   seed = 2147483646;
   EXPECT_EQ(qvRand(&seed), lehmer(2147483646));
   seed = 0;
-  int32_t first = qvRand(&seed);
-  EXPECT_NE(first, 0);
-  EXPECT_EQ(seed, first);
-  EXPECT_NE(qvRand(&seed), first);
-}
-
-TEST_F(FrameGlue, AtomicsActOnTheCell) {
-  volatile int64_t cell = 0;
-  EXPECT_EQ(qvAtomicInit(&cell, 12), 0);
-  EXPECT_FALSE(qvAtomicSet(&cell, 11, 20));
-  EXPECT_EQ(cell, 12);
-  EXPECT_TRUE(qvAtomicSet(&cell, 12, 20));
-  EXPECT_EQ(qvAtomicAdd(&cell, 5), 25);
-  EXPECT_EQ(qvAtomicAnd(&cell, 0x0C), 8);
-  EXPECT_EQ(qvAtomicOr(&cell, 0x3), 11);
-  qvAtomicDestroy(&cell);
-  EXPECT_EQ(cell, 0);
-
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 2; ++t)
-    threads.emplace_back([&] {
-      for (int k = 0; k < 100000; ++k) qvAtomicAdd(&cell, 1);
-    });
-  for (auto& t : threads) t.join();
-  EXPECT_EQ(cell, 200000);
+  EXPECT_NE(qvRand(&seed), 0);
 }
 
 struct Node {
@@ -58,55 +34,45 @@ struct Node {
   Node* link;
 };
 
-TEST_F(FrameGlue, StackPushPopOrderAndEmptyPop) {
-  volatile int64_t head = 0;
-  const int64_t linkOffset = offsetof(Node, link);
-  EXPECT_EQ(qvAStackPop(&head, linkOffset), nullptr);
-  EXPECT_EQ(head, 0);
-  Node a{1, nullptr}, b{2, nullptr};
-  EXPECT_EQ(qvAStackPush(&head, &a, linkOffset), nullptr);
-  EXPECT_EQ(qvAStackPush(&head, &b, linkOffset), &a);
-  EXPECT_EQ(qvAStackPop(&head, linkOffset), &b);
-  EXPECT_EQ(qvAStackPop(&head, linkOffset), &a);
-  EXPECT_EQ(qvAStackPop(&head, linkOffset), nullptr);
-  EXPECT_EQ(head, 0);
-}
+// Both under two threads: a lost update shows in the count, a lost or
+// duplicated node in the census of the stack.
+TEST_F(FrameGlue, AtomicsAndTheStackHoldUnderTwoThreads) {
+  volatile int64_t cell = 0;
+  EXPECT_EQ(qvAtomicInit(&cell, 12), 0);
+  EXPECT_FALSE(qvAtomicSet(&cell, 11, 20));
+  EXPECT_TRUE(qvAtomicSet(&cell, 12, 20));
+  EXPECT_EQ(qvAtomicAdd(&cell, 5), 25);
+  EXPECT_EQ(qvAtomicAnd(&cell, 0x0C), 8);
+  EXPECT_EQ(qvAtomicOr(&cell, 0x3), 11);
+  qvAtomicDestroy(&cell);
+  EXPECT_EQ(cell, 0);
 
-TEST_F(FrameGlue, StackLosesNoNodeUnderTwoThreads) {
-  constexpr int kNodes = 2000, kRounds = 200;
+  constexpr int kNodes = 2000;
   std::vector<Node> nodes(kNodes);
   volatile int64_t head = 0;
-  const int64_t linkOffset = offsetof(Node, link);
+  const int64_t link = offsetof(Node, link);
+  EXPECT_EQ(qvAStackPop(&head, link), nullptr);
   for (int i = 0; i < kNodes; ++i) {
     nodes[i].payload = i;
-    qvAStackPush(&head, &nodes[i], linkOffset);
+    EXPECT_EQ(qvAStackPush(&head, &nodes[i], link), i ? &nodes[i - 1] : nullptr);
   }
-  // Each thread pops and pushes back; a lost or duplicated node shows up in
-  // the final census.
   auto churn = [&] {
-    for (int r = 0; r < kRounds; ++r) {
-      Node* taken[8];
-      int n = 0;
-      for (; n < 8; ++n) {
-        taken[n] = static_cast<Node*>(qvAStackPop(&head, linkOffset));
-        if (!taken[n]) break;
-      }
-      for (int k = 0; k < n; ++k) qvAStackPush(&head, taken[k], linkOffset);
+    for (int r = 0; r < 100000; ++r) {
+      qvAtomicAdd(&cell, 1);
+      // Two out and back in the order taken: the top returns over a new next.
+      void* a = qvAStackPop(&head, link);
+      void* b = qvAStackPop(&head, link);
+      for (void* n : {a, b})
+        if (n) qvAStackPush(&head, n, link);
     }
   };
   std::thread t1(churn), t2(churn);
   t1.join();
   t2.join();
+  EXPECT_EQ(cell, 200000);
   std::vector<int> seen(kNodes, 0);
-  int count = 0;
-  while (Node* n = static_cast<Node*>(qvAStackPop(&head, linkOffset))) {
-    ASSERT_GE(n->payload, 0);
-    ASSERT_LT(n->payload, kNodes);
-    ++seen[n->payload];
-    ++count;
-  }
-  EXPECT_EQ(count, kNodes);
-  for (int i = 0; i < kNodes; ++i) EXPECT_EQ(seen[i], 1) << "node " << i;
+  while (Node* n = static_cast<Node*>(qvAStackPop(&head, link))) ++seen.at(n->payload);
+  EXPECT_EQ(seen, std::vector<int>(kNodes, 1));
 }
 
 TEST_F(FrameGlue, WaitFallsBackToTheMainThreadOrReportsThatThereIsNone) {
@@ -121,25 +87,14 @@ TEST_F(FrameGlue, WaitFallsBackToTheMainThreadOrReportsThatThereIsNone) {
   Exported_QVHandle = saved;
 }
 
-TEST_F(FrameGlue, ClockAgreesWithTheSystem) {
+TEST_F(FrameGlue, ClockGivesGmtAndTheZoneOffset) {
   double aux = 12345.0;
-  double now = qvzdtgmt(&aux);
-  EXPECT_NEAR(now, (double)time(nullptr), 2.0);
-  EXPECT_NE(aux, 12345.0);
-}
-
-using ModuleEntry = HostTest;
-
-TEST_F(ModuleEntry, InstanceFillsItsSlotsAndDestroysEverything) {
-  HalvexInstance* instance = static_cast<HalvexInstance*>(halvex_create_instance(nullptr));
-  ASSERT_NE(instance, nullptr);
-  EXPECT_EQ(instance->qpReconQP, &qpReconQP);
-  EXPECT_EQ(instance->scripter.presolver, -1);
-  EXPECT_EQ(instance->env.textLog, nullptr);
-  int64_t poolsBefore = host.livePools();
-  halvex_destroy_instance(instance);
-  EXPECT_EQ(host.livePools(), poolsBefore - 1);
-  halvex_destroy_instance(nullptr);
+  const double now = qvzdtgmt(&aux);
+  const time_t after = time(nullptr);
+  EXPECT_NEAR(now, (double)after, 2.0);
+  tm local{};
+  localtime_r(&after, &local);
+  EXPECT_EQ(aux, (double)local.tm_gmtoff);
 }
 
 // A stand-in bramlet: records the order in which its pieces go.
@@ -147,7 +102,7 @@ std::vector<std::string> releaseOrder;
 void fakeDestroyObject(void*) { releaseOrder.push_back("object"); }
 void fakeUnloadModule(QVModule*) { releaseOrder.push_back("module"); }
 
-TEST_F(ModuleEntry, AbandonedSolveReleasesSiblingObjectBeforeItsModule) {
+TEST_F(FrameGlue, AbandonedSolveReleasesSiblingObjectBeforeItsModule) {
   HalvexInstance* instance = static_cast<HalvexInstance*>(halvex_create_instance(nullptr));
   ASSERT_NE(instance, nullptr);
   void* bramletTable[4] = {nullptr, nullptr, nullptr, reinterpret_cast<void*>(&fakeDestroyObject)};
@@ -157,12 +112,10 @@ TEST_F(ModuleEntry, AbandonedSolveReleasesSiblingObjectBeforeItsModule) {
   instance->env.preModule = &bramletModule;
   releaseOrder.clear();
   halvex_destroy_instance(instance);
-  ASSERT_EQ(releaseOrder.size(), 2u);
-  EXPECT_EQ(releaseOrder[0], "object");
-  EXPECT_EQ(releaseOrder[1], "module");
+  EXPECT_EQ(releaseOrder, (std::vector<std::string>{"object", "module"}));
 }
 
-TEST_F(ModuleEntry, RefusedAllocationLeavesNoPartialObjectBehind) {
+TEST_F(FrameGlue, RefusedAllocationLeavesNoPartialObjectBehind) {
   const int64_t poolsBefore = host.livePools();
   // The object's pool, then the object in it; the sweep counts blocks, so
   // the pools are counted here.
@@ -185,9 +138,10 @@ TEST_F(ModuleEntry, RefusedAllocationLeavesNoPartialObjectBehind) {
     return made ? 0 : IPM_STATUS_OUT_OF_MEMORY;
   });
   EXPECT_GE(instances.refusedRuns, 2);
-  EXPECT_EQ(object->pool != pool, true);
+  EXPECT_NE(object->pool, pool);
   EXPECT_EQ(halvex_realDestroy(object, nullptr), 0);
   EXPECT_EQ(halvex_realDestroy(nullptr, nullptr), 0);
+  halvex_destroy_instance(nullptr);
   EXPECT_EQ(host.livePools(), poolsBefore);
   EXPECT_EQ(liveBlocks(), 0);
 }
