@@ -324,16 +324,6 @@ TEST(MpsQuadratic, QuadObjQSectionAndQMatrixGiveTheSameQ) {
   EXPECT_EQ(d.numQuadCoef(), 0);
 }
 
-TEST(MpsFiles, GzipFilesReadAsPlainOnes) {
-  TempDir dir;
-  MpsProblem zipped;
-  MpsError e;
-  ASSERT_TRUE(hxcli::readMpsFile(dir.writeGzip("every.mps.gz", kFree), MpsFormat::Auto, &zipped,
-                                 &e))
-      << e.message();
-  checkEvery(zipped);
-}
-
 TEST(MpsFiles, UnreadableFilesSayWhy) {
   TempDir dir;
   MpsProblem p;
