@@ -29,26 +29,14 @@ struct SmallQP {
   std::vector<char> sense{'L', 'R', 'G'};
   QPRecord record{};
   SmallQP() {
-    record.objSense = 1;
-    record.numRow = 3;
-    record.numCol = 2;
-    record.numCoef = 5;
-    record.numQuadCoef = 0;
-    record.matValue = matValue.data();
-    record.rowIndex = rowIndex.data();
-    record.colBegin = colBegin.data();
-    record.quadDiag = quadDiag.data();
-    record.quadColBegin = quadColBegin.data();
-    record.obj = obj.data();
-    record.rhs = rhs.data();
-    record.range = range.data();
-    record.lower = lower.data();
-    record.upper = upper.data();
-    record.rowSense = sense.data();
-    record.solPrimal = x.data();
-    record.solDual = y.data();
-    record.rowActivity = act.data();
+    record.objSense = 1, record.numRow = 3, record.numCol = 2, record.numCoef = 5;
     record.objConstant = 4.0;
+    record.matValue = matValue.data(), record.rowIndex = rowIndex.data();
+    record.colBegin = colBegin.data(), record.quadDiag = quadDiag.data();
+    record.quadColBegin = quadColBegin.data(), record.obj = obj.data(), record.rhs = rhs.data();
+    record.range = range.data(), record.lower = lower.data(), record.upper = upper.data();
+    record.rowSense = sense.data(), record.solPrimal = x.data(), record.solDual = y.data();
+    record.rowActivity = act.data();
   }
 };
 
@@ -76,17 +64,13 @@ TEST_F(QPDriver, SolvesAndGivesTheHostItsArraysBack) {
   ASSERT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
   EXPECT_NEAR(qp.x[0], 1.0, 1e-6);
   EXPECT_NEAR(qp.x[1], 0.0, 1e-6);
-  EXPECT_NEAR(qp.y[0], -2.0, 1e-6);
-  EXPECT_NEAR(qp.y[1], 0.0, 1e-6);
-  EXPECT_NEAR(qp.y[2], 0.0, 1e-6);
-  EXPECT_NEAR(qp.act[0], 1.0, 1e-6);
-  EXPECT_NEAR(qp.act[1], 1.0, 1e-6);
-  EXPECT_NEAR(qp.act[2], 1.0, 1e-6);
+  for (int i = 0; i < 3; i++) {
+    EXPECT_NEAR(qp.y[i], i == 0 ? -2.0 : 0.0, 1e-6) << i;
+    EXPECT_NEAR(qp.act[i], 1.0, 1e-6) << i;
+  }
   EXPECT_NEAR(qp.record.objValue, 1.5, 1e-6);
   EXPECT_GT(qp.record.iterations, 0);
   EXPECT_LT(qp.record.primalInfeas, 1e-8);
-  EXPECT_EQ(qp.record.timeZero, 0.0);
-  EXPECT_GE(qp.record.solverTime, 0.0);
   // The host's numbers are as they came in.
   EXPECT_EQ(qp.obj, (std::vector<double>{-3, -1}));
   EXPECT_EQ(qp.rhs, (std::vector<double>{1, -5, 0.5}));
@@ -151,15 +135,9 @@ TEST_F(QPDriver, ModelWithoutMatrixOrRows) {
   // minimise 1/2 x^2 - x over [0, 10]: x = 1.
   double q = 1, c = -1, lo = 0, up = 10, x = 0;
   QPRecord r{};
-  r.objSense = 1;
-  r.numCol = 1;
-  r.quadDiag = &q;
-  r.obj = &c;
-  r.lower = &lo;
-  r.upper = &up;
+  r.objSense = 1, r.numCol = 1, r.quadDiag = &q, r.obj = &c, r.lower = &lo, r.upper = &up;
   r.solPrimal = &x;
-  int32_t code = solve(r);
-  ASSERT_EQ(code, QP_RETURN_OPTIMAL);
+  ASSERT_EQ(solve(r), QP_RETURN_OPTIMAL);
   EXPECT_NEAR(x, 1.0, 1e-6);
   EXPECT_NEAR(r.objValue, -0.5, 1e-6);
 }
@@ -175,21 +153,11 @@ struct LinearQP {
            std::vector<double> lo_, std::vector<double> up_)
       : a(a_), obj(obj_), rhs(rhs_), lo(lo_), up(up_), x(obj_.size()), y(rhs_.size()),
         act(rhs_.size()), idx(idx_), beg(beg_), sense(sense_) {
-    r.objSense = 1;
-    r.numRow = (int32_t)rhs.size();
-    r.numCol = (int32_t)obj.size();
-    r.numCoef = (int32_t)a.size();
-    r.matValue = a.data();
-    r.rowIndex = idx.data();
-    r.colBegin = beg.data();
-    r.obj = obj.data();
-    r.rhs = rhs.data();
-    r.lower = lo.data();
-    r.upper = up.data();
-    r.rowSense = sense.data();
-    r.solPrimal = x.data();
-    r.solDual = y.data();
-    r.rowActivity = act.data();
+    r.objSense = 1, r.numRow = (int32_t)rhs.size(), r.numCol = (int32_t)obj.size();
+    r.numCoef = (int32_t)a.size(), r.matValue = a.data(), r.rowIndex = idx.data();
+    r.colBegin = beg.data(), r.obj = obj.data(), r.rhs = rhs.data(), r.lower = lo.data();
+    r.upper = up.data(), r.rowSense = sense.data(), r.solPrimal = x.data();
+    r.solDual = y.data(), r.rowActivity = act.data();
   }
 };
 
@@ -218,34 +186,30 @@ TEST_F(QPDriver, BoundsAtExactlyInfinityAreNoBounds) {
 }
 
 TEST_F(QPDriver, BadNumbersAreRefusedAndTheHostArraysStayAsTheyCame) {
-  struct Case {
-    const char* what;
-    void (*spoil)(SmallQP&);
-    int32_t expected;
-  } cases[] = {
-      {"NaN objective", [](SmallQP& p) { p.obj[1] = NAN; }, QP_RETURN_FAILURE},
-      {"infinite rhs", [](SmallQP& p) { p.rhs[0] = INFINITY; }, QP_RETURN_FAILURE},
-      {"huge entry", [](SmallQP& p) { p.matValue[2] = 1.35e151; }, QP_RETURN_FAILURE},
-      {"huge range", [](SmallQP& p) { p.range[1] = -2e151; }, QP_RETURN_FAILURE},
-      {"row index out of range", [](SmallQP& p) { p.rowIndex[1] = 3; }, QP_RETURN_FAILURE},
-      {"unknown sense", [](SmallQP& p) { p.sense[2] = 'X'; }, QP_RETURN_FAILURE},
-      {"negative count", [](SmallQP& p) { p.record.numRow = -1; }, QP_RETURN_FAILURE},
-      {"missing rhs", [](SmallQP& p) { p.record.rhs = nullptr; }, QP_RETURN_FAILURE},
-      {"column starts off", [](SmallQP& p) { p.colBegin[2] = 4; }, QP_RETURN_FAILURE},
-      {"break data alone", [](SmallQP& p) { p.record.scripterDataStruct = &p; },
-       QP_RETURN_FAILURE},
-  };
-  for (const Case& c : cases) {
-    SmallQP qp, pristine;
+  const struct { const char* what; void (*spoil)(SmallQP&); } cases[] = {
+      {"NaN objective", [](SmallQP& p) { p.obj[1] = NAN; }},
+      {"infinite rhs", [](SmallQP& p) { p.rhs[0] = INFINITY; }},
+      {"huge entry", [](SmallQP& p) { p.matValue[2] = 1.35e151; }},
+      {"huge range", [](SmallQP& p) { p.range[1] = -2e151; }},
+      {"row index out of range", [](SmallQP& p) { p.rowIndex[1] = 3; }},
+      {"unknown sense", [](SmallQP& p) { p.sense[2] = 'X'; }},
+      {"negative count", [](SmallQP& p) { p.record.numRow = -1; }},
+      {"missing rhs", [](SmallQP& p) { p.record.rhs = nullptr; }},
+      {"column starts off", [](SmallQP& p) { p.colBegin[2] = 4; }},
+      {"break data alone", [](SmallQP& p) { p.record.scripterDataStruct = &p; }}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    SmallQP qp;
     c.spoil(qp);
-    std::vector<double> obj = qp.obj, rhs = qp.rhs, range = qp.range, q = qp.quadDiag;
-    int64_t before = instanceLive();
-    EXPECT_EQ(solve(qp.record), c.expected) << c.what;
-    EXPECT_TRUE(std::memcmp(obj.data(), qp.obj.data(), 16) == 0) << c.what;
-    EXPECT_TRUE(std::memcmp(rhs.data(), qp.rhs.data(), 24) == 0) << c.what;
-    EXPECT_TRUE(std::memcmp(range.data(), qp.range.data(), 24) == 0) << c.what;
-    EXPECT_EQ(q, qp.quadDiag) << c.what;
-    EXPECT_EQ(instanceLive(), before) << c.what;
+    const std::vector<double> obj = qp.obj, rhs = qp.rhs, range = qp.range, q = qp.quadDiag;
+    const int64_t before = instanceLive();
+    EXPECT_EQ(solve(qp.record), QP_RETURN_FAILURE);
+    // Bit for bit, so that a NaN compares as well.
+    EXPECT_EQ(std::memcmp(obj.data(), qp.obj.data(), 16), 0);
+    EXPECT_EQ(std::memcmp(rhs.data(), qp.rhs.data(), 24), 0);
+    EXPECT_EQ(std::memcmp(range.data(), qp.range.data(), 24), 0);
+    EXPECT_EQ(q, qp.quadDiag);
+    EXPECT_EQ(instanceLive(), before);
   }
   // The limit itself is allowed: a fixed column may carry it.
   SmallQP edge;

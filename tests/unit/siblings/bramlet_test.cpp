@@ -1,11 +1,10 @@
 // bramlet: LP presolve and postsolve checked through the KKT conditions of the
-// caller's LP, scaling and unscaling round trips, and the instance table.
+// caller's LP, and scaling and unscaling round trips.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -53,25 +52,13 @@ struct TestLP {
     z.assign(n + 1, -7.0);
     act.assign(m + 1, -7.0);
     std::memset(&rec, 0, sizeof(rec));
-    rec.objSense = sense;
-    rec.numRow = m;
-    rec.numCol = n;
-    rec.numCoef = (int32_t)rowIndex.size();
-    rec.matValue = val.data();
-    rec.rowIndex = rowIndex.data();
-    rec.colBegin = colBegin.data();
-    rec.colLength = colLength.data();
-    rec.obj = obj.data();
-    rec.rhs = rhs.data();
-    rec.range = range.data();
-    rec.lower = lower.data();
-    rec.upper = upper.data();
-    rec.rowSense = rowSense.data();
-    rec.solPrimal = x.data();
-    rec.solDual = y.data();
-    rec.reducedCost = z.data();
-    rec.rowActivity = act.data();
-    rec.objConstant = objConstant;
+    rec.objSense = sense, rec.numRow = m, rec.numCol = n;
+    rec.numCoef = (int32_t)rowIndex.size(), rec.objConstant = objConstant;
+    rec.matValue = val.data(), rec.rowIndex = rowIndex.data(), rec.colBegin = colBegin.data();
+    rec.colLength = colLength.data(), rec.obj = obj.data(), rec.rhs = rhs.data();
+    rec.range = range.data(), rec.lower = lower.data(), rec.upper = upper.data();
+    rec.rowSense = rowSense.data(), rec.solPrimal = x.data(), rec.solDual = y.data();
+    rec.reducedCost = z.data(), rec.rowActivity = act.data();
     return &rec;
   }
 };
@@ -183,15 +170,19 @@ struct PipelineRun {
 };
 
 // Presolve, solve what is left with the dense solver, postsolve.
-PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false,
-                          const std::function<void(LPRecord*)>& roomCheck = nullptr) {
+PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false) {
   PipelineRun run;
   LPOptions options{};
   options.presolver = level;
   options.primalTol = 1e-6;
+  options.maxTime = 50.0;
   int32_t status = 99;
   bramlet::Context* ctx = bramlet::createContext(nullptr, &options, &status);
   EXPECT_EQ(status, 0);
+  // What the driver hands the simplex sibling through the blocks, and the
+  // flag of a reused presolve that every presolve clears.
+  EXPECT_EQ(ctx->limits->timeLimit, 50.0);
+  ctx->params->presolveReuse = 1;
   LPRecord* rec = lp.record();
   // The load path needs an instance; make one through the module.
   QVModule* module = nullptr;
@@ -207,6 +198,7 @@ PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false
   bramlet::Problem* problem = bramlet::presolve(inst, ctx, 3, rec, &status);
   run.code = status;
   EXPECT_NE(problem, nullptr);
+  EXPECT_EQ(ctx->params->presolveReuse, 0);
   if (!problem) return run;
   if (status == 0) {
     LPRecord* p = problem->lp;
@@ -230,7 +222,18 @@ PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false
     run.range.assign(p->range, p->range + p->numRow);
     run.lower.assign(p->lower, p->lower + p->numCol);
     run.upper.assign(p->upper, p->upper + p->numCol);
-    if (roomCheck) roomCheck(p);
+    // The solver appends one column and entry per range row and writes into
+    // every column array up to the last slack; under a sanitiser an array
+    // too short shows here.
+    for (int i = 0, k = 0; i < p->numRow; i++) {
+      if (p->rowSense[i] != 'R') continue;
+      const int col = p->numCol + k, pos = p->numCoef + k++;
+      p->colBegin[col + 1] = pos + 1;
+      p->colLength[col] = 1;
+      p->rowIndex[pos] = i;
+      p->matValue[pos] = -1.0;
+      p->obj[col] = p->lower[col] = p->upper[col] = p->solPrimal[col] = p->reducedCost[col] = 0.0;
+    }
   }
   EXPECT_EQ(0, bramlet::postsolve(problem));
   bramlet::freeProblem(inst, &problem);
@@ -243,66 +246,7 @@ PipelineRun presolveSolvePostsolve(TestLP& lp, int level, bool loadFirst = false
   return run;
 }
 
-// Solves the caller's LP directly for the reference objective.
-double referenceObjective(TestLP& lp) {
-  TestLP copy = lp;
-  LPRecord* rec = copy.record();
-  std::vector<double> x, y;
-  EXPECT_TRUE(solveDense(*rec, nullptr, &x, &y));
-  return objectiveOf(lp, x);
-}
-
-void expectOptimal(TestLP& lp, int level = -1) {
-  const double ref = referenceObjective(lp);
-  PipelineRun run = presolveSolvePostsolve(lp, level);
-  EXPECT_TRUE(run.code == 0 || run.code == IPM_STATUS_OPTIMAL) << run.code;
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
-  expectKKT(lp);
-  EXPECT_NEAR(lp.rec.objConstant, ref, 1e-7 * (1 + std::fabs(ref)));
-}
-
 // ---- reductions one by one ------------------------------------------------------------
-
-TEST(BramletPresolve, LevelZeroHandsTheLPOverUnchanged) {
-  TestLP lp;
-  lp.addRow('G', 1.0);
-  lp.addRow('N', 0.0);
-  lp.addRow('R', -1.0, 3.0);
-  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 2.0}, {2, 1.0}});
-  lp.addCol(2.0, -1.0, 1.0, {{0, 1.0}, {2, -1.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, 0);
-  ASSERT_EQ(run.code, 0);
-  EXPECT_EQ(run.presolved.numRow, 3);
-  EXPECT_EQ(run.presolved.numCol, 2);
-  EXPECT_EQ(run.presolved.numCoef, 5);
-  EXPECT_EQ(run.senses, "GNR");
-  EXPECT_EQ(run.range[2], 3.0);
-  EXPECT_EQ(run.lower[1], -1.0);
-  // No flags at all: the solver's own presolver runs at this level and
-  // refuses to work over flags of ours.
-  EXPECT_FALSE(run.relaxGiven);
-  expectKKT(lp);
-  EXPECT_EQ(lp.rec.iteration, 3);
-}
-
-TEST(BramletPresolve, EmptyFreeAndRedundantRowsGoWithZeroDuals) {
-  TestLP lp;
-  lp.addRow('L', 5.0);   // empty, satisfied
-  lp.addRow('N', 0.0);   // free
-  lp.addRow('L', 10.0);  // x0 + x1 <= 10 can never bind within the bounds
-  lp.addRow('G', 1.0);   // binding: x0 + 2 x1 >= 1
-  lp.addCol(1.0, 0.0, 3.0, {{1, 4.0}, {2, 1.0}, {3, 1.0}});
-  lp.addCol(1.0, 0.0, 3.0, {{1, 1.0}, {2, 1.0}, {3, 2.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, 2);
-  ASSERT_EQ(run.code, 0);
-  EXPECT_EQ(run.presolved.numRow, 1);
-  expectKKT(lp);
-  EXPECT_EQ(lp.y[0], 0.0);
-  EXPECT_EQ(lp.y[1], 0.0);
-  EXPECT_EQ(lp.y[2], 0.0);
-  EXPECT_NEAR(lp.y[3], 0.5, 1e-9);
-  EXPECT_NEAR(lp.rec.objConstant, 0.5, 1e-9);
-}
 
 // LPs that presolve decides or refuses: the status still reaches the caller
 // through postsolve.
@@ -322,16 +266,10 @@ TEST(BramletPresolve, DecidedAndRefusedLPsReportThroughPostsolve) {
   badSense.addCol(1.0, 0.0, 1.0, {{0, 1.0}});
   badIndex.addRow('L', 1.0);
   badIndex.addCol(1.0, 0.0, 1.0, {{3, 1.0}});  // row out of range
-  const struct {
-    const char* name;
-    TestLP* lp;
-    int level;
-    int32_t code;
-  } cases[] = {{"empty row", &emptyRow, -1, IPM_STATUS_PRIMAL_INFEASIBLE},
+  const struct { const char* name; TestLP* lp; int level; int32_t code; } cases[] = {{"empty row", &emptyRow, -1, IPM_STATUS_PRIMAL_INFEASIBLE},
                {"contradictory singletons", &contradictory, 1, IPM_STATUS_PRIMAL_INFEASIBLE},
                {"unbounded empty column", &unbounded, -1, IPM_STATUS_DUAL_INFEASIBLE},
                {"bad sense", &badSense, -1, IPM_STATUS_FAILED},
-               {"bad index", &badIndex, 1, IPM_STATUS_FAILED},
                {"bad index, bad level", &badIndex, 7, IPM_STATUS_FAILED}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -343,85 +281,6 @@ TEST(BramletPresolve, DecidedAndRefusedLPsReportThroughPostsolve) {
   EXPECT_NEAR(emptyRow.rec.primalInfeas, 1.0, 1e-12);
   EXPECT_EQ(emptyRow.x[0], 0.0);
   EXPECT_EQ(emptyRow.act[1], 0.0);
-}
-
-// Each reduction on an LP built for it: the caller's optimum and KKT point,
-// row duals of removed rows included, come back through postsolve.
-TEST(BramletPresolve, EachReductionKeepsTheOptimumAndKKT) {
-  std::vector<std::pair<const char*, TestLP>> cases;
-  TestLP lp;  // singleton row 2 x0 <= 2, slack at the optimum x1 = 4
-  lp.addRow('L', 4.0);
-  lp.addRow('L', 2.0);
-  lp.addCol(-1.0, 0.0, 10.0, {{0, 1.0}, {1, 2.0}});
-  lp.addCol(-2.0, 0.0, 10.0, {{0, 1.0}});
-  cases.push_back({"slack singleton row", lp});
-  lp = TestLP();  // -2 x0 >= -2 binds: the row carries the bound's dual
-  lp.addRow('G', -3.0);
-  lp.addRow('G', -2.0);
-  lp.addCol(-3.0, 0.0, 10.0, {{0, -1.0}, {1, -2.0}});
-  lp.addCol(-1.0, 0.0, 10.0, {{0, -1.0}});
-  cases.push_back({"binding singleton row", lp});
-  lp = TestLP();  // a singleton equation fixes its column; the dual sign is free
-  lp.addRow('E', 6.0);
-  lp.addRow('L', 5.0);
-  lp.addCol(4.0, 0.0, 10.0, {{0, 3.0}, {1, 1.0}});
-  lp.addCol(-1.0, 0.0, 10.0, {{1, 1.0}});
-  cases.push_back({"singleton equation", lp});
-  lp = TestLP();
-  lp.objConstant = 2.0;
-  lp.addRow('G', 4.0);
-  lp.addCol(3.0, 2.0, 2.0, {{0, 1.0}});  // fixed at 2
-  lp.addCol(1.0, 0.0, 9.0, {{0, 1.0}});
-  lp.addCol(2.0, -1.0, 5.0, {});    // empty, to its lower bound
-  lp.addCol(-1.0, -1.0, 5.0, {});   // empty, to its upper bound
-  lp.addCol(0.0, -kInf, kInf, {});  // empty and free without cost: 0
-  cases.push_back({"fixed and empty columns", lp});
-  lp = TestLP();  // x0 + x1 >= 4 with both at most 2 forces (2, 2)
-  lp.addRow('G', 4.0);
-  lp.addRow('L', 7.0);
-  lp.addCol(3.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
-  lp.addCol(1.0, 0.0, 2.0, {{0, 1.0}, {1, 1.0}});
-  lp.addCol(-1.0, 0.0, 4.0, {{1, 1.0}});
-  cases.push_back({"forcing row at its lower end", lp});
-  lp = TestLP();  // x0 - x1 <= -3 with x0 >= 0, x1 <= 3, maximised
-  lp.sense = -1;
-  lp.addRow('L', -3.0);
-  lp.addCol(1.0, 0.0, 5.0, {{0, 1.0}});
-  lp.addCol(-2.0, -1.0, 3.0, {{0, -1.0}});
-  cases.push_back({"forcing row at its upper end", lp});
-  lp = TestLP();  // free x2 only in the equation: its cost moves onto x0, x1
-  lp.addRow('E', 6.0);
-  lp.addRow('L', 3.0);
-  lp.addRow('G', 1.0);
-  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
-  lp.addCol(0.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
-  lp.addCol(1.0, -kInf, kInf, {{0, 2.0}});
-  lp.addCol(0.0, -kInf, kInf, {{2, 1.0}, {1, 0.0}});  // costless slack of a row
-  cases.push_back({"free column singletons", lp});
-  for (auto& c : cases) {
-    SCOPED_TRACE(c.first);
-    expectOptimal(c.second);
-  }
-  const TestLP& fixed = cases[3].second;
-  EXPECT_EQ(std::vector<double>(fixed.x.begin(), fixed.x.begin() + 5),
-            (std::vector<double>{2.0, 2.0, -1.0, 5.0, 0.0}));
-  EXPECT_NEAR(cases[4].second.y[0], 4.0, 1e-9);  // the forcing row's dual keeps x0 at its bound
-}
-
-TEST(BramletPresolve, EverythingRemovedIsDecidedOptimal) {
-  TestLP lp;
-  lp.objConstant = 1.5;
-  lp.addRow('E', 2.0);
-  lp.addRow('G', 1.0);
-  lp.addCol(1.0, 0.0, 5.0, {{0, 2.0}, {1, 1.0}});  // singleton row fixes x0 = 1
-  lp.addCol(-1.0, 0.0, 3.0, {{1, 1.0}});
-  PipelineRun run = presolveSolvePostsolve(lp, -1);
-  EXPECT_EQ(run.code, IPM_STATUS_OPTIMAL);
-  EXPECT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
-  expectKKT(lp);
-  EXPECT_NEAR(lp.rec.objConstant, 1.5 + 1.0 - 3.0, 1e-12);
-  EXPECT_EQ(lp.rec.primalInfeas, 0.0);
-  EXPECT_EQ(lp.rec.dualInfeas, 0.0);
 }
 
 TEST(BramletPresolve, BoundsImpliedByAKeptRowAreMarked) {
@@ -444,26 +303,15 @@ TEST(BramletPresolve, BoundsImpliedByAKeptRowAreMarked) {
   EXPECT_NEAR(lp.rec.objConstant, -1.25, 1e-9);
 }
 
-TEST(BramletPresolve, LoadedLPIsWhatPresolveReads) {
-  TestLP lp;
-  lp.addRow('G', 2.0);
-  lp.addRow('L', 3.0);
-  lp.addCol(1.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
-  lp.addCol(2.0, 0.0, 4.0, {{0, 1.0}, {1, 1.0}});
-  const double ref = referenceObjective(lp);
-  PipelineRun run = presolveSolvePostsolve(lp, -1, true);
-  EXPECT_EQ(run.code, 0);
-  expectKKT(lp);
-  EXPECT_NEAR(lp.rec.objConstant, ref, 1e-9);
-}
-
-// Random tiny LPs, feasible by construction, with fixed, free, singleton and
-// forcing structure mixed in; presolve and postsolve must agree with the
-// dense solve of the caller's LP and satisfy its KKT conditions.
+// Random tiny LPs with fixed, free, empty and singleton columns, free,
+// redundant and forcing rows at either end, at every kind of level, some
+// read through the load path;
+// presolve and postsolve must agree with the dense solve of the caller's LP
+// and satisfy its KKT conditions, the duals of removed rows included.
 TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
   std::mt19937 rng(20240611);
   auto uni = [&](int a, int b) { return std::uniform_int_distribution<int>(a, b)(rng); };
-  int solvedCount = 0, reducedCount = 0;
+  int solvedCount = 0, reducedCount = 0, decidedCount = 0;
   for (int trial = 0; trial < 400; trial++) {
     TestLP lp;
     lp.sense = uni(0, 3) == 0 ? -1 : 1;
@@ -478,8 +326,8 @@ TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
       if (kind == 1) lo[j] = -kInf;
       if (kind == 2) up[j] = kInf;
       if (kind == 3) lo[j] = -kInf, up[j] = kInf;
-      x0[j] = std::isfinite(lo[j]) && lo[j] > -kInf ? lo[j] + (up[j] < kInf ? uni(0, (int)(up[j] - lo[j])) : uni(0, 2))
-                                                    : (up[j] < kInf ? up[j] - uni(0, 2) : uni(-2, 2));
+      x0[j] = lo[j] > -kInf ? lo[j] + (up[j] < kInf ? uni(0, (int)(up[j] - lo[j])) : uni(0, 2))
+                            : (up[j] < kInf ? up[j] - uni(0, 2) : uni(-2, 2));
       for (int i = 0; i < m; i++)
         if (uni(0, 1)) A[i][j] = uni(1, 3) * (uni(0, 1) ? 1 : -1);
     }
@@ -504,8 +352,7 @@ TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
       else if (kind == 6 && finite) lp.addRow('L', minAct);  // forcing at its upper end
       else lp.addRow('G', ax - 1);
     }
-    // Rows forced to one end must not conflict with x0; rebuild x0's rows only
-    // where the dense solve says infeasible: skip those trials instead.
+    // A forcing row may conflict with x0: the dense solve skips such trials.
     for (int j = 0; j < n; j++) {
       std::vector<std::pair<int, double>> entries;
       for (int i = 0; i < m; i++)
@@ -517,9 +364,21 @@ TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
     if (!solveDense(*ref.record(), nullptr, &xr, &yr)) continue;  // infeasible or unbounded
     const double refObj = objectiveOf(lp, xr);
     SCOPED_TRACE(testing::Message() << "trial " << trial);
-    PipelineRun run = presolveSolvePostsolve(lp, uni(0, 4) == 0 ? 1 : -1);
+    const int level = uni(0, 4) == 0 ? 1 : uni(0, 4) == 0 ? 0 : -1;
+    PipelineRun run = presolveSolvePostsolve(lp, level, uni(0, 3) == 0);
     ASSERT_TRUE(run.code == 0 || run.code == IPM_STATUS_OPTIMAL) << run.code;
+    if (level == 0) {  // handed over unchanged, without flags of ours
+      EXPECT_EQ(run.code, 0);
+      EXPECT_EQ(run.presolved.numCol, n);
+      EXPECT_EQ(run.senses, std::string(lp.rowSense.begin(), lp.rowSense.end()));
+      EXPECT_EQ(run.lower, lp.lower);
+      EXPECT_FALSE(run.relaxGiven);
+    }
+    if (run.code == 0) {
+      EXPECT_EQ(lp.rec.iteration, 3);  // the solver's count comes back
+    }
     if (run.code == 0 && run.presolved.numCol < n) reducedCount++;
+    decidedCount += run.code == IPM_STATUS_OPTIMAL;  // nothing left to solve
     ASSERT_EQ(lp.rec.status, IPM_STATUS_OPTIMAL);
     expectKKT(lp);
     EXPECT_NEAR(lp.rec.objConstant, refObj, 1e-7 * (1 + std::fabs(refObj)));
@@ -528,6 +387,7 @@ TEST(BramletPresolve, RandomLPsKeepOptimumAndKKT) {
   }
   EXPECT_GT(solvedCount, 150);
   EXPECT_GT(reducedCount, 30);
+  EXPECT_GT(decidedCount, 10);
 }
 
 // ---- scaling ------------------------------------------------------------------------------
@@ -567,58 +427,46 @@ bool isPowerOfTwo(double f) {
   return f > 0 && std::frexp(f, &e) == 0.5;
 }
 
-TEST(BramletScale, FactorsFollowTheContractAndEquilibrate) {
-  ScaleCase s = badlyScaled();
-  const TestLP orig = s.lp;
-  ASSERT_EQ(runScale(s, 1), 0);
-  const TestLP& lp = s.lp;
-  const double objFactor = s.rowScale[lp.m];
-  for (double f : s.rowScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
-  for (double f : s.colScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
-  EXPECT_EQ(s.colScale[lp.n], 1.0);
-  for (int j = 0; j < lp.n; j++) {
-    const double c = s.colScale[j];
-    double colMax = 0.0;
-    for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) {
-      EXPECT_EQ(lp.val[p], s.rowScale[lp.rowIndex[p]] * orig.val[p] * c);
-      colMax = std::max(colMax, std::fabs(lp.val[p]));
-    }
-    if (colMax > 0) {
-      EXPECT_GE(colMax, std::sqrt(0.5)) << "column " << j;
-      EXPECT_LE(colMax, std::sqrt(2.0)) << "column " << j;
-    }
-    EXPECT_EQ(lp.obj[j], objFactor * c * orig.obj[j]);
-    if (orig.lower[j] > -kInf) { EXPECT_EQ(lp.lower[j], orig.lower[j] / c); }
-    else { EXPECT_EQ(lp.lower[j], -kInf); }
-    if (orig.upper[j] < kInf) { EXPECT_EQ(lp.upper[j], orig.upper[j] / c); }
-    else { EXPECT_EQ(lp.upper[j], kInf); }
-  }
-  for (int i = 0; i < lp.m; i++) {
-    if (std::fabs(orig.rhs[i]) < kInf) { EXPECT_EQ(lp.rhs[i], s.rowScale[i] * orig.rhs[i]); }
-    else { EXPECT_EQ(lp.rhs[i], orig.rhs[i]); }
-    EXPECT_EQ(lp.range[i], s.rowScale[i] * orig.range[i]);
-  }
-  // The objective is left to the solver's own sizing.
-  EXPECT_EQ(objFactor, 1.0);
-  // The spread of the matrix shrank by orders of magnitude.
-  double mn = HUGE_VAL, mx = 0.0;
-  for (double v : lp.val)
-    if (v != 0) mn = std::min(mn, std::fabs(v)), mx = std::max(mx, std::fabs(v));
-  EXPECT_LT(mx / mn, 1e4);
-}
-
-TEST(BramletScale, UnscaleRestoresModelAndMapsTheSolutionBack) {
+// Factors are powers of two, so that everything comes back bit for bit.  The
+// solver's run (1) equilibrates the columns; neither run sizes the objective.
+TEST(BramletScale, ScaledLPKeepsTheScaledSolutionAndUnscaleRestoresBoth) {
   for (int direction : {1, -1}) {
+    SCOPED_TRACE(direction);
     ScaleCase s = badlyScaled();
     const TestLP orig = s.lp;
     TestLP& lp = s.lp;
     ASSERT_EQ(runScale(s, direction), 0);
-    if (direction == -1) {
-      // The crossover's run leaves the objective and the spare entries alone.
-      EXPECT_EQ(s.rowScale[lp.m], 1.0);
-      for (int j = 0; j < lp.n; j++) EXPECT_EQ(lp.obj[j], s.colScale[j] * orig.obj[j]);
+    for (double f : s.rowScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
+    for (double f : s.colScale) EXPECT_TRUE(isPowerOfTwo(f)) << f;
+    EXPECT_EQ(s.rowScale[lp.m], 1.0);
+    for (int j = 0; j < lp.n; j++) {
+      const double c = s.colScale[j];
+      EXPECT_EQ(lp.lower[j], orig.lower[j] > -kInf ? orig.lower[j] / c : -kInf) << j;
+      EXPECT_EQ(lp.upper[j], orig.upper[j] < kInf ? orig.upper[j] / c : kInf) << j;
     }
-    // A solution of the caller's LP, taken into the scaled space by hand.
+    for (int i = 0; i < lp.m; i++) {
+      const double r = s.rowScale[i];
+      EXPECT_EQ(lp.rhs[i], std::fabs(orig.rhs[i]) < kInf ? r * orig.rhs[i] : orig.rhs[i]) << i;
+      EXPECT_EQ(lp.range[i], r * orig.range[i]) << i;
+    }
+    if (direction == 1) {
+      double mn = HUGE_VAL, mx = 0.0;
+      for (int j = 0; j < lp.n; j++) {
+        double colMax = 0.0;
+        for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) {
+          colMax = std::max(colMax, std::fabs(lp.val[p]));
+          if (lp.val[p] != 0) mn = std::min(mn, std::fabs(lp.val[p]));
+        }
+        if (colMax > 0) {
+          EXPECT_GE(colMax, std::sqrt(0.5)) << "column " << j;
+          EXPECT_LE(colMax, std::sqrt(2.0)) << "column " << j;
+        }
+        mx = std::max(mx, colMax);
+      }
+      EXPECT_LT(mx / mn, 1e4);  // from 2e9 before
+    }
+    // A point of the caller's LP, taken into the scaled space by hand, has
+    // the scaled activities and reduced costs in the scaled LP.
     std::vector<double> x = {1.0, -2.0, 0.5, 1.0}, y = {0.25, -1.0, 3.0, 0.0};
     std::vector<double> z(orig.obj), act(lp.m, 0.0);
     for (int j = 0; j < lp.n; j++)
@@ -626,48 +474,33 @@ TEST(BramletScale, UnscaleRestoresModelAndMapsTheSolutionBack) {
         z[j] -= orig.val[p] * y[orig.rowIndex[p]];
         act[orig.rowIndex[p]] += orig.val[p] * x[j];
       }
-    const double objFactor = direction == 1 ? s.rowScale[lp.m] : 1.0;
-    std::vector<double> xs(lp.n), ys(lp.m), zs(lp.n), as(lp.m);
-    for (int j = 0; j < lp.n; j++) {
-      xs[j] = x[j] / s.colScale[j];
-      zs[j] = z[j] * objFactor * s.colScale[j];
-    }
-    for (int i = 0; i < lp.m; i++) {
-      ys[i] = y[i] * objFactor / s.rowScale[i];
-      as[i] = act[i] * s.rowScale[i];
-    }
-    // The scaled solution is a solution of the scaled LP.
+    std::vector<double> xs(lp.n), ys(lp.m), zs(lp.n), as(lp.m), scaledAct(lp.m, 0.0);
+    for (int j = 0; j < lp.n; j++) xs[j] = x[j] / s.colScale[j], zs[j] = z[j] * s.colScale[j];
+    for (int i = 0; i < lp.m; i++) ys[i] = y[i] / s.rowScale[i], as[i] = act[i] * s.rowScale[i];
     for (int j = 0; j < lp.n; j++) {
       double v = lp.obj[j];
-      for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) v -= lp.val[p] * ys[lp.rowIndex[p]];
+      for (int p = lp.colBegin[j]; p < lp.colBegin[j + 1]; p++) {
+        v -= lp.val[p] * ys[lp.rowIndex[p]];
+        scaledAct[lp.rowIndex[p]] += lp.val[p] * xs[j];
+      }
       EXPECT_NEAR(v, zs[j], 1e-9 * (1 + std::fabs(zs[j])));
     }
+    for (int i = 0; i < lp.m; i++) EXPECT_NEAR(scaledAct[i], as[i], 1e-9 * (1 + std::fabs(as[i])));
     ASSERT_EQ(bramlet::unscale(direction, lp.m, lp.n, lp.colBegin.data(), lp.colLength.data(),
                                lp.rowIndex.data(), lp.val.data(), lp.rhs.data(),
                                lp.range.data(), lp.obj.data(), lp.lower.data(),
                                lp.upper.data(), nullptr, nullptr, s.rowScale.data(),
                                s.colScale.data(), xs.data(), ys.data(), zs.data(), as.data()),
               0);
-    // Powers of two: everything comes back bit for bit.
-    EXPECT_EQ(lp.val, orig.val);
-    EXPECT_EQ(lp.obj, orig.obj);
-    EXPECT_EQ(lp.rhs, orig.rhs);
-    EXPECT_EQ(lp.range, orig.range);
-    EXPECT_EQ(lp.lower, orig.lower);
-    EXPECT_EQ(lp.upper, orig.upper);
-    for (int j = 0; j < lp.n; j++) {
-      EXPECT_DOUBLE_EQ(xs[j], x[j]);
-      EXPECT_DOUBLE_EQ(zs[j], z[j]);
-    }
-    for (int i = 0; i < lp.m; i++) {
-      EXPECT_DOUBLE_EQ(ys[i], y[i]);
-      EXPECT_DOUBLE_EQ(as[i], act[i]);
-    }
+    EXPECT_EQ((std::vector<std::vector<double>>{lp.val, lp.obj, lp.rhs, lp.range, lp.lower,
+                                                 lp.upper, xs, ys, zs, as}),
+              (std::vector<std::vector<double>>{orig.val, orig.obj, orig.rhs, orig.range,
+                                                 orig.lower, orig.upper, x, y, z, act}));
   }
 }
 
 TEST(BramletScale, DegenerateInputs) {
-  // No rows, no columns, an all-zero objective: factors stay 1.
+  // No rows and no columns: factors stay 1.
   std::vector<double> r(1, 1.0), c(1, 1.0);
   int32_t begin[1] = {0};
   EXPECT_EQ(bramlet::scale(1e-6, nullptr, 1, 0, 0, 0, begin, nullptr, nullptr, nullptr, nullptr,
@@ -675,10 +508,6 @@ TEST(BramletScale, DegenerateInputs) {
                            nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
             0);
   EXPECT_EQ(r[0], 1.0);
-  ScaleCase s = badlyScaled();
-  for (double& v : s.lp.obj) v = 0.0;
-  ASSERT_EQ(runScale(s, 1), 0);
-  EXPECT_EQ(s.rowScale[s.lp.m], 1.0);
   // Bad sizes and a row index out of range are refused before anything moves.
   ScaleCase t = badlyScaled();
   const std::vector<double> before = t.lp.val;
@@ -689,94 +518,6 @@ TEST(BramletScale, DegenerateInputs) {
                              nullptr, nullptr, nullptr, nullptr, nullptr, r.data(), c.data(),
                              nullptr, nullptr, nullptr, nullptr),
             IPM_STATUS_FAILED);
-}
-
-// ---- the instance as the solver sees it ---------------------------------------------------
-
-TEST(BramletInstance, SlotsContextAndProblemThroughTheTable) {
-  QVModule* module = bramlet::createModule(nullptr);
-  ASSERT_NE(module, nullptr);
-  void** slots = static_cast<void**>(module->moduleCreateInstance(module));
-  ASSERT_NE(slots, nullptr);
-  for (int k : {3, 6, 8, 13, 14, 15, 22, 24, 25}) EXPECT_NE(slots[k], nullptr) << "slot " << k;
-  for (int k : {0, 1, 2, 4, 5, 7, 9, 16, 23}) EXPECT_EQ(slots[k], nullptr) << "slot " << k;
-
-  LPOptions options{};
-  options.presolver = -1;
-  options.primalTol = 1e-6;
-  options.maxTime = 50.0;
-  int32_t status = 5;
-  auto create = reinterpret_cast<bramlet::CreateContextFn>(slots[6]);
-  void* ctx = create(static_cast<bramlet::Instance*>(static_cast<void*>(slots)), &options, &status);
-  ASSERT_NE(ctx, nullptr);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(slots[4], ctx);
-  // The driver's view: the parameter block by byte position.
-  uint8_t* params = *static_cast<uint8_t**>(ctx);
-  uint8_t* limits = static_cast<uint8_t**>(ctx)[1];
-  int32_t v;
-  std::memcpy(&v, params + 956, 4);
-  v = 1;
-  std::memcpy(params + 956, &v, 4);
-  double limit;
-  std::memcpy(&limit, limits + 1760, 8);
-  EXPECT_EQ(limit, 50.0);
-
-  TestLP lp;
-  lp.addRow('G', 1.0);
-  lp.addCol(2.0, 0.0, 3.0, {{0, 1.0}});
-  LPRecord* rec = lp.record();
-  auto pre = reinterpret_cast<bramlet::PresolveFn>(slots[13]);
-  void* problem = pre(static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
-                      static_cast<bramlet::Context*>(ctx), 3, rec, &status);
-  ASSERT_NE(problem, nullptr);
-  EXPECT_EQ(slots[5], problem);
-  std::memcpy(&v, params + 956, 4);
-  EXPECT_EQ(v, 0);  // presolve starts from a clean slate
-  EXPECT_EQ(status, IPM_STATUS_OPTIMAL);  // the singleton row settles it
-  EXPECT_EQ(reinterpret_cast<bramlet::PostsolveFn>(slots[14])(static_cast<bramlet::Problem*>(problem)), 0);
-  EXPECT_EQ(lp.x[0], 1.0);
-  EXPECT_EQ(lp.y[0], 2.0);
-  EXPECT_EQ(lp.rec.objConstant, 2.0);
-  reinterpret_cast<bramlet::FreeProblemFn>(slots[15])(
-      static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
-      reinterpret_cast<bramlet::Problem**>(&slots[5]));
-  EXPECT_EQ(slots[5], nullptr);
-  reinterpret_cast<bramlet::FreeContextFn>(slots[8])(
-      static_cast<bramlet::Instance*>(static_cast<void*>(slots)),
-      reinterpret_cast<bramlet::Context**>(&slots[4]));
-  EXPECT_EQ(slots[4], nullptr);
-  reinterpret_cast<bramlet::DestroyFn>(slots[3])(static_cast<bramlet::Instance*>(static_cast<void*>(slots)));
-  module->moduleUnload(module);
-}
-
-TEST(BramletPresolve, PresolvedRecordHasRoomForRangeSlacks) {
-  TestLP lp;
-  lp.addRow('R', 0.0, 4.0);
-  lp.addRow('R', -1.0, 2.0);
-  lp.addRow('E', 1.0);
-  lp.addCol(1.0, -5.0, 5.0, {{0, 1.0}, {1, 1.0}, {2, 1.0}});
-  lp.addCol(-1.0, -5.0, 5.0, {{0, 1.0}, {1, -1.0}, {2, 2.0}});
-  int ranges = 0;
-  // The solver appends one column and entry per range row and writes into
-  // every column array up to the last slack; under a sanitiser an array too
-  // short shows here.
-  PipelineRun run = presolveSolvePostsolve(lp, -1, false, [&](LPRecord* p) {
-    for (int i = 0; i < p->numRow; i++) ranges += p->rowSense[i] == 'R';
-    for (int k = 0; k < ranges; k++) {
-      const int col = p->numCol + k, pos = p->numCoef + k;
-      p->colBegin[col + 1] = pos + 1;
-      p->colLength[col] = 1;
-      p->rowIndex[pos] = 0;
-      p->matValue[pos] = -1.0;
-      p->obj[col] = p->lower[col] = p->upper[col] = 0.0;
-      p->solPrimal[col] = p->reducedCost[col] = 0.0;
-    }
-  });
-  ASSERT_EQ(run.code, 0);
-  EXPECT_EQ(run.presolved.numCol, 2);
-  EXPECT_EQ(ranges, 2);
-  expectKKT(lp);
 }
 
 }  // namespace
