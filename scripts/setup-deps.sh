@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, if any is missing.
 set -euo pipefail
-packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev)
+packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev libsuitesparse-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

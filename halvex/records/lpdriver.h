@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "frame/qv.h"
+#include "records/fennick_abi.h"
 #include "records/records.h"
 
 // ---- bramlet's LP presolve service --------------------------------------------------
@@ -53,23 +54,14 @@ typedef struct BramletContext {
 } BramletContext;
 
 #define BRAMLET_PARAM_PRESOLVE_FLAG 956
-#define BRAMLET_PARAM_INTERIOR_STATUS 1008
-#define BRAMLET_PARAM_CROSSOVER_KIND 844
-#define BRAMLET_PARAM_SIMPLEX_KIND 968
-#define BRAMLET_PARAM_ITERATION_LIMIT 876
-#define BRAMLET_PARAM_SIMPLEX_FLAG 960
-#define BRAMLET_LIMIT_MAXTIME 1760
+// The positions that the crossover sets are fennick's (FENNICK_PARAM_...).
 
 // Which of the LPRecord's sibling words carries the column flag reference
 // handed to bramlet's load operation.
 #define LPRECORD_COLUMN_FLAG_WORD 0
 
-// ---- fennick's primal simplex -----------------------------------------------------------
-#define FENNICK_SLOT_TEXTLOG 1
-#define FENNICK_SLOT_MESSAGELOG 3
-#define FENNICK_SLOT_DESTROY 4
-#define FENNICK_SLOT_RUN 19
-
+// ---- fennick's crossover ------------------------------------------------------------
+// Slots, parameter positions and the basis are in records/fennick_abi.h.
 typedef void (*FennickDestroyFn)(void* instance);
 typedef int32_t (*FennickRunFn)(void* instance, void* bramletInstance, void* context,
                                 LPRecord* record);
