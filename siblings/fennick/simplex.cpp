@@ -20,6 +20,8 @@
 #include <cstdint>
 #include <new>
 #include <vector>
+#include <cstdio>
+#include <cstdlib>
 
 #include "siblings/fennick/factor.h"
 #include "siblings/fennick/fennick.h"
@@ -37,7 +39,7 @@ enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 class Simplex {
  public:
   Simplex(const LpView& lp, const Settings& s) : lp_(lp), set_(s) {}
-  int32_t run(const double* x0, const double* z0, Result* out);
+  int32_t run(const double* x0, const double* y0, const double* z0, Result* out);
 
  private:
   // Column j of [A -I].
@@ -57,13 +59,13 @@ class Simplex {
     return s;
   }
 
-  void setup(const double* x0, const double* z0);
+  void setup(const double* x0, const double* y0, const double* z0);
   int32_t refactor();
   void computeBasics();
   double basicInfeasibility(int32_t p) const;
   bool primalFeasible() const;
   void computeDuals(bool phase1);
-  int32_t ratioTest(int32_t q, int32_t dir, double* theta, bool* flip);
+  int32_t ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, bool* flip);
   void pivot(int32_t q, int32_t dir, int32_t r, double theta, bool flip, bool keepLeaving = false);
   void ftranColumn(int32_t q);
   void updateDevex(int32_t q, int32_t r);
@@ -79,6 +81,9 @@ class Simplex {
   int32_t m_ = 0, n_ = 0, N_ = 0;
   std::vector<double> cost_, trueCost_, lb_, ub_, x_, y_, d_, alpha_, work_, devex_;
   std::vector<uint8_t> state_;
+  // |reduced cost| of each variable at the interior point, 0 without one.
+  std::vector<double> ipmDual_, candTheta_;
+  std::vector<int32_t> candidates_;
   std::vector<int32_t> head_, posOf_;
   BasisFactor factor_;
   std::vector<int32_t> bStart_, bIndex_, depPos_, depRow_;
@@ -108,7 +113,7 @@ void Simplex::placeNonbasic(int32_t j) {
   }
 }
 
-void Simplex::setup(const double* x0, const double* z0) {
+void Simplex::setup(const double* x0, const double* y0, const double* z0) {
   m_ = lp_.numRow;
   n_ = lp_.numCol;
   N_ = n_ + m_;
@@ -137,6 +142,14 @@ void Simplex::setup(const double* x0, const double* z0) {
     }
   }
   trueCost_ = cost_;
+  ipmDual_.assign(N_, 0.0);
+  if (set_.fromPoint) {
+    for (int32_t j = 0; j < n_ && z0; j++)
+      if (std::isfinite(z0[j])) ipmDual_[j] = std::fabs(z0[j]);
+    // The logical's reduced cost is its row's dual.
+    for (int32_t i = 0; i < m_ && y0; i++)
+      if (std::isfinite(y0[i])) ipmDual_[n_ + i] = std::fabs(y0[i]);
+  }
 
   for (int32_t j = 0; j < n_; j++) {
     const double l = lb_[j], u = ub_[j];
@@ -261,10 +274,11 @@ void Simplex::computeDuals(bool phase1) {
 }
 
 // Harris's two passes.  Returns the leaving position, -1 for a bound flip of
-// the entering column, -2 when nothing blocks.  A basic variable outside its
-// bounds blocks only where it becomes feasible, which is what phase 1 needs
-// and is harmless elsewhere.
-int32_t Simplex::ratioTest(int32_t q, int32_t dir, double* theta, bool* flip) {
+// the entering column, -2 when nothing blocks.  In phase 1 a basic variable
+// outside its bounds blocks only where it becomes feasible; elsewhere (the
+// push, phase 2) it must not get worse, so it blocks at once when the step
+// would take it further out.
+int32_t Simplex::ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, bool* flip) {
   const double tol = set_.primalTol;
   double bound = HUGE_VAL;
   for (int32_t p = 0; p < m_; p++) {
@@ -277,10 +291,12 @@ int32_t Simplex::ratioTest(int32_t q, int32_t dir, double* theta, bool* flip) {
     if (rate < 0) {
       if (v > ub_[j] + tol) limit = (v - ub_[j] + tol) / -rate;
       else if (finiteLower(lb_[j]) && v >= lb_[j] - tol) limit = (v - lb_[j] + tol) / -rate;
+      else if (!phase1 && finiteLower(lb_[j])) limit = tol / -rate;
       else continue;
     } else {
       if (v < lb_[j] - tol) limit = (lb_[j] - v + tol) / rate;
       else if (finiteUpper(ub_[j]) && v <= ub_[j] + tol) limit = (ub_[j] - v + tol) / rate;
+      else if (!phase1 && finiteUpper(ub_[j])) limit = tol / rate;
       else continue;
     }
     bound = std::min(bound, limit);
@@ -308,18 +324,39 @@ int32_t Simplex::ratioTest(int32_t q, int32_t dir, double* theta, bool* flip) {
     if (rate < 0) {
       if (v > ub_[j] + tol) t = (v - ub_[j]) / -rate;
       else if (finiteLower(lb_[j]) && v >= lb_[j] - tol) t = (v - lb_[j]) / -rate;
+      else if (!phase1 && finiteLower(lb_[j])) t = 0.0;
       else continue;
     } else {
       if (v < lb_[j] - tol) t = (lb_[j] - v) / rate;
       else if (finiteUpper(ub_[j]) && v <= ub_[j] + tol) t = (ub_[j] - v) / rate;
+      else if (!phase1 && finiteUpper(ub_[j])) t = 0.0;
       else continue;
     }
-    if (t <= bound && std::fabs(a) > bestAlpha) {
-      best = p;
-      bestAlpha = std::fabs(a);
-      bestTheta = t;
+    if (t <= bound) {
+      candidates_.push_back(p);
+      candTheta_.push_back(t);
+      bestAlpha = std::max(bestAlpha, std::fabs(a));
     }
   }
+  // Among the pivots that are not much smaller than the largest, the one
+  // whose variable the interior point saw with the largest reduced cost
+  // leaves: it belongs at its bound, and a basis that keeps it gets the
+  // duals wrong, which costs many degenerate pivots later.
+  double bestWeight = -1.0, bestSize = 0.0;
+  for (size_t k = 0; k < candidates_.size(); k++) {
+    const int32_t p = candidates_[k];
+    const double size = std::fabs(alpha_[p]);
+    if (size < 0.1 * bestAlpha) continue;
+    const double weight = ipmDual_[head_[p]];
+    if (weight > bestWeight || (weight == bestWeight && size > bestSize)) {
+      best = p;
+      bestWeight = weight;
+      bestSize = size;
+      bestTheta = candTheta_[k];
+    }
+  }
+  candidates_.clear();
+  candTheta_.clear();
   if (best < 0) return -2;
   *theta = std::max(bestTheta, 0.0);
   *flip = false;
@@ -446,10 +483,10 @@ int32_t Simplex::push() {
     if (dl == HUGE_VAL && du == HUGE_VAL && std::fabs(dj) <= td) dir = 1;
     double theta = 0.0;
     bool flip = false;
-    int32_t r = ratioTest(j, dir, &theta, &flip);
+    int32_t r = ratioTest(j, dir, false, &theta, &flip);
     if (r == -2 && std::fabs(dj) <= td) {
       dir = -dir;
-      r = ratioTest(j, dir, &theta, &flip);
+      r = ratioTest(j, dir, false, &theta, &flip);
     }
     pushCount_++;
     if (r == -2) {
@@ -511,7 +548,7 @@ int32_t Simplex::simplex() {
     ftranColumn(q);
     double theta = 0.0;
     bool flip = false;
-    const int32_t r = ratioTest(q, dir, &theta, &flip);
+    const int32_t r = ratioTest(q, dir, phase1, &theta, &flip);
     if (r == -2) {
       // An unbounded ray in phase 1 is a sign of a stale factor; so is one
       // in phase 2 until a fresh factor confirms it.
@@ -531,6 +568,12 @@ int32_t Simplex::simplex() {
     }
     singularRetry = 0;
     if (r >= 0) updateDevex(q, r);
+    if (getenv("FENNICK_TRACE") && iterations_ % 200 == 0) {
+      double inf = 0; for (int32_t p = 0; p < m_; p++) inf += basicInfeasibility(p);
+      double obj = 0; for (int32_t j = 0; j < N_; j++) obj += trueCost_[j] * x_[j];
+      fprintf(stderr, "it %ld phase1 %d inf %.3e obj %.10e theta %.2e d %.2e pert %d push %ld t %.2f\n", (long)iterations_, (int)phase1, inf, obj, theta, d_[q], (int)perturbed_, (long)pushCount_,
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count());
+    }
     const double gain = theta * std::fabs(d_[q]);
     pivot(q, dir, r, theta, flip);
     iterations_++;
@@ -597,9 +640,9 @@ void Simplex::finish(Result* out, int32_t status) {
   out->dualInfeas = dInf;
 }
 
-int32_t Simplex::run(const double* x0, const double* z0, Result* out) {
+int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Result* out) {
   start_ = std::chrono::steady_clock::now();
-  setup(x0, z0);
+  setup(x0, y0, z0);
   int32_t status = refactor();
   if (status == 0 && set_.fromPoint) status = push();
   // Superbasics that neither pushing nor pricing moved (no improving
@@ -628,7 +671,7 @@ int32_t Simplex::run(const double* x0, const double* z0, Result* out) {
 
 }  // namespace
 
-int32_t crossover(const LpView& lp, const double* x0, const double* /*y0*/, const double* z0,
+int32_t crossover(const LpView& lp, const double* x0, const double* y0, const double* z0,
                   const Settings& settings, Result* result) {
   if (!result) return IPM_STATUS_FAILED;
   *result = Result();
@@ -639,7 +682,8 @@ int32_t crossover(const LpView& lp, const double* x0, const double* /*y0*/, cons
     return result->status;
   }
   Simplex s(lp, settings);
-  return s.run(settings.fromPoint ? x0 : nullptr, settings.fromPoint ? z0 : nullptr, result);
+  if (!settings.fromPoint) x0 = y0 = z0 = nullptr;
+  return s.run(x0, y0, z0, result);
 }
 
 }  // namespace fennick
