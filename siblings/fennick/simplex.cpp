@@ -20,8 +20,6 @@
 #include <cstdint>
 #include <new>
 #include <vector>
-#include <cstdio>
-#include <cstdlib>
 
 #include "siblings/fennick/factor.h"
 #include "siblings/fennick/fennick.h"
@@ -84,6 +82,8 @@ class Simplex {
   // |reduced cost| of each variable at the interior point, 0 without one.
   std::vector<double> ipmDual_, candTheta_;
   std::vector<int32_t> candidates_;
+  std::vector<bool> candLower_;
+  bool leaveToLower_ = true;  // the bound that the leaving variable of the last ratio test reaches
   std::vector<int32_t> head_, posOf_;
   BasisFactor factor_;
   std::vector<int32_t> bStart_, bIndex_, depPos_, depRow_;
@@ -321,13 +321,16 @@ int32_t Simplex::ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, b
     const int32_t j = head_[p];
     const double v = x_[j];
     double t;
+    bool toLower;
     if (rate < 0) {
-      if (v > ub_[j] + tol) t = (v - ub_[j]) / -rate;
+      toLower = !(v > ub_[j] + tol);
+      if (!toLower) t = (v - ub_[j]) / -rate;
       else if (finiteLower(lb_[j]) && v >= lb_[j] - tol) t = (v - lb_[j]) / -rate;
       else if (!phase1 && finiteLower(lb_[j])) t = 0.0;
       else continue;
     } else {
-      if (v < lb_[j] - tol) t = (lb_[j] - v) / rate;
+      toLower = v < lb_[j] - tol;
+      if (toLower) t = (lb_[j] - v) / rate;
       else if (finiteUpper(ub_[j]) && v <= ub_[j] + tol) t = (ub_[j] - v) / rate;
       else if (!phase1 && finiteUpper(ub_[j])) t = 0.0;
       else continue;
@@ -335,6 +338,7 @@ int32_t Simplex::ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, b
     if (t <= bound) {
       candidates_.push_back(p);
       candTheta_.push_back(t);
+      candLower_.push_back(toLower);
       bestAlpha = std::max(bestAlpha, std::fabs(a));
     }
   }
@@ -353,10 +357,12 @@ int32_t Simplex::ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, b
       bestWeight = weight;
       bestSize = size;
       bestTheta = candTheta_[k];
+      leaveToLower_ = candLower_[k];
     }
   }
   candidates_.clear();
   candTheta_.clear();
+  candLower_.clear();
   if (best < 0) return -2;
   *theta = std::max(bestTheta, 0.0);
   *flip = false;
@@ -377,8 +383,7 @@ void Simplex::pivot(int32_t q, int32_t dir, int32_t r, double theta, bool flip, 
   }
   const int32_t out = head_[r];
   // The leaving variable sits at the bound that it reached.
-  const double v = x_[out];
-  const bool toLower = (-dir * alpha_[r]) < 0 ? !(v > ub_[out] + set_.primalTol) : (v < lb_[out] - set_.primalTol);
+  const bool toLower = leaveToLower_;
   posOf_[out] = -1;
   if (keepLeaving) {
     // A pivot without a step: the leaving variable keeps its value.
@@ -499,7 +504,14 @@ int32_t Simplex::push() {
           bestAlpha = std::fabs(alpha_[p]);
           best = p;
         }
-      if (best >= 0) pivot(j, dir, best, 0.0, false, true);
+      if (best >= 0) {
+        pivot(j, dir, best, 0.0, false, true);
+      } else {
+        // The column does not reach the basis at all (an empty one): it
+        // can sit anywhere, so it goes where a basis puts a nonbasic.
+        placeNonbasic(j);
+        computeBasics();
+      }
       continue;
     }
     pivot(j, dir, r, theta, flip);
@@ -568,12 +580,6 @@ int32_t Simplex::simplex() {
     }
     singularRetry = 0;
     if (r >= 0) updateDevex(q, r);
-    if (getenv("FENNICK_TRACE") && iterations_ % 200 == 0) {
-      double inf = 0; for (int32_t p = 0; p < m_; p++) inf += basicInfeasibility(p);
-      double obj = 0; for (int32_t j = 0; j < N_; j++) obj += trueCost_[j] * x_[j];
-      fprintf(stderr, "it %ld phase1 %d inf %.3e obj %.10e theta %.2e d %.2e pert %d push %ld t %.2f\n", (long)iterations_, (int)phase1, inf, obj, theta, d_[q], (int)perturbed_, (long)pushCount_,
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count());
-    }
     const double gain = theta * std::fabs(d_[q]);
     pivot(q, dir, r, theta, flip);
     iterations_++;
@@ -681,8 +687,10 @@ int32_t crossover(const LpView& lp, const double* x0, const double* y0, const do
     result->status = IPM_STATUS_FAILED;
     return result->status;
   }
-  Simplex s(lp, settings);
-  if (!settings.fromPoint) x0 = y0 = z0 = nullptr;
+  Settings own = settings;
+  if (!x0) own.fromPoint = false;
+  Simplex s(lp, own);
+  if (!own.fromPoint) x0 = y0 = z0 = nullptr;
   return s.run(x0, y0, z0, result);
 }
 

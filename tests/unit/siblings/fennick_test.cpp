@@ -175,7 +175,9 @@ void expectOptimalBasis(const TestLP& lp, const std::vector<double>& x,
     column(j, col);
     double d = j < n ? s * lp.obj[j] : 0.0;
     for (int i = 0; i < m; i++) d -= col[i] * cB[i];
-    if (j < n) EXPECT_NEAR(s * z[j], d, tol * (1.0 + std::fabs(d))) << "reduced cost " << j;
+    if (j < n) {
+      EXPECT_NEAR(s * z[j], d, tol * (1.0 + std::fabs(d))) << "reduced cost " << j;
+    }
     const double dtol = 1e-6;
     switch (basis[j]) {
       case BASIS_BASIC: EXPECT_NEAR(d, 0.0, dtol) << "var " << j; break;
