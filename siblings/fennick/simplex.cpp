@@ -66,7 +66,7 @@ class Simplex {
   int32_t ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, bool* flip);
   void pivot(int32_t q, int32_t dir, int32_t r, double theta, bool flip, bool keepLeaving = false);
   void ftranColumn(int32_t q);
-  void updateDevex(int32_t q, int32_t r);
+  void updateDevex(int32_t q, int32_t r, bool updateDuals);
   void perturbCosts();
   int32_t push();
   int32_t simplex();
@@ -421,18 +421,26 @@ void Simplex::ftranColumn(int32_t q) {
 }
 
 // Devex weights from the pivot row, before the basis changes.
-void Simplex::updateDevex(int32_t q, int32_t r) {
+// The pivot row serves the reduced costs too, which then need no btran of
+// the costs and no pass over the matrix of their own.
+void Simplex::updateDevex(int32_t q, int32_t r, bool updateDuals) {
   std::fill(work_.begin(), work_.end(), 0.0);
   work_[r] = 1.0;
   factor_.btran(work_.data());
   const double aq = alpha_[r];
   const double wq = std::max(devex_[q], 1.0);
+  const double step = d_[q] / aq;
   for (int32_t j = 0; j < N_; j++) {
     if (state_[j] == kBasic || state_[j] == kFixed || j == q) continue;
     const double arj = dotColumn(j, work_);
     if (arj == 0.0) continue;
     const double ratio = arj / aq;
     devex_[j] = std::max(devex_[j], ratio * ratio * wq);
+    if (updateDuals) d_[j] -= step * arj;
+  }
+  if (updateDuals) {
+    d_[head_[r]] = -step;
+    d_[q] = 0.0;
   }
   devex_[head_[r]] = std::max(wq / (aq * aq), 1.0);
   // Weights that have grown out of proportion make a fresh reference frame.
@@ -522,15 +530,25 @@ int32_t Simplex::push() {
 int32_t Simplex::simplex() {
   const double td = set_.dualTol;
   int32_t stall = 0, singularRetry = 0;
+  // Phase 2 updates the reduced costs from the pivot row between fresh
+  // computations, which come with every factorisation and before a claim of
+  // optimality.
+  bool fresh = false;
+  int32_t updated = 0;
   for (;;) {
     if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery) {
       const int32_t rc = refactor();
       if (rc != 0) return rc;
+      fresh = false;
     }
     const bool phase1 = !primalFeasible();
-    computeDuals(phase1);
+    if (phase1 || !fresh) {
+      computeDuals(phase1);
+      fresh = !phase1;
+      updated = 0;
+    }
     int32_t q = -1, dir = 0;
     double best = 0.0;
     for (int32_t j = 0; j < N_; j++) {
@@ -550,9 +568,14 @@ int32_t Simplex::simplex() {
     }
     if (q < 0) {
       if (phase1) return IPM_STATUS_PRIMAL_INFEASIBLE;
+      if (updated > 0) {
+        fresh = false;
+        continue;
+      }
       if (perturbed_) {
         cost_ = trueCost_;
         perturbed_ = false;
+        fresh = false;
         continue;
       }
       return IPM_STATUS_OPTIMAL;
@@ -568,24 +591,30 @@ int32_t Simplex::simplex() {
         singularRetry++;
         const int32_t rc = refactor();
         if (rc != 0) return rc;
+        fresh = false;
         continue;
       }
       if (phase1) return IPM_STATUS_FAILED;
       if (perturbed_) {
         cost_ = trueCost_;
         perturbed_ = false;
+        fresh = false;
         continue;
       }
       return IPM_STATUS_DUAL_INFEASIBLE;
     }
     singularRetry = 0;
-    if (r >= 0) updateDevex(q, r);
     const double gain = theta * std::fabs(d_[q]);
+    if (r >= 0) {
+      updateDevex(q, r, fresh);
+      updated++;
+    }
     pivot(q, dir, r, theta, flip);
     iterations_++;
     stall = gain > 1e-12 ? 0 : stall + 1;
     if (stall > kStallBeforePerturb && !perturbed_ && !phase1) {
       perturbCosts();
+      fresh = false;
       stall = 0;
     }
   }
