@@ -412,67 +412,133 @@ TestLP presolvableLP() {
   return lp;
 }
 
+// Runs the LP entry with crossover on a copy of lp at a presolve level and
+// returns the status; x, y, z and basis get the caller's results.
+struct EntryRun {
+  std::vector<double> x, y, z;
+  std::vector<uint8_t> basis;
+  FennickStats stats{};
+  LPRecord rec;
+  int32_t failed = 0;
+  int64_t liveBlocks = 0;
+};
+
+void runEntry(hxhost::Host& host, const TestLP& lp, int level, EntryRun* out) {
+  TestLP copy = lp;
+  std::vector<int32_t> colBegin(copy.n + 8, (int32_t)copy.rowIndex.size()),
+      colLength(copy.n + 8, 0);
+  for (int j = 0; j < copy.n; j++) {
+    colBegin[j] = copy.colBegin[j];
+    colLength[j] = copy.colBegin[j + 1] - copy.colBegin[j];
+  }
+  // Room for the range slacks behind the columns and entries.
+  copy.val.resize(copy.val.size() + 8, 0.0);
+  copy.rowIndex.resize(copy.rowIndex.size() + 8, 0);
+  copy.obj.resize(copy.n + 8, 0.0);
+  copy.lower.resize(copy.n + 8, 0.0);
+  copy.upper.resize(copy.n + 8, 0.0);
+  std::vector<double> act(copy.m, 0.0);
+  out->x.assign(copy.n + 8, 0.0);
+  out->y.assign(copy.m, 0.0);
+  out->z.assign(copy.n + 8, 0.0);
+  out->basis.assign(copy.n + copy.m, 99);
+  LPRecord& rec = out->rec;
+  std::memset(&rec, 0, sizeof rec);
+  rec.objSense = copy.sense;
+  rec.numRow = copy.m;
+  rec.numCol = copy.n;
+  rec.numCoef = copy.colBegin[copy.n];
+  rec.matValue = copy.val.data();
+  rec.rowIndex = copy.rowIndex.data();
+  rec.colBegin = colBegin.data();
+  rec.colLength = colLength.data();
+  rec.obj = copy.obj.data();
+  rec.rhs = copy.rhs.data();
+  rec.range = copy.range.data();
+  rec.lower = copy.lower.data();
+  rec.upper = copy.upper.data();
+  rec.rowSense = copy.rowSense.data();
+  rec.solPrimal = out->x.data();
+  rec.solDual = out->y.data();
+  rec.reducedCost = out->z.data();
+  rec.rowActivity = act.data();
+  rec.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(out->basis.data());
+  rec.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(&out->stats);
+
+  QVPool* pool = host.createPool("fennick test");
+  if (!pool) {
+    out->failed = -1;
+    return;
+  }
+  LPOptions options;
+  hxcli::setLpOptionDefaults(&options);
+  options.presolver = level;
+  options.crossover = 1;
+  options.printLevel = 0;
+  LPContext ctx = hxcli::makeLpContext(pool, nullptr, nullptr);
+  out->failed = iplpmain(&ctx, &rec, &options);
+  out->liveBlocks = host.poolStats(pool).liveBlocks;
+  pool->poolDestroy(pool);
+  // The record's arrays die with the copy.
+  rec.siblingWord[LPRECORD_BASIS_WORD] = rec.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = 0;
+}
+
 TEST(FennickThroughTheLpEntry, BasisOfTheCallersLpAtEveryPresolveLevel) {
   hxhost::Host host;
   host.silence(true);
   qvextent(host.kernel());
-  const TestLP lp = presolvableLP();
-  for (int level = -1; level <= 3; level++) {
-    SCOPED_TRACE(level);
-    TestLP copy = lp;
-    std::vector<int32_t> colBegin(copy.n + 8, (int32_t)copy.rowIndex.size()),
-        colLength(copy.n + 8, 0);
-    for (int j = 0; j < copy.n; j++) {
-      colBegin[j] = copy.colBegin[j];
-      colLength[j] = copy.colBegin[j + 1] - copy.colBegin[j];
+  TestLP lp = presolvableLP();
+  for (int sense : {1, -1}) {
+    lp.sense = sense;
+    for (int level = -1; level <= 3; level++) {
+      SCOPED_TRACE(::testing::Message() << "level " << level << " sense " << sense);
+      EntryRun r;
+      runEntry(host, lp, level, &r);
+      EXPECT_EQ(r.failed, 0);
+      EXPECT_EQ(r.liveBlocks, 0);
+      ASSERT_EQ(r.rec.status, IPM_STATUS_OPTIMAL);
+      expectOptimalBasis(lp, r.x, r.y, r.z, r.basis.data(), 1e-6);
+      EXPECT_EQ(r.rec.dualityGap, 0.0);
+      EXPECT_GT(r.stats.numBasic, 0);
     }
-    // Room for the range slacks behind the columns and entries.
-    copy.val.resize(copy.val.size() + 8, 0.0);
-    copy.rowIndex.resize(copy.rowIndex.size() + 8, 0);
-    copy.obj.resize(copy.n + 8, 0.0);
-    copy.lower.resize(copy.n + 8, 0.0);
-    copy.upper.resize(copy.n + 8, 0.0);
-    std::vector<double> x(copy.n + 8, 0.0), y(copy.m, 0.0), z(copy.n + 8, 0.0), act(copy.m, 0.0);
-    std::vector<uint8_t> basis(copy.n + copy.m, 99);
-    FennickStats stats{};
-    LPRecord rec;
-    std::memset(&rec, 0, sizeof rec);
-    rec.objSense = 1;
-    rec.numRow = copy.m;
-    rec.numCol = copy.n;
-    rec.numCoef = copy.colBegin[copy.n];
-    rec.matValue = copy.val.data();
-    rec.rowIndex = copy.rowIndex.data();
-    rec.colBegin = colBegin.data();
-    rec.colLength = colLength.data();
-    rec.obj = copy.obj.data();
-    rec.rhs = copy.rhs.data();
-    rec.range = copy.range.data();
-    rec.lower = copy.lower.data();
-    rec.upper = copy.upper.data();
-    rec.rowSense = copy.rowSense.data();
-    rec.solPrimal = x.data();
-    rec.solDual = y.data();
-    rec.reducedCost = z.data();
-    rec.rowActivity = act.data();
-    rec.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(basis.data());
-    rec.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(&stats);
-
-    QVPool* pool = host.createPool("fennick test");
-    ASSERT_NE(pool, nullptr);
-    LPOptions options;
-    hxcli::setLpOptionDefaults(&options);
-    options.presolver = level;
-    options.crossover = 1;
-    options.printLevel = 0;
-    LPContext ctx = hxcli::makeLpContext(pool, nullptr, nullptr);
-    EXPECT_EQ(iplpmain(&ctx, &rec, &options), 0);
-    EXPECT_EQ(host.poolStats(pool).liveBlocks, 0);
-    pool->poolDestroy(pool);
-    ASSERT_EQ(rec.status, IPM_STATUS_OPTIMAL);
-    expectOptimalBasis(lp, x, y, z, basis.data(), 1e-6);
-    EXPECT_EQ(rec.dualityGap, 0.0);
   }
+}
+
+// Every allocation that the host serves on the road, the load of fennick
+// and the crossover's scale arrays among them, refused in turn: the call
+// ends cleanly, nothing stays in the pool, and a basis is either whole and
+// optimal or not there at all.
+TEST(FennickThroughTheLpEntry, RefusedAllocationsFailCleanly) {
+  hxhost::Host host;
+  host.silence(true);
+  qvextent(host.kernel());
+  const TestLP lp = presolvableLP();
+  int outOfMemory = 0;
+  for (int64_t k = 0;; k++) {
+    SCOPED_TRACE(k);
+    const int64_t before = host.totalStats().refused;
+    host.failAllocation(k);
+    EntryRun r;
+    runEntry(host, lp, -1, &r);
+    host.clearFailures();
+    const bool refused = host.totalStats().refused != before;
+    if (r.failed < 0) continue;  // the test's own pool was refused
+    EXPECT_EQ(r.liveBlocks, 0);
+    if (r.rec.status == IPM_STATUS_OPTIMAL) {
+      if (std::find(r.basis.begin(), r.basis.end(), BASIS_NONE) == r.basis.end())
+        expectOptimalBasis(lp, r.x, r.y, r.z, r.basis.data(), 1e-6);
+    } else {
+      EXPECT_TRUE(std::all_of(r.basis.begin(), r.basis.end(),
+                              [](uint8_t b) { return b == BASIS_NONE || b == 99; }));
+      outOfMemory += r.rec.status == IPM_STATUS_OUT_OF_MEMORY;
+    }
+    if (!refused) {
+      EXPECT_EQ(r.rec.status, IPM_STATUS_OPTIMAL);
+      break;
+    }
+    ASSERT_LT(k, 100000);
+  }
+  EXPECT_GT(outOfMemory, 0);
 }
 
 }  // namespace
