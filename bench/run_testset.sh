@@ -1,6 +1,7 @@
 #!/bin/sh
 # Runs both shared test sets through halvex, Clp's barrier and HiGHS, and
-# writes bench/results/testset_<set>.{csv,md}.
+# writes bench/results/testset_<set>.{csv,md}; the LP set also against
+# HiGHS's interior point with crossover (highsipm), halvex crossing over.
 #
 #   bench/run_testset.sh [BUILD_DIR] [TIME_LIMIT_SECONDS] [SET ...]
 #
@@ -28,6 +29,8 @@ if [ ! -x "$build/halvex" ]; then
 fi
 mkdir -p "$here/results"
 for set in $sets; do
+  solvers=halvex,clp,highs
+  [ "$set" = netlib ] && solvers=halvex,clp,highs,highsipm
   "$py" "$here/testset.py" --halvex "$build/halvex" --data "$data" --set "$set" \
-    --time-limit "$limit" --out "$here/results/testset_$set"
+    --time-limit "$limit" --solvers "$solvers" --out "$here/results/testset_$set"
 done

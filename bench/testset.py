@@ -8,11 +8,17 @@ of "name,objective" lines.  Each problem is solved by
   clp     Clp's barrier through the `clp` command (`clp FILE -barrier`),
           which also reads the QUADOBJ section of a QPS file;
   highs   HiGHS through scipy.optimize.linprog (LPs only),
+  highsipm  HiGHS's interior point with its crossover, linprog(method='highs-ipm'),
 
 each in a process of its own under a per-problem time limit, and the results
 go to a CSV file and a markdown table: status, relative objective error,
 iterations, time, the time ratio of halvex to each peer, and at the bottom
 the success counts and shifted geometric means of the times (shift 10 s).
+
+halvex crosses LPs over to a vertex by default, as Clp's barrier and
+highs-ipm do; its crossover iterations (push plus simplex) and crossover time
+come from its JSON, and the interior solve is the rest of its time.  With
+--no-crossover halvex stops at the interior point.
 
 Times are each solver's own solve time: halvex's is the wall clock around
 its entry call (from its JSON), Clp's the time it prints for its solve, and
@@ -21,7 +27,7 @@ everywhere.  A run that did not succeed counts with the time limit in the
 means.
 
   testset.py --halvex PATH --data DIR --set NAME --out PREFIX [--time-limit S]
-             [--solvers halvex,clp,highs] [NAME ...]
+             [--solvers halvex,clp,highs,highsipm] [--no-crossover] [NAME ...]
 """
 import argparse
 import csv
@@ -229,7 +235,7 @@ def row_bounds(p, i):
 # ---- one HiGHS solve, run in a process of its own ----------------------------------------
 
 
-def highs_one(path, time_limit):
+def highs_one(path, time_limit, method="highs"):
     p = read_lp(path)
     if p.quadratic:
         return {"status": "not LP"}
@@ -267,7 +273,7 @@ def highs_one(path, time_limit):
               for lo, hi in zip(p.lower, p.upper)]
     t0 = time.perf_counter()
     res = linprog(c, A_ub=A_ub, b_ub=np.array(b_up + b_low) if parts else None, A_eq=A_eq,
-                  b_eq=np.array(b_eq) if eq else None, bounds=bounds, method="highs",
+                  b_eq=np.array(b_eq) if eq else None, bounds=bounds, method=method,
                   options={"time_limit": float(time_limit), "presolve": True})
     seconds = time.perf_counter() - t0
     names = {0: "optimal", 1: "iteration limit", 2: "infeasible", 3: "unbounded", 4: "failure"}
@@ -277,19 +283,23 @@ def highs_one(path, time_limit):
     obj = None
     if res.status == 0 and res.fun is not None:
         obj = p.sense * float(res.fun) + p.constant
-    return {"status": status, "objective": obj, "iterations": int(getattr(res, "nit", 0) or 0),
-            "time": seconds}
+    out = {"status": status, "objective": obj, "iterations": int(getattr(res, "nit", 0) or 0),
+           "time": seconds}
+    if method == "highs-ipm":
+        out["crossover_iterations"] = int(getattr(res, "crossover_nit", 0) or 0)
+    return out
 
 
 # ---- the solvers -------------------------------------------------------------------------
 
 
-def run_halvex(exe, path, time_limit, workdir):
+def run_halvex(exe, path, time_limit, workdir, crossover=True):
     out = os.path.join(workdir, "halvex.json")
     if os.path.exists(out):
         os.remove(out)
     cmd = [exe, "solve", path, "--json", out, "--print-level", "0", "--tol", "1e-8",
-           "--time-limit", str(time_limit), "--timer", "real"]
+           "--time-limit", str(time_limit), "--timer", "real",
+           "--crossover", "on" if crossover else "off"]
     t0 = time.perf_counter()
     try:
         subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -300,9 +310,14 @@ def run_halvex(exe, path, time_limit, workdir):
         return {"status": "no result", "time": time.perf_counter() - t0}
     with open(out) as f:
         j = json.load(f)
-    return {"status": j.get("status"), "objective": j.get("objective"),
-            "iterations": j.get("iterations"), "time": j.get("times", {}).get("solve"),
-            "entry": j.get("entry")}
+    out = {"status": j.get("status"), "objective": j.get("objective"),
+           "iterations": j.get("iterations"), "time": j.get("times", {}).get("solve"),
+           "entry": j.get("entry")}
+    c = j.get("crossover")
+    if c:
+        out["crossover_iterations"] = c.get("pushIterations", 0) + c.get("simplexIterations", 0)
+        out["crossover_time"] = c.get("time")
+    return out
 
 
 CLP_FINAL = re.compile(r"^(Optimal|Primal infeasible|Dual infeasible|Stopped on time|"
@@ -344,8 +359,9 @@ def run_clp(path, time_limit, workdir):
             "iterations": int(m.group(3)), "time": float(m.group(4))}
 
 
-def run_highs(path, time_limit):
-    cmd = [sys.executable, os.path.abspath(__file__), "--highs-one", path, str(time_limit)]
+def run_highs(path, time_limit, method="highs"):
+    cmd = [sys.executable, os.path.abspath(__file__), "--highs-one", path, str(time_limit),
+           method]
     t0 = time.perf_counter()
     try:
         r = subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
@@ -389,6 +405,9 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
     header = ["problem", "reference"]
     for s in solvers:
         header += [s + "_status", s + "_obj_err", s + "_iterations", s + "_time"]
+        if s in CROSSOVER_COLUMNS:
+            header += [s + "_crossover_iterations"] + (
+                [s + "_crossover_time"] if s == "halvex" else [])
     if "halvex" in solvers:
         header += ["ratio_" + p for p in peers]
     with open(out_prefix + ".csv", "w", newline="") as f:
@@ -401,6 +420,10 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
                 row += [r.get("status", ""), fmt(r.get("err"), ".3e"),
                         r.get("iterations", "") if r.get("iterations") is not None else "",
                         fmt(r.get("time"), ".4f")]
+                if s in CROSSOVER_COLUMNS:
+                    row.append(r.get("crossover_iterations", ""))
+                    if s == "halvex":
+                        row.append(fmt(r.get("crossover_time"), ".4f"))
             if "halvex" in solvers:
                 for p in peers:
                     row.append(fmt(ratio(res.get("halvex", {}), res.get(p, {})), ".3f"))
@@ -409,7 +432,11 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
     lines = ["# " + title, "",
              "halvex: the `halvex` command with `--json`, primal, dual and gap tolerances "
              "1e-8. Clp: `clp FILE -sec LIMIT -barrier` (barrier, then Clp's own crossover). "
-             "HiGHS: scipy.optimize.linprog(method='highs'), LPs only. "
+             "HiGHS: scipy.optimize.linprog(method='highs'), LPs only; highsipm: "
+             "linprog(method='highs-ipm'), HiGHS's interior point and its crossover. "
+             "halvex crosses LPs over unless the run says --no-crossover; its 'x it' and "
+             "'x time' are the crossover's iterations (push plus simplex) and seconds, "
+             "inside its total time. "
              "Time limit %g s per problem and solver; one solver after another on the same "
              "2-core machine, shared with other work. Times are each solver's own solve "
              "time in seconds (file reading left out). Success: status optimal (or "
@@ -418,6 +445,8 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
     cols = ["problem"]
     for s in solvers:
         cols += [s + " status", s + " err", s + " it", s + " time"]
+        if s in CROSSOVER_COLUMNS:
+            cols += [s + " x it"] + ([s + " x time"] if s == "halvex" else [])
     if "halvex" in solvers:
         cols += ["ratio " + p for p in peers]
     lines.append("| " + " | ".join(cols) + " |")
@@ -429,6 +458,10 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
             cells += [str(r.get("status", "")), fmt(r.get("err"), ".1e"),
                       str(r.get("iterations", "")) if r.get("iterations") is not None else "",
                       fmt(r.get("time"), ".3f")]
+            if s in CROSSOVER_COLUMNS:
+                cells.append(str(r.get("crossover_iterations", "")))
+                if s == "halvex":
+                    cells.append(fmt(r.get("crossover_time"), ".3f"))
         if "halvex" in solvers:
             for p in peers:
                 cells.append(fmt(ratio(res.get("halvex", {}), res.get(p, {})), ".2f"))
@@ -455,9 +488,23 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
                 lines.append("On the %d problems that both halvex and %s solved: shifted "
                              "geometric means %.3f s and %.3f s, ratio %.2f." %
                              (len(both), p, h, q, h / q if q > 0 else float("nan")))
+    # The crossover against the interior solve that it follows.
+    shares = sorted(r["crossover_time"] / max(r["time"] - r["crossover_time"], 1e-6)
+                    for _, _, res in results for r in [res.get("halvex", {})]
+                    if succeeded(r) and r.get("crossover_time") is not None)
+    if shares:
+        mid = shares[len(shares) // 2] if len(shares) % 2 else \
+            0.5 * (shares[len(shares) // 2 - 1] + shares[len(shares) // 2])
+        lines.append("")
+        lines.append("halvex's crossover time over its interior solve time (the rest of its "
+                     "time), on the %d problems it solved: median %.2f, largest %.2f." %
+                     (len(shares), mid, shares[-1]))
     with open(out_prefix + ".md", "w") as f:
         f.write("\n".join(lines) + "\n")
     return lines
+
+
+CROSSOVER_COLUMNS = ("halvex", "highsipm")
 
 
 def ratio(h, p):
@@ -470,7 +517,8 @@ def ratio(h, p):
 
 def main():
     if len(sys.argv) >= 2 and sys.argv[1] == "--highs-one":
-        print(json.dumps(highs_one(sys.argv[2], float(sys.argv[3]))))
+        method = sys.argv[4] if len(sys.argv) > 4 else "highs"
+        print(json.dumps(highs_one(sys.argv[2], float(sys.argv[3]), method)))
         return 0
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("--halvex", required=True)
@@ -479,6 +527,8 @@ def main():
     ap.add_argument("--out", required=True, help="output prefix: PREFIX.csv and PREFIX.md")
     ap.add_argument("--time-limit", type=float, default=300.0)
     ap.add_argument("--solvers", default="halvex,clp,highs")
+    ap.add_argument("--no-crossover", action="store_true",
+                    help="halvex stops at the interior point")
     ap.add_argument("names", nargs="*")
     a = ap.parse_args()
     solvers = [s for s in a.solvers.split(",") if s]
@@ -497,11 +547,13 @@ def main():
             res = {}
             for s in solvers:
                 if s == "halvex":
-                    r = run_halvex(a.halvex, path, a.time_limit, work)
+                    r = run_halvex(a.halvex, path, a.time_limit, work, not a.no_crossover)
                 elif s == "clp":
                     r = run_clp(path, a.time_limit, work)
                 elif s == "highs":
                     r = run_highs(path, a.time_limit)
+                elif s == "highsipm":
+                    r = run_highs(path, a.time_limit, "highs-ipm")
                 else:
                     continue
                 r["err"] = rel_err(r.get("objective"), ref)

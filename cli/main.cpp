@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -57,7 +58,8 @@ const char* const kHelp =
     "                            a level of the LP presolver from 1 to 3 (on)\n"
     "  --lp-as-qp                solve an LP through the QP entry, as a QP with\n"
     "                            no quadratic part (an LP goes to the LP entry)\n"
-    "  --crossover               not available in this build\n"
+    "  --crossover on|off        take an LP on to an optimal vertex and basis\n"
+    "                            (on); off ends at the interior point\n"
     "  --print-level 0|1|2       0 errors only, 1 status lines and summary,\n"
     "                            2 with the iteration log (2)\n"
     "  --print-freq N            an iteration line every N iterations (1)\n"
@@ -65,6 +67,7 @@ const char* const kHelp =
     "                            iterations, measures and times as JSON\n"
     "  --solution FILE           write primal values, row activities and duals\n"
     "                            by name\n"
+    "  --write-basis FILE        write the LP's basis as an MPS basis file\n"
     "  --library PATH            the halvex shared object to load\n"
     "\n"
     "exit codes: 0 the solver ran (whatever its status), 2 bad usage or an\n"
@@ -152,6 +155,7 @@ void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
   // Level 0 also drops the LP entry's "solver starts" line.
   lo->printLevel = o.printLevel;
   if (o.printLevel < 2) lo->printFreq = 0;
+  lo->crossover = o.crossover ? 1 : 0;
 }
 
 int solve(const hxcli::SolveOptions& o) {
@@ -180,9 +184,18 @@ int solve(const hxcli::SolveOptions& o) {
   // Open the outputs before the solve, so that a bad path costs no solve.
   FILE* json = nullptr;
   FILE* solution = nullptr;
+  FILE* basisFile = nullptr;
+  if (!o.basisFile.empty() && (!lpEntry || !o.crossover)) {
+    std::fprintf(stderr, "halvex: --write-basis needs an LP with crossover on\n");
+    return kExitUsage;
+  }
   if (!o.jsonFile.empty() && !(json = openOutput(o.jsonFile))) return kExitUsage;
   if (!o.solutionFile.empty() && !(solution = openOutput(o.solutionFile))) {
     closeOutputs(json, nullptr);
+    return kExitUsage;
+  }
+  if (!o.basisFile.empty() && !(basisFile = openOutput(o.basisFile))) {
+    closeOutputs(json, solution);
     return kExitUsage;
   }
 
@@ -204,6 +217,7 @@ int solve(const hxcli::SolveOptions& o) {
   if (!hxhost::openHalvexLibrary(lib.c_str(), &entries, &reason)) {
     std::fprintf(stderr, "halvex: %s\n", reason.c_str());
     closeOutputs(json, solution);
+    if (basisFile) std::fclose(basisFile);
     return kExitInternal;
   }
   int exitCode = kExitOk;
@@ -222,6 +236,7 @@ int solve(const hxcli::SolveOptions& o) {
     if (!instance && !lpPool) {
       std::fprintf(stderr, "halvex: the module could not make an instance\n");
       closeOutputs(json, solution);
+      if (basisFile) std::fclose(basisFile);
       hxhost::closeHalvexLibrary(&entries);
       return kExitInternal;
     }
@@ -236,10 +251,35 @@ int solve(const hxcli::SolveOptions& o) {
       record.scripterDataStruct = (void*)&breakRequested;
       LPOptions lpOptions;
       setLpOptions(o, &lpOptions);
+      // The crossover leaves its basis and its counters where these two
+      // sibling words point.
+      std::vector<uint8_t> basis((size_t)record.numCol + record.numRow, BASIS_NONE);
+      FennickStats stats{};
+      if (o.crossover) {
+        record.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(basis.data());
+        record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(&stats);
+      }
       LPContext context = hxcli::makeLpContext(lpPool, host.textLog(), host.messageLog());
       entries.iplpmain(&context, &record, &lpOptions);
+      record.siblingWord[LPRECORD_BASIS_WORD] = 0;
+      record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = 0;
       summary = hxcli::summaryFromLPRecord(record);
       summary.entry = "iplpmain";
+      summary.crossover = o.crossover;
+      summary.crossoverStats = stats;
+      if (o.crossover && std::find(basis.begin(), basis.end(), BASIS_NONE) == basis.end()) {
+        // fennick counts on the presolved LP; the caller's LP has its own.
+        FennickStats& c = summary.crossoverStats;
+        c.numBasic = c.numAtLower = c.numAtUpper = c.numFreeZero = c.numFixed = 0;
+        for (uint8_t b : basis) {
+          if (b == BASIS_BASIC) c.numBasic++;
+          else if (b == BASIS_AT_LOWER) c.numAtLower++;
+          else if (b == BASIS_AT_UPPER) c.numAtUpper++;
+          else if (b == BASIS_FREE_ZERO) c.numFreeZero++;
+          else c.numFixed++;
+        }
+        summary.basis = std::move(basis);
+      }
     } else {
       ScripterOptions& so = instance->scripter;
       setScripterOptions(o, &so);
@@ -271,6 +311,18 @@ int solve(const hxcli::SolveOptions& o) {
     if (solution && !hxcli::writeSolution(solution, problem, model, summary)) {
       std::fprintf(stderr, "halvex: writing %s failed\n", o.solutionFile.c_str());
       exitCode = kExitInternal;
+    }
+    if (basisFile) {
+      if (!summary.hasBasis()) {
+        std::fprintf(stderr, "halvex: no basis to write to %s: the crossover did not finish\n",
+                     o.basisFile.c_str());
+        exitCode = kExitInternal;
+      } else if (!hxcli::writeBasis(basisFile, problem, model, summary)) {
+        std::fprintf(stderr, "halvex: writing %s failed\n", o.basisFile.c_str());
+        exitCode = kExitInternal;
+      }
+      std::fclose(basisFile);
+      basisFile = nullptr;
     }
     if (instance) module.destroyInstance(instance);
     if (lpPool) lpPool->poolDestroy(lpPool);

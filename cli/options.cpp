@@ -55,10 +55,6 @@ bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* 
       value = arg.substr(eq + 1);
       hasValue = true;
     }
-    if (name == "--crossover")
-      return fail(error,
-                  "--crossover is not available: this build has no crossover module, and "
-                  "an LP ends at the interior point");
     if (name == "--lp-as-qp") {
       if (hasValue) return fail(error, "--lp-as-qp takes no value");
       o->lpAsQp = true;
@@ -67,7 +63,7 @@ bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* 
     static const char* const known[] = {
         "--format", "--tol", "--primal-tol", "--dual-tol", "--gap-tol", "--max-iter",
         "--time-limit", "--timer", "--threads", "--presolve", "--print-level",
-        "--print-freq", "--json", "--solution", "--library"};
+        "--print-freq", "--json", "--solution", "--library", "--crossover", "--write-basis"};
     bool isKnown = false;
     for (const char* k : known) isKnown = isKnown || name == k;
     if (!isKnown) return fail(error, "unknown option '" + name + "'");
@@ -133,6 +129,15 @@ bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* 
       o->jsonFile = value;
     } else if (name == "--solution") {
       o->solutionFile = value;
+    } else if (name == "--crossover") {
+      if (value == "on")
+        o->crossover = true;
+      else if (value == "off")
+        o->crossover = false;
+      else
+        return fail(error, "--crossover is on or off, not '" + value + "'");
+    } else if (name == "--write-basis") {
+      o->basisFile = value;
     } else if (name == "--library") {
       o->library = value;
     }

@@ -25,9 +25,12 @@ struct SolveOptions {
   // off and on, and takes every level but 0 as on.
   int presolve = kPresolveUnset;
   bool lpAsQp = false;  // an LP goes through the QP entry
+  // An LP crosses over to a vertex and a basis unless told otherwise; a QP
+  // never does.
+  bool crossover = true;
   int printLevel = 2;
   int printFreq = -1;
-  std::string jsonFile, solutionFile, library;
+  std::string jsonFile, solutionFile, basisFile, library;
 };
 
 // Parses argv[first] to argv[argc - 1].  On a usage error returns false with

@@ -64,13 +64,34 @@ void printSummary(FILE* out, const SolveSummary& s) {
                s.dualInfeas, s.boundInfeas);
   std::fprintf(out, "Gap          duality gap %.2e, complementarity %.2e\n", s.dualityGap,
                s.complementarity);
+  if (s.crossover) {
+    const FennickStats& c = s.crossoverStats;
+    std::fprintf(out, "Crossover    %d push and %d simplex iterations, %.3f s\n", c.pushIterations,
+                 c.simplexIterations, c.seconds);
+    if (s.hasBasis())
+      std::fprintf(out, "Basis        %d basic, %d at lower, %d at upper, %d free, %d fixed\n",
+                   c.numBasic, c.numAtLower, c.numAtUpper, c.numFreeZero, c.numFixed);
+    else
+      std::fprintf(out, "Basis        none: the crossover did not finish\n");
+  }
   std::fprintf(out, "Time         read %.3f s, solver %.3f s, solve %.3f s, total %.3f s\n",
                s.readTime, s.solverTime, s.solveTime, s.totalTime);
-  const ClaimCheck& c = s.claim;
-  if (c.checked)
+  const ClaimCheck& check = s.claim;
+  if (check.checked)
     std::fprintf(out, "Check        %s: primal %.1e, dual %.1e, gap %.1e (recomputed from the file)\n",
-                 c.verified ? "verified" : ("NOT VERIFIED, " + c.failure).c_str(),
-                 c.primalResidual, c.dualResidual, c.relativeGap);
+                 check.verified ? "verified" : ("NOT VERIFIED, " + check.failure).c_str(),
+                 check.primalResidual, check.dualResidual, check.relativeGap);
+}
+
+const char* basisName(uint8_t status) {
+  switch (status) {
+    case BASIS_BASIC: return "BS";
+    case BASIS_AT_LOWER: return "LB";
+    case BASIS_AT_UPPER: return "UB";
+    case BASIS_FREE_ZERO: return "FR";
+    case BASIS_FIXED: return "FX";
+    default: return "--";
+  }
 }
 
 namespace {
@@ -122,14 +143,28 @@ bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s) {
   std::fprintf(out, "  \"boundInfeas\": %s,\n", jsonNumber(s.boundInfeas).c_str());
   std::fprintf(out, "  \"dualityGap\": %s,\n", jsonNumber(s.dualityGap).c_str());
   std::fprintf(out, "  \"complementarity\": %s,\n", jsonNumber(s.complementarity).c_str());
-  const ClaimCheck& c = s.claim;
-  if (c.checked)
+  if (s.crossover) {
+    const FennickStats& c = s.crossoverStats;
+    std::fprintf(out,
+                 "  \"crossover\": {\"pushIterations\": %d, \"simplexIterations\": %d, "
+                 "\"time\": %s, \"basis\": ",
+                 c.pushIterations, c.simplexIterations, jsonNumber(c.seconds, "%.6f").c_str());
+    if (s.hasBasis())
+      std::fprintf(out,
+                   "{\"basic\": %d, \"atLower\": %d, \"atUpper\": %d, \"free\": %d, "
+                   "\"fixed\": %d}},\n",
+                   c.numBasic, c.numAtLower, c.numAtUpper, c.numFreeZero, c.numFixed);
+    else
+      std::fprintf(out, "null},\n");
+  }
+  const ClaimCheck& check = s.claim;
+  if (check.checked)
     std::fprintf(out,
                  "  \"check\": {\"verified\": %s, \"primalResidual\": %s, \"dualResidual\": %s, "
                  "\"relativeGap\": %s, \"failure\": %s},\n",
-                 c.verified ? "true" : "false", jsonNumber(c.primalResidual).c_str(),
-                 jsonNumber(c.dualResidual).c_str(), jsonNumber(c.relativeGap).c_str(),
-                 c.failure.empty() ? "null" : jsonString(c.failure).c_str());
+                 check.verified ? "true" : "false", jsonNumber(check.primalResidual).c_str(),
+                 jsonNumber(check.dualResidual).c_str(), jsonNumber(check.relativeGap).c_str(),
+                 check.failure.empty() ? "null" : jsonString(check.failure).c_str());
   else
     std::fprintf(out, "  \"check\": null,\n");
   std::fprintf(out, "  \"times\": {\"read\": %s, \"solver\": %s, \"solve\": %s, \"total\": %s}\n",
@@ -148,9 +183,14 @@ bool writeSolution(FILE* out, const MpsProblem& p, const QPModel& m, const Solve
   else
     std::fprintf(out, "OBJECTIVE none\n");
 
+  // With a basis, every column and row line ends in its basis status.
+  const int32_t numRecordCol = r.numCol;
   std::fprintf(out, "COLUMNS %d\n", p.numCol());
-  for (int32_t j = 0; j < p.numCol(); ++j)
-    std::fprintf(out, "%s %.15g\n", p.colNames[j].c_str(), r.solPrimal[j]);
+  for (int32_t j = 0; j < p.numCol(); ++j) {
+    std::fprintf(out, "%s %.15g", p.colNames[j].c_str(), r.solPrimal[j]);
+    if (s.hasBasis()) std::fprintf(out, " %s", basisName(s.basis[j]));
+    std::fprintf(out, "\n");
+  }
 
   // Free rows were not in the solve: their activity comes from the point,
   // and they have no dual.
@@ -167,9 +207,40 @@ bool writeSolution(FILE* out, const MpsProblem& p, const QPModel& m, const Solve
     int32_t k = place[i];
     double activity = k >= 0 ? r.rowActivity[k] : freeActivity[i];
     double dual = k >= 0 ? r.solDual[k] : 0.0;
-    std::fprintf(out, "%s %.15g %.15g\n", p.rowNames[i].c_str(), activity, dual);
+    std::fprintf(out, "%s %.15g %.15g", p.rowNames[i].c_str(), activity, dual);
+    // A free row left out of the solve is basic in any basis.
+    if (s.hasBasis())
+      std::fprintf(out, " %s", basisName(k >= 0 ? s.basis[numRecordCol + k] : BASIS_BASIC));
+    std::fprintf(out, "\n");
   }
   std::fprintf(out, "END\n");
+  return std::fflush(out) == 0 && !std::ferror(out);
+}
+
+}  // namespace hxcli
+
+namespace hxcli {
+
+// Basic columns pair with nonbasic rows, as many of one as of the other; a
+// pair says at which end the row's activity sits.  Columns at lower and free
+// columns at zero are what a reader assumes of a column not named.
+bool writeBasis(FILE* out, const MpsProblem& p, const QPModel& m, const SolveSummary& s) {
+  const int32_t numCol = m.record.numCol;
+  std::vector<int32_t> basicCols, nonbasicRows;
+  for (int32_t j = 0; j < p.numCol(); ++j)
+    if (s.basis[j] == BASIS_BASIC) basicCols.push_back(j);
+  for (size_t k = 0; k < m.recordRow.size(); ++k)
+    if (s.basis[numCol + k] != BASIS_BASIC) nonbasicRows.push_back((int32_t)k);
+  if (basicCols.size() != nonbasicRows.size()) return false;
+  std::fprintf(out, "NAME          %s\n", p.name.c_str());
+  for (size_t t = 0; t < basicCols.size(); ++t) {
+    const int32_t k = nonbasicRows[t];
+    std::fprintf(out, " %s %-8s  %s\n", s.basis[numCol + k] == BASIS_AT_UPPER ? "XU" : "XL",
+                 p.colNames[basicCols[t]].c_str(), p.rowNames[m.recordRow[k]].c_str());
+  }
+  for (int32_t j = 0; j < p.numCol(); ++j)
+    if (s.basis[j] == BASIS_AT_UPPER) std::fprintf(out, " UL %s\n", p.colNames[j].c_str());
+  std::fprintf(out, "ENDATA\n");
   return std::fflush(out) == 0 && !std::ferror(out);
 }
 

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "claim.h"
 #include "mps.h"
 #include "qprecord.h"
+#include "records/siblings.h"
 
 namespace hxcli {
 
@@ -25,6 +27,12 @@ struct SolveSummary {
   double solverTime = 0.0;  // as the solver reports it
   double solveTime = 0.0;   // the call, wall clock
   double totalTime = 0.0;
+  // Crossover of an LP: whether it ran, what it did, and the basis it left
+  // (one status per record column, then per record row), empty without one.
+  bool crossover = false;
+  FennickStats crossoverStats{};
+  std::vector<uint8_t> basis;
+  bool hasBasis() const { return !basis.empty(); }
   ClaimCheck claim;  // the command's own check of the status
 };
 
@@ -44,6 +52,13 @@ void printSummary(FILE* out, const SolveSummary& s);
 // Both write to an open stream and return false if the writes failed.
 bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s);
 bool writeSolution(FILE* out, const MpsProblem& p, const QPModel& model, const SolveSummary& s);
+
+// The basis as an MPS basis file (XU, XL, UL records; LL is the default and
+// left out).  Needs s.hasBasis().
+bool writeBasis(FILE* out, const MpsProblem& p, const QPModel& model, const SolveSummary& s);
+
+// "BS", "LB", "UB", "FR", "FX" for the basis statuses, "--" for none.
+const char* basisName(uint8_t status);
 
 }  // namespace hxcli
 

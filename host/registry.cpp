@@ -4,6 +4,7 @@
 #include "host/internal.h"
 #include "siblings/bramlet/bramlet.h"
 #include "siblings/chronis/chronis.h"
+#include "siblings/fennick/fennick.h"
 
 namespace hxhost {
 namespace {
@@ -38,6 +39,7 @@ void HostImpl::installModules() {
   kernel.table.loadModule = kernelLoadModule;
   modules["chronis"] = chronis::createModule;
   modules["bramlet"] = bramlet::createModule;
+  modules["fennick"] = fennick::createModule;
 }
 
 void Host::registerModule(const std::string& name, ModuleFactory factory) {

@@ -84,6 +84,10 @@ struct OrderingControl {
 
 // ---- driver --------------------------------------------------------------------
 
+// LAEnv is laid out by the LA library with the pool as its first field; the
+// ordering code needs nothing else from it.
+inline QVPool* envPool(LAEnv* env) { return *reinterpret_cast<QVPool**>(env); }
+
 // Orders the graph (adjBegin, adjIndex) of n vertices: both directions of
 // every edge, no diagonal, no repeats; anything else is refused with 2.
 // Returns ORDERING_OK, ORDERING_NOMEM or ORDERING_SIZE; a stalled

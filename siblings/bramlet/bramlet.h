@@ -109,12 +109,12 @@ struct ParamBlock {
   int32_t interiorStatus;      // 1008: status of the interior point handed over
   uint8_t pad1012[12];
 };
-static_assert(offsetof(ParamBlock, simplexStart) == BRAMLET_PARAM_CROSSOVER_KIND, "param 844");
-static_assert(offsetof(ParamBlock, simplexIterLimit) == BRAMLET_PARAM_ITERATION_LIMIT, "param 876");
+static_assert(offsetof(ParamBlock, simplexStart) == FENNICK_PARAM_START, "param 844");
+static_assert(offsetof(ParamBlock, simplexIterLimit) == FENNICK_PARAM_ITERATION_LIMIT, "param 876");
 static_assert(offsetof(ParamBlock, presolveReuse) == BRAMLET_PARAM_PRESOLVE_FLAG, "param 956");
-static_assert(offsetof(ParamBlock, simplexPricing) == BRAMLET_PARAM_SIMPLEX_FLAG, "param 960");
-static_assert(offsetof(ParamBlock, simplexMethod) == BRAMLET_PARAM_SIMPLEX_KIND, "param 968");
-static_assert(offsetof(ParamBlock, interiorStatus) == BRAMLET_PARAM_INTERIOR_STATUS, "param 1008");
+static_assert(offsetof(ParamBlock, simplexPricing) == FENNICK_PARAM_PRICING, "param 960");
+static_assert(offsetof(ParamBlock, simplexMethod) == FENNICK_PARAM_METHOD, "param 968");
+static_assert(offsetof(ParamBlock, interiorStatus) == FENNICK_PARAM_INTERIOR_STATUS, "param 1008");
 static_assert(sizeof(ParamBlock) == 1024, "param block size");
 
 struct LimitBlock {
@@ -122,7 +122,7 @@ struct LimitBlock {
   double timeLimit;            // 1760: seconds left for the simplex run
   uint8_t pad1768[8];
 };
-static_assert(offsetof(LimitBlock, timeLimit) == BRAMLET_LIMIT_MAXTIME, "limit 1760");
+static_assert(offsetof(LimitBlock, timeLimit) == FENNICK_LIMIT_MAXTIME, "limit 1760");
 
 struct Context {
   ParamBlock* params;          // slot 0

@@ -12,6 +12,7 @@
 #include <new>
 #include <vector>
 
+#include "records/siblings.h"
 #include "siblings/bramlet/bramlet.h"
 #include "siblings/bramlet/internal.h"
 
@@ -88,6 +89,8 @@ struct PostsolveState {
   std::vector<int32_t> pRowIndex, pColBegin, pColLength;
   std::vector<char> pSense;
   std::vector<uint8_t> pRelax;
+  // The crossover's basis of the presolved LP, when the caller asked for one.
+  std::vector<uint8_t> pBasis;
 
   // Relative slacks; zero at an infinite value, so that comparisons with an
   // absent bound stay plain.
@@ -640,6 +643,74 @@ void measure(const PostsolveState& st, const std::vector<double>& x, const std::
   *dual = d;
 }
 
+
+// Status of a value between two ends, for the basis.
+uint8_t endStatus(const PostsolveState& st, double v, double lo, double hi) {
+  if (lo == hi && std::isfinite(lo)) return BASIS_FIXED;
+  if (std::isfinite(lo) && std::fabs(v - lo) <= st.eps(lo) * 10) return BASIS_AT_LOWER;
+  if (std::isfinite(hi) && std::fabs(v - hi) <= st.eps(hi) * 10) return BASIS_AT_UPPER;
+  if (!std::isfinite(lo) && !std::isfinite(hi) && v == 0.0) return BASIS_FREE_ZERO;
+  return BASIS_BASIC;
+}
+
+// The basis of the caller's LP from the crossover's basis of the presolved
+// one.  Removed rows come back with their logical basic and removed columns
+// at the end where they sit, which keeps the count of basics right.  Where
+// a removed row holds a column at an end that the row made (singleton row,
+// forcing row with a dual) or carries a free column, the two trade places:
+// the column becomes basic and the row goes to the end that it holds.
+void mapBasis(const PostsolveState& st, const std::vector<double>& x,
+              const std::vector<double>& y, const std::vector<double>& act, uint8_t* basis) {
+  const int32_t m = st.m, n = st.n, nc = st.record.numCol;
+  const uint8_t* inner = st.pBasis.data();
+  for (int32_t j = 0; j < n; j++)
+    basis[j] = st.newCol[j] >= 0 ? inner[st.newCol[j]]
+                                 : endStatus(st, x[j], st.origLower[j], st.origUpper[j]);
+  for (int32_t i = 0; i < m; i++)
+    basis[n + i] = st.newRow[i] >= 0 ? inner[nc + st.newRow[i]] : BASIS_BASIC;
+  for (size_t t = st.steps.size(); t-- > 0;) {
+    const Step& s = st.steps[t];
+    const int32_t rowSlot = n + s.row;
+    switch (s.kind) {
+      case kSingletonRow: {
+        const uint8_t b = basis[s.col];
+        if (b == BASIS_BASIC || basis[rowSlot] != BASIS_BASIC) break;
+        if (endStatus(st, x[s.col], st.origLower[s.col], st.origUpper[s.col]) != BASIS_BASIC &&
+            y[s.row] == 0.0)
+          break;
+        basis[s.col] = BASIS_BASIC;
+        basis[rowSlot] = endStatus(st, act[s.row], st.origLo[s.row], st.origHi[s.row]);
+        break;
+      }
+      case kForcingRow: {
+        if (y[s.row] == 0.0 || basis[rowSlot] != BASIS_BASIC) break;
+        int32_t pick = -1;
+        double best = -1.0;
+        for (int32_t e = s.first; e < s.first + s.count; e++) {
+          const int32_t k = st.entCol[e];
+          if (basis[k] == BASIS_BASIC) continue;
+          const double weight = std::fabs(st.entVal[e]);
+          if (weight > best) {
+            best = weight;
+            pick = k;
+          }
+        }
+        if (pick < 0) break;
+        basis[pick] = BASIS_BASIC;
+        basis[rowSlot] = endStatus(st, act[s.row], st.origLo[s.row], st.origHi[s.row]);
+        break;
+      }
+      case kFreeColumn:
+        basis[s.col] = BASIS_BASIC;
+        basis[rowSlot] = endStatus(st, act[s.row], st.origLo[s.row], st.origHi[s.row]);
+        if (basis[rowSlot] == BASIS_BASIC) basis[rowSlot] = BASIS_AT_LOWER;
+        break;
+      case kColValue:
+        break;
+    }
+  }
+}
+
 }  // namespace
 
 Problem* presolve(Instance* instance, Context* context, int32_t /*mode*/, LPRecord* record,
@@ -683,9 +754,17 @@ Problem* presolve(Instance* instance, Context* context, int32_t /*mode*/, LPReco
     st->run();
     if (!st->decided) st->markRelaxed();
   }
-  if (st->decided != IPM_STATUS_PRIMAL_INFEASIBLE && st->decided != IPM_STATUS_DUAL_INFEASIBLE)
+  if (st->decided != IPM_STATUS_PRIMAL_INFEASIBLE && st->decided != IPM_STATUS_DUAL_INFEASIBLE) {
     buildPresolved(st, in);
-  else
+    // The crossover's counters go straight to the caller's block; its basis
+    // lands on the presolved LP and postsolve carries it back.
+    st->record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] =
+        record->siblingWord[LPRECORD_CROSSOVER_STATS_WORD];
+    if (record->siblingWord[LPRECORD_BASIS_WORD]) {
+      st->pBasis.assign((size_t)st->record.numCol + st->record.numRow, BASIS_NONE);
+      st->record.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(st->pBasis.data());
+    }
+  } else
     std::memset(&st->record, 0, sizeof(st->record));
   problem->lp = &st->record;
   // Without presolve there are no flags to give, and the solver's own
@@ -797,6 +876,14 @@ int32_t postsolve(Problem* problem) {
     if (out->rowActivity) out->rowActivity[i] = act[i];
   }
   out->objConstant = objValue;
+  if (uint8_t* basis = reinterpret_cast<uint8_t*>(out->siblingWord[LPRECORD_BASIS_WORD])) {
+    if (!st.decided && !st.pBasis.empty() && st.pBasis.size() ==
+        (size_t)st.record.numCol + st.record.numRow &&
+        std::find(st.pBasis.begin(), st.pBasis.end(), BASIS_NONE) == st.pBasis.end())
+      mapBasis(st, x, y, act, basis);
+    else
+      std::memset(basis, BASIS_NONE, (size_t)n + m);
+  }
   if (st.decided) {
     out->status = st.decided;
     out->iteration = 0;

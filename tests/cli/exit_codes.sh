@@ -75,8 +75,22 @@ expect 0 "LP through the QP entry" -- "$halvex" solve "$examples/small.mps" --lp
 contains "$tmp/out" "Entry        ipqpmain" "QP entry on request"
 expect 2 "presolve level out of range" -- "$halvex" solve "$examples/small.mps" --presolve 4
 contains "$tmp/err" "--presolve is on, off or a level from -1 to 3" "presolve level message"
-expect 2 "crossover refused" -- "$halvex" solve "$examples/small.mps" --crossover
-contains "$tmp/err" "--crossover is not available" "crossover message"
+expect 2 "crossover needs on or off" -- "$halvex" solve "$examples/small.mps" --crossover maybe
+contains "$tmp/err" "--crossover is on or off" "crossover message"
+expect 0 "LP crosses over by default" -- "$halvex" solve "$examples/small.mps" --print-level 1 \
+  --solution "$tmp/lp.sol" --write-basis "$tmp/lp.bas"
+contains "$tmp/out" "Basis        4 basic" "basis counts in the summary"
+contains "$tmp/lp.sol" "NUTS 2 BS" "basis status in the solution file"
+contains "$tmp/lp.bas" " UL BOLTS" "column at upper in the basis file"
+contains "$tmp/lp.bas" "ENDATA" "basis file closed"
+expect 0 "crossover off" -- "$halvex" solve "$examples/small.mps" --print-level 1 --crossover off
+if grep -q "Crossover" "$tmp/out"; then
+  echo "FAIL: crossover off still crossed over"; failed=$((failed + 1))
+else
+  passed=$((passed + 1))
+fi
+expect 2 "basis file without crossover" -- "$halvex" solve "$examples/small.mps" \
+  --crossover off --write-basis "$tmp/no.bas"
 
 expect 0 "QP solve, quiet" -- "$halvex" solve "$examples/small.qps" --print-level 0 --json "$tmp/qp.json"
 if [ -s "$tmp/out" ]; then

@@ -2,13 +2,14 @@
 // LPs among them through the LP entry, and compares the objective with the
 // published optimum.
 //
-//   halvex_testset [--lp-path LEVEL] DATA_DIR SET [NAME ...]
+//   halvex_testset [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]
 //
 // SET is a folder of DATA_DIR (netlib, maros) with an optimal.csv; with
 // names only those problems run.  --lp-path sends the LPs through iplpmain
 // with that presolver level (-1 to 3); problems with a quadratic part still
 // take the QP entry.  Prints a line per problem and closes with "N passed, M
-// failed"; exits non-zero when any failed.
+// failed"; exits non-zero when any failed.  --crossover takes the LPs on
+// to a vertex, which then must be optimal, and reports the crossover's work.
 #include <dirent.h>
 
 #include <algorithm>
@@ -53,7 +54,8 @@ std::string problemName(const std::string& file) {
 // The LP entry at a presolver level, on a pool of its own so that a block
 // the solve forgot shows up.  Returns the host return code, or -1 after a
 // failure that the caller reports as such.
-int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* note) {
+int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossover,
+                FennickStats* stats, std::string* note) {
   QVPool* pool = host.createPool("TESTSET LP");
   if (!pool) {
     *note = "no pool";
@@ -63,6 +65,8 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
   setLpOptionDefaults(&options);
   options.presolver = level;
   options.primalTol = options.dualTol = options.gapTol = 1e-8;
+  options.crossover = crossover ? 1 : 0;
+  lp->record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(stats);
   LPContext ctx = hxcli::makeLpContext(pool, host.textLog(), host.messageLog());
   int32_t failed = iplpmain(&ctx, &lp->record, &options);
   int64_t live = host.poolStats(pool).liveBlocks;
@@ -79,7 +83,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
 
 int main(int argc, char** argv) {
   int lpLevel = 0;
-  bool lpPath = false;
+  bool lpPath = false, crossover = false;
   if (argc >= 3 && std::string(argv[1]) == "--lp-path") {
     char* end = nullptr;
     long v = std::strtol(argv[2], &end, 10);
@@ -91,9 +95,14 @@ int main(int argc, char** argv) {
     lpLevel = (int)v;
     argv += 2;
     argc -= 2;
+    if (argc >= 2 && std::string(argv[1]) == "--crossover") {
+      crossover = true;
+      argv += 1;
+      argc -= 1;
+    }
   }
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s [--lp-path LEVEL] DATA_DIR SET [NAME ...]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]\n", argv[0]);
     return 2;
   }
   const std::string dir = std::string(argv[1]) + "/" + argv[2];
@@ -146,9 +155,10 @@ int main(int argc, char** argv) {
     double obj = NAN;
     int32_t iterations = 0;
     std::string note;
+    FennickStats stats{};
     auto start = std::chrono::steady_clock::now();
     if (lpEntry && !p.isQP()) {
-      code = solveLp(host, &lp, lpLevel, &note);
+      code = solveLp(host, &lp, lpLevel, crossover, &stats, &note);
       obj = lp.record.objConstant;  // the objective value, on return
       iterations = lp.record.iteration;
     } else {
@@ -172,7 +182,13 @@ int main(int argc, char** argv) {
     auto ref = optimal.find(name);
     double err = ref == optimal.end() ? NAN : std::fabs(obj - ref->second) /
                                                  std::max(1.0, std::fabs(ref->second));
-    bool ok = (code == 0 || code == 9) && err <= 1e-6;
+    bool ok = (code == 0 || (code == 9 && !crossover)) && err <= 1e-6;
+    if (crossover && lpEntry && !p.isQP()) {
+      char buf[160];
+      std::snprintf(buf, sizeof buf, "crossover %d push %d simplex %.2f s", stats.pushIterations,
+                    stats.simplexIterations, stats.seconds);
+      note = note.empty() ? buf : note + "  " + buf;
+    }
     std::printf("%s %-12s code %2d  objective %.10e  rel.err %.1e  iterations %4d  %.2f s%s%s\n",
                 ok ? "ok  " : "FAIL", name.c_str(), code, obj, err, iterations, seconds,
                 note.empty() ? "" : "  ", note.c_str());

@@ -119,23 +119,32 @@ TEST(CliOptions, PresolveTakesOnOffAndTheLevels) {
   EXPECT_FALSE(unset.lpAsQp);
 }
 
-TEST(CliOptions, LpAsQpIsAFlagAndCrossoverIsRefused) {
+TEST(CliOptions, LpAsQpIsAFlagAndCrossoverIsOnOrOff) {
   SolveOptions o;
   std::string error;
   ASSERT_TRUE(parseArgs({"--lp-as-qp", "f.mps", "--tol", "1e-8"}, &o, &error)) << error;
   EXPECT_TRUE(o.lpAsQp);
   EXPECT_EQ(o.file, "f.mps");  // the flag took no value away
   EXPECT_DOUBLE_EQ(o.gapTol, 1e-8);
+  EXPECT_TRUE(o.crossover);  // an LP crosses over unless told otherwise
 
   SolveOptions withValue;
   EXPECT_FALSE(parseArgs({"f.mps", "--lp-as-qp=1"}, &withValue, &error));
   EXPECT_NE(error.find("takes no value"), std::string::npos) << error;
 
-  for (const char* arg : {"--crossover", "--crossover=1"}) {
+  SolveOptions off, on;
+  ASSERT_TRUE(parseArgs({"f.mps", "--crossover", "off", "--write-basis", "b.bas"}, &off, &error));
+  EXPECT_FALSE(off.crossover);
+  EXPECT_EQ(off.basisFile, "b.bas");
+  ASSERT_TRUE(parseArgs({"f.mps", "--crossover=on"}, &on, &error));
+  EXPECT_TRUE(on.crossover);
+  for (const char* arg : {"--crossover=1", "--crossover=yes"}) {
     SolveOptions c;
     EXPECT_FALSE(parseArgs({"f.mps", arg}, &c, &error)) << arg;
-    EXPECT_NE(error.find("--crossover is not available"), std::string::npos) << error;
+    EXPECT_NE(error.find("--crossover is on or off"), std::string::npos) << error;
   }
+  SolveOptions bare;
+  EXPECT_FALSE(parseArgs({"f.mps", "--crossover"}, &bare, &error));
 }
 
 TEST(CliOptions, ValuesAndTheirErrors) {

@@ -256,11 +256,11 @@ void fDestroy(void* instance) {
 int32_t fRun(void*, void*, void* context, LPRecord* r) {
   gSib->calls.push_back("run");
   const FakeContext* c = static_cast<FakeContext*>(context);
-  const int positions[5] = {BRAMLET_PARAM_INTERIOR_STATUS, BRAMLET_PARAM_CROSSOVER_KIND,
-                            BRAMLET_PARAM_SIMPLEX_KIND, BRAMLET_PARAM_ITERATION_LIMIT,
-                            BRAMLET_PARAM_SIMPLEX_FLAG};
+  const int positions[5] = {FENNICK_PARAM_INTERIOR_STATUS, FENNICK_PARAM_START,
+                            FENNICK_PARAM_METHOD, FENNICK_PARAM_ITERATION_LIMIT,
+                            FENNICK_PARAM_PRICING};
   for (int k = 0; k < 5; k++) gSib->runParams[k] = readInt(c->parameters, positions[k]);
-  memcpy(&gSib->runTimeLimit, c->limits.data() + BRAMLET_LIMIT_MAXTIME, sizeof(double));
+  memcpy(&gSib->runTimeLimit, c->limits.data() + FENNICK_LIMIT_MAXTIME, sizeof(double));
   gSib->runObjConstant = r->objConstant;
   gSib->runX0 = r->solPrimal[0];
   r->status = IPM_STATUS_OPTIMAL;

@@ -1,0 +1,53 @@
+// The basis factor: a sparse LU of the basis from KLU, refreshed now and
+// then, and between refreshes a product-form file of eta columns, one per
+// basis change.  KLU because bases of LPs are very sparse and often nearly
+// triangular, which is what its block triangular form and left-looking
+// Gilbert-Peierls factorisation are made for; it is a well-kept Debian
+// package and needs no tuning.
+#ifndef HALVEX_SIBLINGS_FENNICK_FACTOR_H
+#define HALVEX_SIBLINGS_FENNICK_FACTOR_H
+
+#include <stdint.h>
+
+#include <vector>
+
+#include <suitesparse/klu.h>
+
+namespace fennick {
+
+class BasisFactor {
+ public:
+  BasisFactor();
+  ~BasisFactor();
+  BasisFactor(const BasisFactor&) = delete;
+  BasisFactor& operator=(const BasisFactor&) = delete;
+
+  // Factors the m x m matrix given column-wise.  Returns 0, 1 when the matrix
+  // is singular (dependentPosition and dependentRow then name pairs of a
+  // basis position and a row whose unit column would make it regular), or -1
+  // when memory ran out.
+  int factor(int32_t m, const std::vector<int32_t>& start, const std::vector<int32_t>& index,
+             const std::vector<double>& value, std::vector<int32_t>* dependentPosition,
+             std::vector<int32_t>* dependentRow);
+
+  void ftran(double* v) const;  // v <- B^-1 v
+  void btran(double* v) const;  // v <- B^-T v
+
+  // After a basis change at position r with the entering column's ftran alpha.
+  void update(int32_t r, const double* alpha);
+  int32_t numUpdates() const { return (int32_t)etaPivotRow_.size(); }
+
+ private:
+  void release();
+
+  int32_t m_ = 0;
+  mutable klu_common common_;
+  klu_symbolic* symbolic_ = nullptr;
+  klu_numeric* numeric_ = nullptr;
+  std::vector<int32_t> etaPivotRow_, etaStart_, etaIndex_;
+  std::vector<double> etaPivot_, etaValue_;
+};
+
+}  // namespace fennick
+
+#endif
