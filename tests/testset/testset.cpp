@@ -2,12 +2,17 @@
 // LPs among them through the LP entry, and compares the objective with the
 // published optimum.
 //
-//   halvex_testset [--lp-path LEVEL] DATA_DIR SET [NAME ...]
+//   halvex_testset [--lp-path LEVEL] [--verify-level N] DATA_DIR SET [NAME ...]
 //
 // SET is a folder of DATA_DIR (netlib, maros) with an optimal.csv; with
 // names only those problems run.  --lp-path sends the LPs through iplpmain
 // with that presolver level (-1 to 3); problems with a quadratic part still
-// take the QP entry.  Prints a line per problem and closes with "N passed, M
+// take the QP entry.  --verify-level hands N to the LP entry's self-checks
+// (the QP entry always runs them at 0); a problem on which any check logs
+// an "Error" line fails, and so does a run in which no check ran.  The one
+// exception is VerifyVector, whose findings on a right side (rounding
+// leftovers below 1e-16) the solve itself takes as notes: they are counted
+// and shown, not failed.  Prints a line per problem and closes with "N passed, M
 // failed"; exits non-zero when any failed.
 #include <dirent.h>
 
@@ -53,7 +58,8 @@ std::string problemName(const std::string& file) {
 // The LP entry at a presolver level, on a pool of its own so that a block
 // the solve forgot shows up.  Returns the host return code, or -1 after a
 // failure that the caller reports as such.
-int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* note) {
+int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, int verifyLevel,
+                std::string* note) {
   QVPool* pool = host.createPool("TESTSET LP");
   if (!pool) {
     *note = "no pool";
@@ -62,6 +68,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
   LPOptions options;
   setLpOptionDefaults(&options);
   options.presolver = level;
+  options.verifyLevel = verifyLevel;
   options.primalTol = options.dualTol = options.gapTol = 1e-8;
   LPContext ctx = hxcli::makeLpContext(pool, host.textLog(), host.messageLog());
   int32_t failed = iplpmain(&ctx, &lp->record, &options);
@@ -78,22 +85,33 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, std::string* 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int lpLevel = 0;
+  int lpLevel = 0, verifyLevel = 0;
   bool lpPath = false;
-  if (argc >= 3 && std::string(argv[1]) == "--lp-path") {
+  while (argc >= 3 && (std::string(argv[1]) == "--lp-path" ||
+                       std::string(argv[1]) == "--verify-level")) {
+    const bool isPath = std::string(argv[1]) == "--lp-path";
     char* end = nullptr;
     long v = std::strtol(argv[2], &end, 10);
-    if (*argv[2] == '\0' || *end != '\0' || v < -1 || v > 3) {
-      std::fprintf(stderr, "--lp-path takes a presolver level from -1 to 3, not '%s'\n", argv[2]);
+    if (*argv[2] == '\0' || *end != '\0' || (isPath && (v < -1 || v > 3)) ||
+        (!isPath && (v < 0 || v > 9))) {
+      std::fprintf(stderr, isPath ? "--lp-path takes a presolver level from -1 to 3, not '%s'\n"
+                                  : "--verify-level takes a level from 0 to 9, not '%s'\n",
+                   argv[2]);
       return 2;
     }
-    lpPath = true;
-    lpLevel = (int)v;
+    if (isPath) {
+      lpPath = true;
+      lpLevel = (int)v;
+    } else {
+      verifyLevel = (int)v;
+    }
     argv += 2;
     argc -= 2;
   }
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s [--lp-path LEVEL] DATA_DIR SET [NAME ...]\n", argv[0]);
+    std::fprintf(stderr,
+                 "usage: %s [--lp-path LEVEL] [--verify-level N] DATA_DIR SET [NAME ...]\n",
+                 argv[0]);
     return 2;
   }
   const std::string dir = std::string(argv[1]) + "/" + argv[2];
@@ -123,7 +141,23 @@ int main(int argc, char** argv) {
   }
 
   hxhost::Host host;
-  host.silence(true);
+  // With checks on, their lines are counted and the first error kept for
+  // the report; everything else stays quiet.
+  long errorLines = 0, checkRuns = 0, vectorNotes = 0;
+  std::string firstError;
+  if (verifyLevel > 0) {
+    host.setSink([&](int, const std::string& line) {
+      if (line.compare(0, 19, "Error VerifyVector:") == 0) {
+        vectorNotes++;
+      } else if (line.compare(0, 5, "Error") == 0) {
+        if (errorLines++ == 0 || firstError.empty()) firstError = line;
+      } else if (line == "running debug code......") {
+        checkRuns++;
+      }
+    });
+  } else {
+    host.silence(true);
+  }
   qvextent(host.kernel());
   int passed = 0, failed = 0;
   for (const std::string& f : files) {
@@ -147,8 +181,10 @@ int main(int argc, char** argv) {
     int32_t iterations = 0;
     std::string note;
     auto start = std::chrono::steady_clock::now();
+    const long errorsBefore = errorLines, runsBefore = checkRuns, notesBefore = vectorNotes;
+    firstError.clear();
     if (lpEntry && !p.isQP()) {
-      code = solveLp(host, &lp, lpLevel, &note);
+      code = solveLp(host, &lp, lpLevel, verifyLevel, &note);
       obj = lp.record.objConstant;  // the objective value, on return
       iterations = lp.record.iteration;
     } else {
@@ -173,6 +209,18 @@ int main(int argc, char** argv) {
     double err = ref == optimal.end() ? NAN : std::fabs(obj - ref->second) /
                                                  std::max(1.0, std::fabs(ref->second));
     bool ok = (code == 0 || code == 9) && err <= 1e-6;
+    if (verifyLevel > 0 && lpEntry && !p.isQP()) {
+      if (errorLines != errorsBefore) {
+        note += std::to_string(errorLines - errorsBefore) + " check errors, first: " + firstError;
+        ok = false;
+      } else if (verifyLevel >= 5 && checkRuns == runsBefore) {
+        note += "no check ran";
+        ok = false;
+      }
+      if (vectorNotes != notesBefore)
+        note += (note.empty() ? "" : "; ") + std::to_string(vectorNotes - notesBefore) +
+                " VerifyVector notes";
+    }
     std::printf("%s %-12s code %2d  objective %.10e  rel.err %.1e  iterations %4d  %.2f s%s%s\n",
                 ok ? "ok  " : "FAIL", name.c_str(), code, obj, err, iterations, seconds,
                 note.empty() ? "" : "  ", note.c_str());
