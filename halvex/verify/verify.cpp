@@ -90,10 +90,10 @@ double complementaritySum(const Ipm* ipm) {
 
 // Newton residuals of a step (dx, dy) with the slack and dual steps in the
 // record's delta arrays:  A dx - ds + rp  and  A'dy - Q dx + dzl - dzu + rd,
-// where rp, rd are the current point's residuals.  Each comes back relative
-// to the largest of its terms, the diagonal products included, floored at
-// 1: a solve is as good as the rounding of the biggest quantity it
-// balances, which is the backward error of the augmented system.
+// where rp, rd are the current point's residuals.  Both come back relative
+// to the largest term of either block, the diagonal products included,
+// floored at 1: that is the backward error of the one augmented system the
+// step came from, and a solve promises no more than that.
 void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* primal,
                      double* dual) {
   const int32_t n = ipm->numCol, m = ipm->numRow, big = n > m ? n : m;
@@ -112,8 +112,8 @@ void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* prima
     dsSq += size * size;
     r[i] += t[i] - ds;
   }
-  scale = fmax(scale, sqrt(dsSq));
-  *primal = norm2(m, r) / scale;
+  const double scaleP = fmax(scale, sqrt(dsSq));
+  const double primalNorm = norm2(m, r);
   clearBuffer(big, r);
   clearBuffer(big, t);
 
@@ -121,7 +121,7 @@ void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* prima
   dualResidual(ipm, g);
   AtranTimesVector(ipm, dy, r);
   subtractQx(ipm, dx, r);
-  scale = fmax(1.0, fmax(norm2(n, g), norm2(n, r)));
+  scale = fmax(scaleP, fmax(norm2(n, g), norm2(n, r)));
   double dzSq = 0.0;
   for (int32_t j = 0; j < n; j++) {
     const uint8_t ty = ipm->varBndType[j];
@@ -139,6 +139,7 @@ void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* prima
     g[j] += r[j] + dz;
   }
   scale = fmax(scale, sqrt(dzSq));
+  *primal = primalNorm / scale;
   *dual = norm2(n, g) / scale;
   clearBuffer(big, r);
   clearBuffer(big, g);
@@ -177,39 +178,50 @@ int32_t zeroFields(Ipm* ipm, const char* name) {
   return status;
 }
 
-// Complementarity rows  s dz + z ds = rhs  for every pair; rhsOf gives the
-// right side of the bound pairs and of the inequality rows.
+// A complementarity row's right side and the size of the terms it was
+// made of, which is what its rounding is relative to.
+struct Rhs {
+  double value, size;
+};
+
+// Complementarity rows  s dz + z ds = rhs  for every pair; the callables
+// give the right side of the bound pairs and of the inequality rows.
 template <class Upper, class Lower, class Row>
 int32_t complementarityRows(Ipm* ipm, const char* name, const double* dy, Upper upperRhs,
                             Lower lowerRhs, Row rowRhs) {
   TextLogFn log = logOf(ipm);
   int32_t status = 0;
-  auto test = [&](const char* which, int32_t k, double lhs, double rhs) {
-    if (!differs(lhs, rhs, kNewtonTol)) return;
-    if (log) log("Error %s: iteration=%d  %s(%d)  lhs=%15.7g  rhs=%15.7g", name, ipm->iteration,
+  auto off = [](double s, double dz, double z, double ds, Rhs rhs) {
+    const double a = s * dz, b = z * ds;
+    const double scale = fmax(fmax(1.0, rhs.size), fmax(fabs(a), fabs(b)));
+    return !(fabs(a + b - rhs.value) <= kNewtonTol * scale);
+  };
+  auto report = [&](const char* who, const char* which, int32_t k, double lhs, double rhs) {
+    if (log) log("Error %s: iteration=%d  %s(%d)  lhs=%15.7g  rhs=%15.7g", who, ipm->iteration,
                  which, k, lhs, rhs);
     status = IPM_STATUS_FAILED;
   };
   for (int32_t j = 0; j < ipm->numCol; j++) {
     const uint8_t t = ipm->varBndType[j];
-    if (hasUpper(t))
-      test("upper_complementarity", j,
-           ipm->upperSlack[j] * ipm->upperDualDelta[j] + ipm->upperDual[j] * ipm->upperSlackDelta[j],
-           upperRhs(j));
-    if (hasLower(t))
-      test("lower_complementarity", j,
-           ipm->lowerSlack[j] * ipm->lowerDualDelta[j] + ipm->lowerDual[j] * ipm->lowerSlackDelta[j],
-           lowerRhs(j));
+    if (hasUpper(t)) {
+      const double s = ipm->upperSlack[j], dz = ipm->upperDualDelta[j];
+      const double z = ipm->upperDual[j], ds = ipm->upperSlackDelta[j];
+      const Rhs rhs = upperRhs(j);
+      if (off(s, dz, z, ds, rhs)) report(name, "upper_complementarity", j, s * dz + z * ds, rhs.value);
+    }
+    if (hasLower(t)) {
+      const double s = ipm->lowerSlack[j], dz = ipm->lowerDualDelta[j];
+      const double z = ipm->lowerDual[j], ds = ipm->lowerSlackDelta[j];
+      const Rhs rhs = lowerRhs(j);
+      if (off(s, dz, z, ds, rhs)) report(name, "lower_complementarity", j, s * dz + z * ds, rhs.value);
+    }
   }
   // Both step checks report an inequality row under the predictor's name.
   for (int32_t i = 0; i < ipm->numRow; i++) {
     if (!isIneqn(ipm, i)) continue;
-    const double lhs = ipm->ineqnSlack[i] * dy[i] + ipm->solDual[i] * ipm->ineqnSlackDelta[i];
-    const double rhs = rowRhs(i);
-    if (!differs(lhs, rhs, kNewtonTol)) continue;
-    if (log) log("Error VerifyKktPredictor: iteration=%d  ineqn(%d)  lhs=%15.7g  rhs=%15.7g",
-                 ipm->iteration, i, lhs, rhs);
-    status = IPM_STATUS_FAILED;
+    const double s = ipm->ineqnSlack[i], y = ipm->solDual[i], ds = ipm->ineqnSlackDelta[i];
+    const Rhs rhs = rowRhs(i);
+    if (off(s, dy[i], y, ds, rhs)) report("VerifyKktPredictor", "ineqn", i, s * dy[i] + y * ds, rhs.value);
   }
   return status;
 }
@@ -418,9 +430,18 @@ int32_t VerifyKktPredictor(Ipm* ipm, int32_t level) {
   // The affine step drives every product to zero.
   int32_t rows = complementarityRows(
       ipm, "VerifyKktPredictor", dy,
-      [&](int32_t j) { return -ipm->upperSlack[j] * ipm->upperDual[j]; },
-      [&](int32_t j) { return -ipm->lowerSlack[j] * ipm->lowerDual[j]; },
-      [&](int32_t i) { return -ipm->ineqnSlack[i] * ipm->solDual[i]; });
+      [&](int32_t j) {
+        const double p = ipm->upperSlack[j] * ipm->upperDual[j];
+        return Rhs{-p, fabs(p)};
+      },
+      [&](int32_t j) {
+        const double p = ipm->lowerSlack[j] * ipm->lowerDual[j];
+        return Rhs{-p, fabs(p)};
+      },
+      [&](int32_t i) {
+        const double p = ipm->ineqnSlack[i] * ipm->solDual[i];
+        return Rhs{-p, fabs(p)};
+      });
   if (rows) status = rows;
   trace(ipm, level, "%7hTRACE: %mPredictor KKT primal residual    = %15.7g", primal);
   trace(ipm, level, "%7hTRACE: %mPredictor KKT dual residual      = %15.7g", dual);
@@ -445,17 +466,17 @@ int32_t VerifyKktOverall(Ipm* ipm, int32_t level) {
       [&](int32_t j) {
         const double s = ipm->upperSlack[j], z = ipm->upperDual[j];
         const double ds = ipm->upperSlackDelta[j] + e[j], dz = -z * (s + ds) / s;
-        return c - s * z - ds * dz;
+        return Rhs{c - s * z - ds * dz, fabs(c) + fabs(s * z) + fabs(ds * dz)};
       },
       [&](int32_t j) {
         const double s = ipm->lowerSlack[j], z = ipm->lowerDual[j];
         const double ds = ipm->lowerSlackDelta[j] - e[j], dz = -z * (s + ds) / s;
-        return c - s * z - ds * dz;
+        return Rhs{c - s * z - ds * dz, fabs(c) + fabs(s * z) + fabs(ds * dz)};
       },
       [&](int32_t i) {
         const double s = ipm->ineqnSlack[i], y = ipm->solDual[i];
         const double p = dy[i] - f[i], ds = -s * (p / y + 1.0);
-        return c - s * y - p * ds;
+        return Rhs{c - s * y - p * ds, fabs(c) + fabs(s * y) + fabs(p * ds)};
       });
   if (rows) status = rows;
   trace(ipm, level, "%7hTRACE: %mOverall KKT primal residual      = %15.7g", primal);
@@ -487,7 +508,7 @@ int32_t VerifyCorrector(Ipm* ipm, int32_t level) {
     r[i] -= (c - a - b) / y;
   }
   scaleP = fmax(scaleP, sqrt(dsSq));
-  const double primal = norm2(m, r) / scaleP;
+  const double primalNorm = norm2(m, r);
   clearBuffer(m, r);
   double* g = ipm->scratchB;
   AtranTimesVector(ipm, f, g);
@@ -511,7 +532,8 @@ int32_t VerifyCorrector(Ipm* ipm, int32_t level) {
     dzSq += size * size;
     g[j] += dz;
   }
-  scaleD = fmax(scaleD, sqrt(dzSq));
+  scaleD = fmax(fmax(scaleD, scaleP), sqrt(dzSq));
+  const double primal = primalNorm / scaleD;
   const double dual = norm2(n, g) / scaleD;
   clearBuffer(n, g);
   TextLogFn log = logOf(ipm);
@@ -785,11 +807,13 @@ int32_t checkSymmetric(HalvexEnv* env, const SymTexts& t, int32_t numDim, int32_
         continue;
       }
       const double v = fabs(value[k]);
-      // Left to the implementer: an explicit zero on the diagonal is the
-      // place an equation row keeps for its regularisation, and is no fault.
-      // The augmented matrix holds its diagonal as zeros until the first
-      // iteration fills it, so only size makes its entries invalid.
-      const bool tiny = !t.kktForm && v < 1e-16 && !(i == j && v == 0.0);
+      // Left to the implementer: the floor of 1e-16 holds off the diagonal
+      // only.  A diagonal is the iteration's z/s or s/y, or the tiny
+      // regularisation that follows them, and may be anything down to an
+      // explicit zero without being wrong.  The augmented matrix holds its
+      // diagonal as zeros until the first iteration fills it, so only size
+      // makes its entries invalid.
+      const bool tiny = !t.kktForm && v < 1e-16 && i != j;
       if (v >= 1e20 || tiny || v != v) fail(t.invalid, i, j, value[k]);
     }
   }

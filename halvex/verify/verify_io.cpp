@@ -486,3 +486,81 @@ int32_t VerifyShiftBound(HalvexEnv* env, int32_t level, ipmModel* m, ipmOption* 
   pre->shiftStatus = savedStatus;
   return status;
 }
+
+namespace {
+
+void dumpColumns(TextLogFn log, int32_t numCol, const int32_t* begin, const int32_t* length,
+                 const int32_t* index, const double* value, const char* beginName,
+                 const char* entryFormat) {
+  for (int32_t j = 0; j < numCol; j++) {
+    const int32_t len = length ? length[j] : begin[j + 1] - begin[j];
+    log(beginName, j, begin[j], j, len);
+    for (int32_t p = begin[j]; p < begin[j] + len; p++) log(entryFormat, p, index[p], p, value[p]);
+  }
+}
+
+}  // namespace
+
+void DumpModel(HalvexEnv* env, int32_t numRow, const char* rowSense, const double* rhs,
+               int32_t numCol, const double* obj, const double* lower, const double* upper,
+               int32_t numCoef, const int32_t* colBegin, const int32_t* colLength,
+               const int32_t* rowIndex, const double* matValue) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (!log) return;
+  log("   ");
+  log("===== input model: numRow = %d =====", numRow);
+  for (int32_t i = 0; i < numRow; i++)
+    log("   sense(%d)=%c   rhs(%d)=%15.7g", i, rowSense[i], i, rhs[i]);
+  log("===== input model: numCol = %d =====", numCol);
+  for (int32_t j = 0; j < numCol; j++)
+    log("   obj(%d)=%15.7g   lower(%d)=%15.7g   upper(%d)=%15.7g", j, obj[j], j, lower[j], j,
+        upper[j]);
+  log("===== input model: numCoef = %d =====", numCoef);
+  dumpColumns(log, numCol, colBegin, colLength, rowIndex, matValue,
+              "   colBegin(%d)=%d   colLength(%d)=%d", "      rowIndex(%d)=%d   matValue(%d)=%15.7g");
+}
+
+void DumpModelQP(HalvexEnv* env, int32_t numCol, const double* quadDiag, int32_t numQuadCoef,
+                 const int32_t* quadColBegin, const int32_t* quadColLength,
+                 const int32_t* quadRowIndex, const double* quadMatValue) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (!log) return;
+  log("   ");
+  log("===== input model: quadratic diagonal =====");
+  for (int32_t j = 0; j < numCol; j++) log("   quadDiag(%d)=%15.7g", j, quadDiag[j]);
+  log("===== input model: numQuadCoef = %d =====", numQuadCoef);
+  dumpColumns(log, numCol, quadColBegin, quadColLength, quadRowIndex, quadMatValue,
+              "   quadColBegin(%d)=%d   quadColLength(%d)=%d",
+              "      quadRowIndex(%d)=%d   quadMatValue(%d)=%15.7g");
+}
+
+void DumpSolution(HalvexEnv* env, int32_t numCol, const double* primal, const double* lowerSlack,
+                  const double* upperSlack, const double* lowerDual, const double* upperDual,
+                  int32_t numRow, const double* dual, const double* ineqnSlack) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (!log) return;
+  log("   ");
+  log("===== primal solution: numCol = %d =====", numCol);
+  for (int32_t j = 0; j < numCol; j++) {
+    log("   primal(%d)=%15.7g   lowerSlack(%d)=%15.7g   upperSlack(%d)=%15.7g", j, primal[j], j,
+        lowerSlack[j], j, upperSlack[j]);
+    log("                               lowerDual (%d)=%15.7g   upperDual (%d)=%15.7g", j,
+        lowerDual[j], j, upperDual[j]);
+  }
+  log("===== dual solution: numRow = %d =====", numRow);
+  for (int32_t i = 0; i < numRow; i++)
+    log("   dual(%d)=%15.7g   ineqnSlack(%d)=%15.7g", i, dual[i], i, ineqnSlack[i]);
+}
+
+void DumpEquation(HalvexEnv* env, int32_t numDim, const double* rhs, int32_t numCoef,
+                  const int32_t* colBegin, const int32_t* colLength, const int32_t* rowIndex,
+                  const double* matValue) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (!log) return;
+  log("   ");
+  log("===== equation rhs: numDim = %d =====", numDim);
+  for (int32_t i = 0; i < numDim; i++) log("   rhs(%d)=%15.7g", i, rhs[i]);
+  log("===== equation matrix : numCoef = %d =====", numCoef);
+  dumpColumns(log, numDim, colBegin, colLength, rowIndex, matValue,
+              "   colBegin(%d)=%d   colLength(%d)=%d", "      rowIndex(%d)=%d   matValue(%d)=%15.7g");
+}

@@ -249,3 +249,54 @@ TEST_F(VerifyOutputs, RowSignsAndSenses) {
 }
 
 }  // namespace
+
+namespace {
+
+// The dumps' shape: headers with the counts, one line per row and column,
+// entries under their column, lengths from the closing begin when none.
+TEST(VerifyDumps, ModelEquationAndSolution) {
+  HalvexEnv env{};
+  env.textLog = verifytest::captureLog;
+  lines().clear();
+  const char sense[] = "EG";
+  const double rhs[] = {1, 2}, obj[] = {3, 4}, lo[] = {0, -1}, up[] = {5, 6};
+  const int32_t begin[] = {0, 1, 3}, index[] = {1, 0, 1};
+  const double value[] = {7, 8, 9};
+  DumpModel(&env, 2, sense, rhs, 2, obj, lo, up, 3, begin, nullptr, index, value);
+  const std::vector<std::string> want = {
+      "   ",
+      "===== input model: numRow = 2 =====",
+      "   sense(0)=E   rhs(0)=              1",
+      "   sense(1)=G   rhs(1)=              2",
+      "===== input model: numCol = 2 =====",
+      "   obj(0)=              3   lower(0)=              0   upper(0)=              5",
+      "   obj(1)=              4   lower(1)=             -1   upper(1)=              6",
+      "===== input model: numCoef = 3 =====",
+      "   colBegin(0)=0   colLength(0)=1",
+      "      rowIndex(0)=1   matValue(0)=              7",
+      "   colBegin(1)=1   colLength(1)=2",
+      "      rowIndex(1)=0   matValue(1)=              8",
+      "      rowIndex(2)=1   matValue(2)=              9"};
+  EXPECT_EQ(lines(), want);
+  lines().clear();
+  const int32_t length[] = {1, 1};
+  DumpEquation(&env, 2, rhs, 2, begin, length, index, value);
+  ASSERT_EQ(lines().size(), 9u);
+  EXPECT_EQ(lines()[1], "===== equation rhs: numDim = 2 =====");
+  EXPECT_EQ(lines()[4], "===== equation matrix : numCoef = 2 =====");
+  EXPECT_EQ(lines()[8], "      rowIndex(1)=0   matValue(1)=              8");
+  lines().clear();
+  DumpSolution(&env, 1, obj, lo, up, rhs, rhs, 1, obj, lo);
+  ASSERT_EQ(lines().size(), 6u);
+  EXPECT_EQ(lines()[3],
+            "                               lowerDual (0)=              1   upperDual (0)=              1");
+  EXPECT_EQ(lines()[5], "   dual(0)=              3   ineqnSlack(0)=              0");
+  lines().clear();
+  const double diag[] = {2, 3};
+  DumpModelQP(&env, 2, diag, 1, begin, length, index, value);
+  ASSERT_EQ(lines().size(), 9u);
+  EXPECT_EQ(lines()[3], "   quadDiag(1)=              3");
+  EXPECT_EQ(lines()[5], "   quadColBegin(0)=0   quadColLength(0)=1");
+}
+
+}  // namespace

@@ -100,6 +100,10 @@ TEST_F(VerifySym, ShapeCountsAndValues) {
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(2,2)=nan"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(1,0)=1e-17"));
   EXPECT_FALSE(logged("matValue(1,1)"));  // the explicit zero on the diagonal is a place
+  m = Sym();
+  m.value[3] = 1e-30;  // a diagonal as small as the iteration makes it
+  lines().clear();
+  EXPECT_EQ(check(m), 0) << firstError();
   EXPECT_EQ(liveBlocks(), 0);
 }
 
