@@ -101,7 +101,8 @@ void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* prima
   double* t = ipm->scratchB;
   primalResidual(ipm, r);
   ATimesVector(ipm, dx, t);
-  double scale = fmax(1.0, fmax(norm2(m, r), norm2(m, t)));
+  // ||A|| ||dx||, not ||A dx||: what the product may lose to cancellation.
+  double scale = fmax(1.0, fmax(norm2(m, r), ipm->normA * norm2(n, dx)));
   double dsSq = 0.0;
   for (int32_t i = 0; i < m; i++) {
     const bool ineqn = isIneqn(ipm, i);
@@ -121,7 +122,7 @@ void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* prima
   dualResidual(ipm, g);
   AtranTimesVector(ipm, dy, r);
   subtractQx(ipm, dx, r);
-  scale = fmax(scaleP, fmax(norm2(n, g), norm2(n, r)));
+  scale = fmax(fmax(scaleP, norm2(n, r)), fmax(norm2(n, g), ipm->normA * norm2(m, dy)));
   double dzSq = 0.0;
   for (int32_t j = 0; j < n; j++) {
     const uint8_t ty = ipm->varBndType[j];
@@ -498,7 +499,7 @@ int32_t VerifyCorrector(Ipm* ipm, int32_t level) {
   const double* dy = ipm->vecRhs + n;
   double* r = ipm->scratchA;
   ATimesVector(ipm, e, r);
-  double scaleP = fmax(1.0, norm2(m, r)), dsSq = 0.0;
+  double scaleP = fmax(1.0, ipm->normA * norm2(n, e)), dsSq = 0.0;
   for (int32_t i = 0; i < m; i++) {
     if (!isIneqn(ipm, i)) continue;
     const double dS = ipm->ineqnSlackDelta[i];
@@ -513,7 +514,7 @@ int32_t VerifyCorrector(Ipm* ipm, int32_t level) {
   double* g = ipm->scratchB;
   AtranTimesVector(ipm, f, g);
   subtractQx(ipm, e, g);
-  double scaleD = fmax(1.0, norm2(n, g)), dzSq = 0.0;
+  double scaleD = fmax(fmax(1.0, norm2(n, g)), ipm->normA * norm2(m, f)), dzSq = 0.0;
   for (int32_t j = 0; j < n; j++) {
     const uint8_t t = ipm->varBndType[j];
     // The terms' sizes, not their sum: near the end they cancel in large
@@ -807,14 +808,15 @@ int32_t checkSymmetric(HalvexEnv* env, const SymTexts& t, int32_t numDim, int32_
         continue;
       }
       const double v = fabs(value[k]);
-      // Left to the implementer: the floor of 1e-16 holds off the diagonal
-      // only.  A diagonal is the iteration's z/s or s/y, or the tiny
-      // regularisation that follows them, and may be anything down to an
-      // explicit zero without being wrong.  The augmented matrix holds its
-      // diagonal as zeros until the first iteration fills it, so only size
-      // makes its entries invalid.
-      const bool tiny = !t.kktForm && v < 1e-16 && i != j;
-      if (v >= 1e20 || tiny || v != v) fail(t.invalid, i, j, value[k]);
+      // Left to the implementer: the limits of 1e-16 and 1e20 hold off the
+      // diagonal only.  A diagonal is the iteration's z/s or s/y, or the
+      // tiny regularisation that follows them, which near the end spans far
+      // beyond both without being wrong; there only a value that is not
+      // finite is.  The augmented matrix holds its diagonal as zeros until
+      // the first iteration fills it, so only size makes its other entries
+      // invalid.
+      const bool bad = i == j ? !(v < HUGE_VAL) : (v >= 1e20 || v != v || (!t.kktForm && v < 1e-16));
+      if (bad) fail(t.invalid, i, j, value[k]);
     }
   }
   if (total != numCoef) fail(t.countActual, numCoef, (int32_t)total);

@@ -91,17 +91,18 @@ TEST_F(VerifySym, ShapeCountsAndValues) {
   EXPECT_EQ(check(m, nullptr, nullptr, 6), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrix: numCoef=6 <> actual=7"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: numCoef=6 <> colBegin(3)=7"));
-  m.value[0] = 1e20;
+  m.value[4] = m.value[5] = 1e20;  // off the diagonal
   m.value[6] = std::numeric_limits<double>::quiet_NaN();
   m.value[1] = m.value[2] = 1e-17;
   lines().clear();
   EXPECT_EQ(check(m), IPM_STATUS_FAILED);
-  EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(0,0)=1e+20"));
+  EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(2,1)=1e+20"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(2,2)=nan"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(1,0)=1e-17"));
   EXPECT_FALSE(logged("matValue(1,1)"));  // the explicit zero on the diagonal is a place
   m = Sym();
-  m.value[3] = 1e-30;  // a diagonal as small as the iteration makes it
+  m.value[3] = 1e-30;  // diagonals as small and as large as the iteration makes them
+  m.value[0] = 1e25;
   lines().clear();
   EXPECT_EQ(check(m), 0) << firstError();
   EXPECT_EQ(liveBlocks(), 0);
