@@ -1070,3 +1070,23 @@ int32_t VerifyBoundEnv(Ipm* ipm, int32_t level) {
   running(ipm);
   return checkDiagIndex(ipm, ipm->varBndDiagIndex, ipm->numCol, 0, "varBndDiagIndex", "BoundEnv");
 }
+
+int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  const double tol = (ipm->normLower + 1.0 + ipm->normUpper) * 1e-10;
+  int32_t status = 0;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t) && ipm->lower[j] > x[j] + tol) {
+      if (log) log("Error VerifyBoundFeasible: lower(%d) = %15.7g > %15.7g", j, ipm->lower[j], x[j]);
+      status = IPM_STATUS_FAILED;
+    }
+    if (hasUpper(t) && ipm->upper[j] < x[j] - tol) {
+      if (log) log("Error VerifyBoundFeasible: upper(%d) = %15.7g < %15.7g", j, ipm->upper[j], x[j]);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  return status;
+}

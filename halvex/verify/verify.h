@@ -47,6 +47,8 @@ int32_t VerifyVector(HalvexEnv* env, int32_t level, int32_t length, const double
 int32_t VerifyPrimalFeasible(Ipm* ipm, int32_t level);
 int32_t VerifyInitDerivPrimal(Ipm* ipm, int32_t level);
 int32_t VerifyDualFeasible(Ipm* ipm, int32_t level);
+// A starting point x inside its bounds, to (normLower + 1 + normUpper) 1e-10.
+int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x);
 int32_t VerifyInitDerivDual(Ipm* ipm, int32_t level);
 int32_t VerifySubmodel(HalvexEnv* env, ipmModel* model, subModel* sub, int32_t level);
 

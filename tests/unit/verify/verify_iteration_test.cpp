@@ -248,6 +248,22 @@ TEST(VerifyStep, StepLengthMustBeTightWhenBlocked) {
 
 // A real run at level 7: every step check runs (its traces show) and none
 // fires, on an LP with every kind of bound and row, and on a QP.
+TEST(VerifyStart, PointInsideItsBounds) {
+  State st;
+  std::vector<double> x{0.0, 5.0 + 1e-10, -1e6};  // on the bounds, within tolerance
+  EXPECT_EQ(VerifyBoundFeasible(&st.ipm, 4, x.data()), 0);
+  EXPECT_EQ(VerifyBoundFeasible(&st.ipm, 5, x.data()), 0) << firstError();
+  x = {-1e-6, 0.5, 0.0};
+  EXPECT_EQ(VerifyBoundFeasible(&st.ipm, 5, x.data()), IPM_STATUS_FAILED);
+  EXPECT_TRUE(logged("Error VerifyBoundFeasible: lower(0) =               0 >          -1e-06"));
+  EXPECT_TRUE(logged("Error VerifyBoundFeasible: lower(1) =               1 >             0.5"));
+  x = {0.0, 6.0, 0.0};
+  lines().clear();
+  EXPECT_EQ(VerifyBoundFeasible(&st.ipm, 5, x.data()), IPM_STATUS_FAILED);
+  EXPECT_TRUE(logged("Error VerifyBoundFeasible: upper(1) =               5 <               6"));
+  EXPECT_EQ(errors(), 1);
+}
+
 using VerifyRun = HostTest;
 
 TEST_F(VerifyRun, RealSolvesPassEveryIterationCheck) {
