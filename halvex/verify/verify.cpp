@@ -914,10 +914,6 @@ int32_t VerifyVector(HalvexEnv* env, int32_t level, int32_t length, const double
   return status;
 }
 
-int32_t VerifyPrimalFeasible(Ipm*, int32_t) { return 0; }
-int32_t VerifyInitDerivPrimal(Ipm*, int32_t) { return 0; }
-int32_t VerifyDualFeasible(Ipm*, int32_t) { return 0; }
-int32_t VerifyInitDerivDual(Ipm*, int32_t) { return 0; }
 int32_t VerifySubmodel(HalvexEnv*, ipmModel*, subModel*, int32_t) { return 0; }
 
 // The augmented matrix as built: [Q A'; A 0] with A negated, both
@@ -1089,4 +1085,91 @@ int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x) {
     }
   }
   return status;
+}
+
+namespace {
+
+// The starting points solve one augmented system each, the solution left in
+// vecRhs.  The right side is rebuilt here from the model, the diagonal read
+// from the matrix as set, and one block of K z - r compared with zero,
+// element by element, against the size of the terms of that element.
+enum class StartSystem { Primal, Dual };
+enum class Block { Rows, Columns };
+
+double startRight(const Ipm* ipm, StartSystem which, int32_t k) {
+  const int32_t n = ipm->numCol;
+  if (k >= n) return which == StartSystem::Primal ? -ipm->rhs[k - n] : 0.0;
+  const uint8_t t = ipm->varBndType[k];
+  const bool qp = ipm->modelType == IPM_MODEL_QP;
+  if (which == StartSystem::Primal) {
+    double r = qp ? ipm->obj[k] : 0.0;
+    if (hasLower(t)) r -= ipm->lower[k];
+    if (hasUpper(t)) r -= ipm->upper[k];
+    return r;
+  }
+  return -ipm->obj[k];  // a QP's -Qx is added by the caller
+}
+
+int32_t startBlock(Ipm* ipm, int32_t level, StartSystem which, Block block, double tol,
+                   bool relative, const char* format) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const int32_t n = ipm->numCol, m = ipm->numRow, big = n > m ? n : m;
+  const bool rows = block == Block::Rows;
+  const int32_t first = rows ? n : 0, count = rows ? m : n;
+  double* kz = ipm->scratchA;
+  double* size = ipm->scratchB;
+  const double* z = ipm->vecRhs;
+  for (int32_t c = 0; c < ipm->numDim; c++)
+    for (int32_t p = ipm->kktBegin[c]; p < ipm->kktBegin[c + 1]; p++) {
+      const int32_t r = ipm->kktIndex[p] - first;
+      if (r < 0 || r >= count) continue;
+      const double term = ipm->kktValue[p] * z[c];
+      kz[r] += term;
+      size[r] += fabs(term);
+    }
+  if (which == StartSystem::Dual && !rows && ipm->modelType == IPM_MODEL_QP && ipm->quadDiag) {
+    // The dual start's right side carries -Qx at the primal start; it moves
+    // to the left here as +Qx.
+    const bool offDiag = ipm->numQuadCoef > 0;
+    symmatrixTimesVector(n, offDiag ? ipm->quadColBegin : nullptr,
+                         offDiag ? ipm->quadColLength : nullptr, ipm->quadRowIndex,
+                         ipm->quadMatValue, ipm->quadDiag, ipm->solPrimal, kz, 1.0);
+  }
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  for (int32_t k = 0; k < count; k++) {
+    const double right = startRight(ipm, which, first + k);
+    const double res = kz[k] - right;
+    const double scale = relative ? fmax(1.0, fmax(fabs(right), size[k])) : 1.0;
+    if (!(fabs(res) <= tol * scale)) {
+      if (log) log(format, k, res);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  clearBuffer(big, kz);
+  clearBuffer(big, size);
+  return status;
+}
+
+}  // namespace
+
+int32_t VerifyPrimalFeasible(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Primal, Block::Rows, kMeasureTol, true,
+                    "Error VerifyPrimalFeasible: primal residual (%d) = %15.7g");
+}
+
+int32_t VerifyInitDerivPrimal(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Primal, Block::Columns, kMeasureTol, true,
+                    "Error VerifyInitDerivPrimal: deriv residual (%d) = %15.7g");
+}
+
+int32_t VerifyDualFeasible(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Dual, Block::Columns, kMeasureTol, true,
+                    "Error VerifyDualFeasible: dual residual (%d) = %15.7g");
+}
+
+int32_t VerifyInitDerivDual(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Dual, Block::Rows, kMeasureTol, false,
+                    "Error VerifyInitDerivDual: deriv residual (%d) = %15.7g");
 }

@@ -264,6 +264,43 @@ TEST(VerifyStart, PointInsideItsBounds) {
   EXPECT_EQ(errors(), 1);
 }
 
+// The primal start's system for State: diagonal -(number of bounds) on the
+// columns, 0 on the equation and 1 on the inequality; right side -(l + u)
+// and -rhs.  Solved densely, the checks pass; a spoiled row part fails both
+// the row block and the columns that the row touches.
+TEST(VerifyStart, PrimalStartSystemIsSolved) {
+  State st;
+  std::vector<int32_t> kb(6), ki(13), colDiag(3), rowDiag(2);
+  std::vector<double> kv(13);
+  createAugmentMatrix(2, 3, st.colBegin.data(), st.colLength.data(), st.rowIndex.data(),
+                      st.matValue.data(), kb.data(), ki.data(), kv.data(), colDiag.data(),
+                      rowDiag.data());
+  const double colD[3] = {-1, -2, 0}, rowD[2] = {0, 1};
+  for (int32_t j = 0; j < 3; j++) kv[colDiag[j]] = colD[j];
+  for (int32_t i = 0; i < 2; i++) kv[rowDiag[i]] = rowD[i];
+  std::vector<int32_t> diagIndex{colDiag[0], colDiag[1], colDiag[2]}, rowIndexDiag{rowDiag[0], rowDiag[1]};
+  st.ipm.kktBegin = kb.data();
+  st.ipm.kktIndex = ki.data();
+  st.ipm.kktValue = kv.data();
+  st.ipm.varBndDiagIndex = diagIndex.data();
+  st.ipm.ineqnDiagIndex = rowIndexDiag.data();
+  std::vector<double> z =
+      ipmtest::denseSolve(ipmtest::denseOf(5, kb.data(), ki.data(), kv.data()), {0, -6, 0, -2, -0.5});
+  st.vecRhs = z;
+  st.ipm.vecRhs = st.vecRhs.data();
+  EXPECT_EQ(VerifyPrimalFeasible(&st.ipm, 5), 0) << firstError();
+  EXPECT_EQ(VerifyInitDerivPrimal(&st.ipm, 5), 0) << firstError();
+  EXPECT_TRUE(st.scratchClear());
+  st.vecRhs[4] += 1e-3;
+  EXPECT_EQ(VerifyPrimalFeasible(&st.ipm, 5), IPM_STATUS_FAILED);
+  EXPECT_TRUE(logged("Error VerifyPrimalFeasible: primal residual (1) ="));
+  EXPECT_EQ(VerifyInitDerivPrimal(&st.ipm, 5), IPM_STATUS_FAILED);
+  EXPECT_TRUE(logged("Error VerifyInitDerivPrimal: deriv residual (0) ="));
+  EXPECT_TRUE(logged("Error VerifyInitDerivPrimal: deriv residual (2) ="));
+  EXPECT_FALSE(logged("deriv residual (1)"));  // column 1 is not in row 1
+  EXPECT_TRUE(st.scratchClear());
+}
+
 using VerifyRun = HostTest;
 
 TEST_F(VerifyRun, RealSolvesPassEveryIterationCheck) {
