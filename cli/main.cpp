@@ -69,6 +69,9 @@ const char* const kHelp =
     "                            by name\n"
     "  --write-basis FILE        write the LP's basis as an MPS basis file\n"
     "  --library PATH            the halvex shared object to load\n"
+    "  --verify-level N          self-checks of the LP entry, 0 (off) to 9: 1\n"
+    "                            structure, 3 results, 5 every iteration,\n"
+    "                            7 traces, 9 listings (a QP runs with 0)\n"
     "\n"
     "exit codes: 0 the solver ran (whatever its status), 2 bad usage or an\n"
     "unreadable file, 1 an internal failure, 3 a claimed optimum that the\n"
@@ -152,6 +155,7 @@ void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
   if (o.threads > 0) lo->numThreads = o.threads;
   if (o.presolve != hxcli::kPresolveUnset) lo->presolver = o.presolve;
   if (o.printFreq >= 0) lo->printFreq = o.printFreq;
+  if (o.verifyLevel >= 0) lo->verifyLevel = o.verifyLevel;
   // Level 0 also drops the LP entry's "solver starts" line.
   lo->printLevel = o.printLevel;
   if (o.printLevel < 2) lo->printFreq = 0;
@@ -199,6 +203,10 @@ int solve(const hxcli::SolveOptions& o) {
     return kExitUsage;
   }
 
+  if (!lpEntry && o.verifyLevel > 0)
+    std::fprintf(stderr,
+                 "halvex: --verify-level applies to the LP entry only; the QP entry runs "
+                 "with the checks off\n");
   if (talk) {
     for (const std::string& w : problem.warnings) std::fprintf(stderr, "halvex: %s\n", w.c_str());
     hxcli::printProblem(stdout, problem, model, o.file);

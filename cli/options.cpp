@@ -63,7 +63,8 @@ bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* 
     static const char* const known[] = {
         "--format", "--tol", "--primal-tol", "--dual-tol", "--gap-tol", "--max-iter",
         "--time-limit", "--timer", "--threads", "--presolve", "--print-level",
-        "--print-freq", "--json", "--solution", "--library", "--crossover", "--write-basis"};
+        "--print-freq", "--json", "--solution", "--library", "--crossover", "--write-basis",
+        "--verify-level"};
     bool isKnown = false;
     for (const char* k : known) isKnown = isKnown || name == k;
     if (!isKnown) return fail(error, "unknown option '" + name + "'");
@@ -125,6 +126,9 @@ bool parseSolveArgs(int argc, const char* const* argv, int first, SolveOptions* 
     } else if (name == "--print-freq") {
       if (!parseInt(name, value, 0, INT32_MAX, &n, error)) return false;
       o->printFreq = (int)n;
+    } else if (name == "--verify-level") {
+      if (!parseInt(name, value, 0, 9, &n, error)) return false;
+      o->verifyLevel = (int)n;
     } else if (name == "--json") {
       o->jsonFile = value;
     } else if (name == "--solution") {

@@ -30,6 +30,9 @@ struct SolveOptions {
   bool crossover = true;
   int printLevel = 2;
   int printFreq = -1;
+  // The LP entry's self-checks, 0 to 9; -1 not given.  A QP always runs
+  // with 0.
+  int verifyLevel = -1;
   std::string jsonFile, solutionFile, basisFile, library;
 };
 

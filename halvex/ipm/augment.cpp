@@ -149,8 +149,9 @@ int32_t ipmInitAugmat(Ipm* ipm, int32_t useQuad) {
     if ((status = VerifyKKTmatrix(ipm, ipm->verifyLevel)) != 0) return status;
     if ((status = VerifyIneqnEnv(ipm, ipm->verifyLevel)) != 0) return status;
     if ((status = VerifyBoundEnv(ipm, ipm->verifyLevel)) != 0) return status;
-    if ((status = VerifySymMatrix(ipm->env, ipm->numDim, ipm->kktBegin, ipm->kktIndex,
-                                  ipm->kktValue, ipm->verifyLevel)) != 0)
+    if ((status = VerifySymMatrix(ipm->env, ipm->verifyLevel, ipm->numDim,
+                                  ipm->kktBegin[ipm->numDim], nullptr, ipm->kktBegin, nullptr,
+                                  ipm->kktIndex, ipm->kktValue)) != 0)
       return status;
     if ((status = VerifyAugValue(ipm, ipm->verifyLevel)) != 0) return status;
   }

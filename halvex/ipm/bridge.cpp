@@ -50,8 +50,8 @@ int32_t ldlSolve(HalvexEnv* env, int32_t verifyLevel, int32_t numDim, int32_t /*
   if (!laEnv || !factor || !memory) return IPM_STATUS_FAILED;
   if (verifyLevel) {
     // Reported by the checks themselves; the solve goes on regardless.
-    VerifySymMatrix(env, numDim, begin, index, value, verifyLevel);
-    VerifyVector(env, numDim, vector, verifyLevel);
+    VerifySymMatrix(env, verifyLevel, numDim, begin[numDim], nullptr, begin, nullptr, index, value);
+    VerifyVector(env, verifyLevel, numDim, vector);
   }
   int32_t status = bridgeSolveNumeric(begin, index, value, vector, laEnv, factor, memory);
   // Refinement that stopped short still leaves its best point in place,
@@ -74,8 +74,8 @@ int32_t solveEquationLDL(HalvexEnv* env, int32_t verifyLevel, int32_t /*mode*/, 
   if (status == 0) status = ldlFactorize(env, numDim, begin, index, value, laEnv, factor, memory);
   if (status == 0) {
     if (verifyLevel) {
-      VerifySymMatrix(env, numDim, begin, index, value, verifyLevel);
-      VerifyVector(env, numDim, vector, verifyLevel);
+      VerifySymMatrix(env, verifyLevel, numDim, begin[numDim], nullptr, begin, nullptr, index, value);
+      VerifyVector(env, verifyLevel, numDim, vector);
     }
     int32_t laStatus = bridgeSolveNumeric(begin, index, value, vector, laEnv, factor, memory);
     if (laStatus == LA_ERR_MEMORY)

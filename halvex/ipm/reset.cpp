@@ -381,7 +381,8 @@ int32_t ipmReset(Ipm* ipm) {
   const int32_t dim = nc + nr;
   if ((status = buildSystem(ipm, &s, nc, nr)) != 0) return finish(pool, &s, status);
   if (level) {
-    if ((status = VerifySymMatrix(ipm->env, dim, s.kktBegin, s.kktIndex, s.kktValue, level)) ||
+    if ((status = VerifySymMatrix(ipm->env, level, dim, s.kktBegin[dim], nullptr, s.kktBegin,
+                                  nullptr, s.kktIndex, s.kktValue)) ||
         (status = VerifyResetSystem(ipm, level, s.colMap, nc, s.rowMap, nr, s.kktBegin,
                                     s.kktIndex, s.kktValue, s.right)))
       return finish(pool, &s, status);

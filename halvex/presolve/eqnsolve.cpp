@@ -381,8 +381,9 @@ int32_t solveToPoint(HalvexEnv* env, ipmModel* model, presolver* pre, const doub
         vector[n + i] = model->rhs[i];
       }
       if (verifyLevel) {
-        VerifySymMatrix(env, 2 * n, bigBegin, bigIndex, bigValue, verifyLevel);
-        VerifyVector(env, 2 * n, vector, verifyLevel);
+        VerifySymMatrix(env, verifyLevel, 2 * n, bigBegin[2 * n], nullptr, bigBegin, nullptr,
+                        bigIndex, bigValue);
+        VerifyVector(env, verifyLevel, 2 * n, vector);
       }
       status = solveEquationLDL(env, verifyLevel, 0, 2 * n, n, numThreads, bigBegin, bigIndex,
                                 bigValue, vector, nullptr);
@@ -492,8 +493,9 @@ int32_t eqnPresolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolve
     // The working copies are spread out and have no closing begin of their
     // own; the packed caller's matrix is the same one at this point.
     if (status == 0)
-      status = VerifySymMatrix(env, model->numCol, model->colBegin, model->rowIndex,
-                               model->matValue, level);
+      status = VerifySymMatrix(env, level, model->numCol, model->numCoef, nullptr,
+                               model->colBegin, model->colLength, model->rowIndex,
+                               model->matValue);
     if (status == 0) status = verifyCopies(env, level, model, pre, false);
   }
 
@@ -522,8 +524,9 @@ int32_t eqnPresolve(HalvexEnv* env, ipmModel* model, ipmOption* option, presolve
   if (status == 0 && pre->preControl == PRECONTROL_REDUCED) {
     reduceEquation(env, model, pre);
     if (level != 0) {
-      status = VerifySymMatrix(env, model->numCol, model->colBegin, model->rowIndex,
-                               model->matValue, level);
+      status = VerifySymMatrix(env, level, model->numCol, model->numCoef, nullptr,
+                               model->colBegin, model->colLength, model->rowIndex,
+                               model->matValue);
       if (status == 0)
         status = VerifyPresolveValue(env, level, model, check, pre);
     }

@@ -1,35 +1,1179 @@
-// The checks' bodies are not written yet: every level answers 0 for now, so
-// that the calls can stand at their places in the production path.  Level 0
-// returns before anything else and will keep doing so.
+// Self-checks of the iteration.  Each recomputes from the model and the point
+// what a stage has just produced and compares, with a relative tolerance
+// whose scale never drops below 1.0, so that values near zero are judged
+// absolutely.  A check reads only, apart from scratchA and scratchB, which it
+// hands back cleared; and it goes through all elements before it answers, so
+// that one run logs everything that is wrong.
 #include "verify/verify.h"
 
-int32_t VerifyPrimalInfeas(Ipm*, int32_t) { return 0; }
-int32_t VerifyBoundInfeas(Ipm*, int32_t) { return 0; }
-int32_t VerifyDualInfeas(Ipm*, int32_t) { return 0; }
-int32_t VerifyDualityGap(Ipm*, int32_t) { return 0; }
-int32_t VerifyComplementarity(Ipm*, int32_t) { return 0; }
-int32_t VerifyPredictorRhs(Ipm*, int32_t) { return 0; }
-int32_t VerifyKktPredictor(Ipm*, int32_t) { return 0; }
-int32_t VerifyKktOverall(Ipm*, int32_t) { return 0; }
-int32_t VerifyCorrector(Ipm*, int32_t) { return 0; }
-int32_t VerifyStepsize(Ipm*, int32_t, int32_t) { return 0; }
-int32_t VerifySolution(Ipm*, int32_t) { return 0; }
-void VerifySummaryReport(Ipm*, int32_t) {}
-void VerifyPredictorReport(Ipm*, int32_t) {}
-void VerifyStatistics(Ipm*, int32_t) {}
+#include <math.h>
 
-int32_t VerifyKKTmatrix(Ipm*, int32_t) { return 0; }
-int32_t VerifyIneqnEnv(Ipm*, int32_t) { return 0; }
-int32_t VerifyBoundEnv(Ipm*, int32_t) { return 0; }
-int32_t VerifyAugValue(Ipm*, int32_t) { return 0; }
-int32_t VerifySymMatrix(HalvexEnv*, int32_t, const int32_t*, const int32_t*, const double*,
-                        int32_t) {
-  return 0;
+#include "frame/qv.h"
+#include "util/sparse.h"
+
+namespace {
+
+const int32_t kStructure = 1;
+const int32_t kIteration = 5;
+const int32_t kTrace = 7;
+const double kMeasureTol = 1e-8;
+const double kNewtonTol = 1e-6;
+const double kSignTol = -1e-8;
+
+inline bool hasLower(uint8_t t) { return (t & (VARBND_LOWER | VARBND_LOWER_ZERO)) != 0; }
+inline bool hasUpper(uint8_t t) { return (t & VARBND_UPPER) != 0; }
+inline bool isIneqn(const Ipm* ipm, int32_t i) { return ipm->rowSense[i] == 'G'; }
+
+TextLogFn logOf(const Ipm* ipm) { return ipm->env ? ipm->env->textLog : nullptr; }
+
+void running(const Ipm* ipm) {
+  if (TextLogFn log = logOf(ipm)) log("running debug code......");
 }
-int32_t VerifyVector(HalvexEnv*, int32_t, const double*, int32_t) { return 0; }
 
-int32_t VerifyPrimalFeasible(Ipm*, int32_t) { return 0; }
-int32_t VerifyInitDerivPrimal(Ipm*, int32_t) { return 0; }
-int32_t VerifyDualFeasible(Ipm*, int32_t) { return 0; }
-int32_t VerifyInitDerivDual(Ipm*, int32_t) { return 0; }
+void trace(const Ipm* ipm, int32_t level, const char* format, double value) {
+  TextLogFn log = logOf(ipm);
+  if (level >= kTrace && log) log(format, value);
+}
+
+// The common test: |actual - stored| against tol * max(|actual|, 1).
+inline bool differs(double stored, double actual, double tol) {
+  const double scale = fabs(actual) > 1.0 ? fabs(actual) : 1.0;
+  return !(fabs(actual - stored) <= scale * tol);
+}
+
+// Adds -Q x to g, for a QP.
+void subtractQx(const Ipm* ipm, const double* x, double* g) {
+  if (ipm->modelType != IPM_MODEL_QP || !ipm->quadDiag) return;
+  const bool offDiag = ipm->numQuadCoef > 0;
+  symmatrixTimesVector(ipm->numCol, offDiag ? ipm->quadColBegin : nullptr,
+                       offDiag ? ipm->quadColLength : nullptr, ipm->quadRowIndex,
+                       ipm->quadMatValue, ipm->quadDiag, x, g, -1.0);
+}
+
+// Dual residual A'y - Qx - c + zl - zu into g (numCol).
+void dualResidual(const Ipm* ipm, double* g) {
+  AtranTimesVector(ipm, ipm->solDual, g);
+  subtractQx(ipm, ipm->solPrimal, g);
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    g[j] -= ipm->obj[j];
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t)) g[j] += ipm->lowerDual[j];
+    if (hasUpper(t)) g[j] -= ipm->upperDual[j];
+  }
+}
+
+// Primal residual Ax - s - b into r (numRow).
+void primalResidual(const Ipm* ipm, double* r) {
+  ATimesVector(ipm, ipm->solPrimal, r);
+  for (int32_t i = 0; i < ipm->numRow; i++) r[i] -= ipm->ineqnSlack[i] + ipm->rhs[i];
+}
+
+double quadForm(const Ipm* ipm) {
+  if (ipm->modelType != IPM_MODEL_QP || !ipm->quadDiag) return 0.0;
+  const bool offDiag = ipm->numQuadCoef > 0;
+  return calcQuadForm(ipm->numCol, offDiag ? ipm->quadColBegin : nullptr,
+                      offDiag ? ipm->quadColLength : nullptr, ipm->quadRowIndex,
+                      ipm->quadMatValue, ipm->quadDiag, ipm->solPrimal);
+}
+
+double complementaritySum(const Ipm* ipm) {
+  double sum = 0.0;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t)) sum += fabs(ipm->lowerSlack[j] * ipm->lowerDual[j]);
+    if (hasUpper(t)) sum += fabs(ipm->upperSlack[j] * ipm->upperDual[j]);
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++)
+    if (isIneqn(ipm, i)) sum += fabs(ipm->ineqnSlack[i] * ipm->solDual[i]);
+  return sum;
+}
+
+// Newton residuals of a step (dx, dy) with the slack and dual steps in the
+// record's delta arrays:  A dx - ds + rp  and  A'dy - Q dx + dzl - dzu + rd,
+// where rp, rd are the current point's residuals.  Both come back relative
+// to the largest term of either block, the diagonal products included,
+// floored at 1: that is the backward error of the one augmented system the
+// step came from, and a solve promises no more than that.
+void newtonResiduals(Ipm* ipm, const double* dx, const double* dy, double* primal,
+                     double* dual) {
+  const int32_t n = ipm->numCol, m = ipm->numRow, big = n > m ? n : m;
+  double* r = ipm->scratchA;
+  double* t = ipm->scratchB;
+  primalResidual(ipm, r);
+  ATimesVector(ipm, dx, t);
+  // ||A|| ||dx||, not ||A dx||: what the product may lose to cancellation.
+  double scale = fmax(1.0, fmax(norm2(m, r), ipm->normA * norm2(n, dx)));
+  double dsSq = 0.0;
+  for (int32_t i = 0; i < m; i++) {
+    const bool ineqn = isIneqn(ipm, i);
+    const double ds = ineqn ? ipm->ineqnSlackDelta[i] : 0.0;
+    // The slack step carries s/y dy, the row's diagonal in the augmented
+    // system, which may be far larger than what is left after it cancels.
+    const double size = fabs(ds) + (ineqn ? ipm->ineqnSlack[i] / ipm->solDual[i] * fabs(dy[i]) : 0.0);
+    dsSq += size * size;
+    r[i] += t[i] - ds;
+  }
+  const double scaleP = fmax(scale, sqrt(dsSq));
+  const double primalNorm = norm2(m, r);
+  clearBuffer(big, r);
+  clearBuffer(big, t);
+
+  double* g = ipm->scratchB;
+  dualResidual(ipm, g);
+  AtranTimesVector(ipm, dy, r);
+  subtractQx(ipm, dx, r);
+  scale = fmax(fmax(scaleP, norm2(n, r)), fmax(norm2(n, g), ipm->normA * norm2(m, dy)));
+  double dzSq = 0.0;
+  for (int32_t j = 0; j < n; j++) {
+    const uint8_t ty = ipm->varBndType[j];
+    double dz = 0.0, size = 0.0;
+    // Likewise the bound duals carry z/s dx, the column's diagonal.
+    if (hasLower(ty)) {
+      dz += ipm->lowerDualDelta[j];
+      size += fabs(ipm->lowerDualDelta[j]) + ipm->lowerDual[j] / ipm->lowerSlack[j] * fabs(dx[j]);
+    }
+    if (hasUpper(ty)) {
+      dz -= ipm->upperDualDelta[j];
+      size += fabs(ipm->upperDualDelta[j]) + ipm->upperDual[j] / ipm->upperSlack[j] * fabs(dx[j]);
+    }
+    dzSq += size * size;
+    g[j] += r[j] + dz;
+  }
+  scale = fmax(scale, sqrt(dzSq));
+  *primal = primalNorm / scale;
+  *dual = norm2(n, g) / scale;
+  clearBuffer(big, r);
+  clearBuffer(big, g);
+}
+
+// Fields that must be zero where the side or the row has nothing to hold.
+int32_t zeroFields(Ipm* ipm, const char* name) {
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  auto zero = [&](const double* v, int32_t k, const char* field, const char* why) {
+    if (v[k] == 0.0) return;
+    if (log) log("Error %s: iteration=%d  %s(%d)=%15.7g should be zero %s", name, ipm->iteration,
+                 field, k, v[k], why);
+    status = IPM_STATUS_FAILED;
+  };
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (!hasUpper(t)) {
+      zero(ipm->upperSlack, j, "upperSlack", "if upper unbounded");
+      zero(ipm->upperSlackDelta, j, "upperSlackDelta", "if upper unbounded");
+      zero(ipm->upperDual, j, "upperDual", "if upper unbounded");
+      zero(ipm->upperDualDelta, j, "upperDualDelta", "if upper unbounded");
+    }
+    if (!hasLower(t)) {
+      zero(ipm->lowerSlack, j, "lowerSlack", "if lower unbounded");
+      zero(ipm->lowerSlackDelta, j, "lowerSlackDelta", "if lower unbounded");
+      zero(ipm->lowerDual, j, "lowerDual", "if lower unbounded");
+      zero(ipm->lowerDualDelta, j, "lowerDualDelta", "if lower unbounded");
+    }
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++) {
+    if (isIneqn(ipm, i)) continue;
+    zero(ipm->ineqnSlack, i, "ineqnSlack", "for equation");
+    zero(ipm->ineqnSlackDelta, i, "ineqnSlackDelta", "for equation");
+  }
+  return status;
+}
+
+// A complementarity row's right side and the size of the terms it was
+// made of, which is what its rounding is relative to.
+struct Rhs {
+  double value, size;
+};
+
+// Complementarity rows  s dz + z ds = rhs  for every pair; the callables
+// give the right side of the bound pairs and of the inequality rows.
+template <class Upper, class Lower, class Row>
+int32_t complementarityRows(Ipm* ipm, const char* name, const double* dy, Upper upperRhs,
+                            Lower lowerRhs, Row rowRhs) {
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  auto off = [](double s, double dz, double z, double ds, Rhs rhs) {
+    const double a = s * dz, b = z * ds;
+    const double scale = fmax(fmax(1.0, rhs.size), fmax(fabs(a), fabs(b)));
+    return !(fabs(a + b - rhs.value) <= kNewtonTol * scale);
+  };
+  auto report = [&](const char* who, const char* which, int32_t k, double lhs, double rhs) {
+    if (log) log("Error %s: iteration=%d  %s(%d)  lhs=%15.7g  rhs=%15.7g", who, ipm->iteration,
+                 which, k, lhs, rhs);
+    status = IPM_STATUS_FAILED;
+  };
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasUpper(t)) {
+      const double s = ipm->upperSlack[j], dz = ipm->upperDualDelta[j];
+      const double z = ipm->upperDual[j], ds = ipm->upperSlackDelta[j];
+      const Rhs rhs = upperRhs(j);
+      if (off(s, dz, z, ds, rhs)) report(name, "upper_complementarity", j, s * dz + z * ds, rhs.value);
+    }
+    if (hasLower(t)) {
+      const double s = ipm->lowerSlack[j], dz = ipm->lowerDualDelta[j];
+      const double z = ipm->lowerDual[j], ds = ipm->lowerSlackDelta[j];
+      const Rhs rhs = lowerRhs(j);
+      if (off(s, dz, z, ds, rhs)) report(name, "lower_complementarity", j, s * dz + z * ds, rhs.value);
+    }
+  }
+  // Both step checks report an inequality row under the predictor's name.
+  for (int32_t i = 0; i < ipm->numRow; i++) {
+    if (!isIneqn(ipm, i)) continue;
+    const double s = ipm->ineqnSlack[i], y = ipm->solDual[i], ds = ipm->ineqnSlackDelta[i];
+    const Rhs rhs = rowRhs(i);
+    if (off(s, dy[i], y, ds, rhs)) report("VerifyKktPredictor", "ineqn", i, s * dy[i] + y * ds, rhs.value);
+  }
+  return status;
+}
+
+}  // namespace
+
+double norm2(int32_t length, const double* vector) {
+  double s = 0.0;
+  for (int32_t k = 0; k < length; k++) s += vector[k] * vector[k];
+  return sqrt(s);
+}
+
+void clearBuffer(int32_t length, double* vector) {
+  for (int32_t k = 0; k < length; k++) vector[k] = 0.0;
+}
+
+void ATimesVector(const Ipm* ipm, const double* x, double* y) {
+  matrixTimesVector(ipm->numRow, ipm->numCol, ipm->colBegin, ipm->colLength, ipm->rowIndex,
+                    ipm->matValue, x, y);
+}
+
+void AtranTimesVector(const Ipm* ipm, const double* x, double* y) {
+  vectorTimesMatrix(ipm->numCol, ipm->colBegin, ipm->colLength, ipm->rowIndex, ipm->matValue, x,
+                    y);
+}
+
+int32_t VerifyPrimalInfeas(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  double* r = ipm->scratchA;
+  primalResidual(ipm, r);
+  const double actual = norm2(ipm->numRow, r) / (ipm->normRhs + 1.0);
+  clearBuffer(ipm->numRow, r);
+  int32_t status = 0;
+  if (differs(ipm->primalInfeas, actual, kMeasureTol)) {
+    if (TextLogFn log = logOf(ipm))
+      log("Error VerifyPrimalInfeas: iteration=%d  primalInfeas=%15.7g  actual=%15.7g",
+          ipm->iteration, ipm->primalInfeas, actual);
+    status = IPM_STATUS_FAILED;
+  }
+  trace(ipm, level, "%7hTRACE: %mPrimal infeasibility = %15.7g", actual);
+  return status;
+}
+
+int32_t VerifyBoundInfeas(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  double sum = 0.0;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    const double x = ipm->solPrimal[j];
+    if (hasLower(t)) {
+      const double e = x - ipm->lowerSlack[j] - ipm->lower[j];
+      sum += e * e;
+    }
+    if (hasUpper(t)) {
+      const double e = x + ipm->upperSlack[j] - ipm->upper[j];
+      sum += e * e;
+    }
+  }
+  const double actual = sqrt(sum) / (ipm->normLower + 1.0 + ipm->normUpper);
+  int32_t status = 0;
+  if (differs(ipm->boundInfeas, actual, kMeasureTol)) {
+    if (TextLogFn log = logOf(ipm))
+      log("Error VerifyBoundInfeas: iteration=%d  boundInfeas=%15.7g  actual=%15.7g",
+          ipm->iteration, ipm->boundInfeas, actual);
+    status = IPM_STATUS_FAILED;
+  }
+  trace(ipm, level, "%7hTRACE: %mBound  infeasibility = %15.7g", actual);
+  return status;
+}
+
+int32_t VerifyDualInfeas(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  double* g = ipm->scratchB;
+  dualResidual(ipm, g);
+  const double actual = norm2(ipm->numCol, g) / (ipm->normObj + 1.0);
+  clearBuffer(ipm->numCol, g);
+  int32_t status = 0;
+  if (differs(ipm->dualInfeas, actual, kMeasureTol)) {
+    if (TextLogFn log = logOf(ipm))
+      log("Error VerifyDualInfeas: iteration=%d  dualInfeas=%15.7g  actual=%15.7g",
+          ipm->iteration, ipm->dualInfeas, actual);
+    status = IPM_STATUS_FAILED;
+  }
+  trace(ipm, level, "%7hTRACE: %mDual   infeasibility = %15.7g", actual);
+  return status;
+}
+
+int32_t VerifyDualityGap(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const double quad = quadForm(ipm);
+  double primal = quad, dual = -quad;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    primal += ipm->obj[j] * ipm->solPrimal[j];
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t)) dual += ipm->lower[j] * ipm->lowerDual[j];
+    if (hasUpper(t)) dual -= ipm->upper[j] * ipm->upperDual[j];
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++) dual += ipm->rhs[i] * ipm->solDual[i];
+  const double gap = fabs(primal - dual) / (fabs(primal) + 1.0);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  auto test = [&](const char* field, double stored, double actual) {
+    if (!differs(stored, actual, kMeasureTol)) return;
+    if (log) log("Error VerifyDualityGap: iteration=%d  %s=%15.7g  actual=%15.7g", ipm->iteration,
+                 field, stored, actual);
+    status = IPM_STATUS_FAILED;
+  };
+  test("objValuePrimal", ipm->objValuePrimal, primal);
+  test("objValueDual", ipm->objValueDual, dual);
+  test("dualityGap", ipm->dualityGap, gap);
+  trace(ipm, level, "%7hTRACE: %mDuality gap          = %15.7g", gap);
+  return status;
+}
+
+int32_t VerifyComplementarity(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const double actual = complementaritySum(ipm);
+  const double mu = ipm->numComplement > 0 ? actual / ipm->numComplement : 0.0;
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  if (differs(ipm->complementarity, actual, kMeasureTol)) {
+    if (log) log("Error VerifyComplementarity: iteration=%d  complementarity=%15.7g  actual=%15.7g",
+                 ipm->iteration, ipm->complementarity, actual);
+    status = IPM_STATUS_FAILED;
+  }
+  if (differs(ipm->mu, mu, kMeasureTol)) {
+    if (log) log("Error VerifyComplementarity: iteration=%d  mu=%15.7g  actual=%15.7g",
+                 ipm->iteration, ipm->mu, mu);
+    status = IPM_STATUS_FAILED;
+  }
+  trace(ipm, level, "%7hTRACE: %mComplementarity      = %15.7g", actual);
+  return status;
+}
+
+// The predictor's right side: Ax - b for the rows, and for the columns the
+// dual residual with each bound dual replaced by what the bound equation
+// and its complementarity row leave of it.
+int32_t VerifyPredictorRhs(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const int32_t n = ipm->numCol, m = ipm->numRow;
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  double* r = ipm->scratchA;
+  ATimesVector(ipm, ipm->solPrimal, r);
+  for (int32_t i = 0; i < m; i++) {
+    const double actual = r[i] - ipm->rhs[i];
+    if (differs(ipm->vecRhs[n + i], actual, kMeasureTol)) {
+      if (log) log("Error VerifyPredictorRhs: iteration=%d  rhsPrimal(%d)=%15.7g  actual=%15.7g",
+                   ipm->iteration, i, ipm->vecRhs[n + i], actual);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  clearBuffer(m, r);
+  double* g = ipm->scratchB;
+  AtranTimesVector(ipm, ipm->solDual, g);
+  subtractQx(ipm, ipm->solPrimal, g);
+  for (int32_t j = 0; j < n; j++) {
+    double actual = g[j] - ipm->obj[j];
+    const uint8_t t = ipm->varBndType[j];
+    const double x = ipm->solPrimal[j];
+    if (hasUpper(t))
+      actual -= (1.0 - (ipm->upper[j] - x) / ipm->upperSlack[j]) * ipm->upperDual[j];
+    if (hasLower(t))
+      actual += (1.0 - (x - ipm->lower[j]) / ipm->lowerSlack[j]) * ipm->lowerDual[j];
+    if (differs(ipm->vecRhs[j], actual, kMeasureTol)) {
+      if (log) log("Error VerifyPredictorRhs: iteration=%d  rhsDual(%d)=%15.7g  actual=%15.7g",
+                   ipm->iteration, j, ipm->vecRhs[j], actual);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  clearBuffer(n, g);
+  return status;
+}
+
+int32_t VerifyKktCommon(Ipm* ipm, int32_t level, double* primal, double* dual) {
+  *primal = *dual = 0.0;
+  if (level < kIteration) return 0;
+  newtonResiduals(ipm, ipm->vecRhs, ipm->vecRhs + ipm->numCol, primal, dual);
+  TextLogFn log = logOf(ipm);
+  int32_t status = zeroFields(ipm, "VerifyKktCommon");
+  if (!(*primal <= kNewtonTol)) {
+    if (log) log("Error VerifyKktCommon: iteration=%d  primal residual = %15.7g", ipm->iteration,
+                 *primal);
+    status = IPM_STATUS_FAILED;
+  }
+  if (!(*dual <= kNewtonTol)) {
+    if (log) log("Error VerifyKktCommon: iteration=%d  dual residual = %15.7g", ipm->iteration,
+                 *dual);
+    status = IPM_STATUS_FAILED;
+  }
+  return status;
+}
+
+int32_t VerifyKktPredictor(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  double primal, dual;
+  int32_t status = VerifyKktCommon(ipm, level, &primal, &dual);
+  const double* dy = ipm->vecRhs + ipm->numCol;
+  // The affine step drives every product to zero.
+  int32_t rows = complementarityRows(
+      ipm, "VerifyKktPredictor", dy,
+      [&](int32_t j) {
+        const double p = ipm->upperSlack[j] * ipm->upperDual[j];
+        return Rhs{-p, fabs(p)};
+      },
+      [&](int32_t j) {
+        const double p = ipm->lowerSlack[j] * ipm->lowerDual[j];
+        return Rhs{-p, fabs(p)};
+      },
+      [&](int32_t i) {
+        const double p = ipm->ineqnSlack[i] * ipm->solDual[i];
+        return Rhs{-p, fabs(p)};
+      });
+  if (rows) status = rows;
+  trace(ipm, level, "%7hTRACE: %mPredictor KKT primal residual    = %15.7g", primal);
+  trace(ipm, level, "%7hTRACE: %mPredictor KKT dual residual      = %15.7g", dual);
+  return status;
+}
+
+// The combined step's products aim at sigma mu less the affine products.
+// The affine deltas are gone by now; they come back from the corrector part,
+// still in correctorPrimal, and the predictor's complementarity rows.
+int32_t VerifyKktOverall(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  double primal, dual;
+  int32_t status = VerifyKktCommon(ipm, level, &primal, &dual);
+  const int32_t n = ipm->numCol;
+  const double c = ipm->sigma * ipm->mu;
+  const double* dy = ipm->vecRhs + n;
+  const double* e = ipm->correctorPrimal;
+  const double* f = ipm->correctorPrimal + n;
+  int32_t rows = complementarityRows(
+      ipm, "VerifyKktOverall", dy,
+      [&](int32_t j) {
+        const double s = ipm->upperSlack[j], z = ipm->upperDual[j];
+        const double ds = ipm->upperSlackDelta[j] + e[j], dz = -z * (s + ds) / s;
+        return Rhs{c - s * z - ds * dz, fabs(c) + fabs(s * z) + fabs(ds * dz)};
+      },
+      [&](int32_t j) {
+        const double s = ipm->lowerSlack[j], z = ipm->lowerDual[j];
+        const double ds = ipm->lowerSlackDelta[j] - e[j], dz = -z * (s + ds) / s;
+        return Rhs{c - s * z - ds * dz, fabs(c) + fabs(s * z) + fabs(ds * dz)};
+      },
+      [&](int32_t i) {
+        const double s = ipm->ineqnSlack[i], y = ipm->solDual[i];
+        const double p = dy[i] - f[i], ds = -s * (p / y + 1.0);
+        return Rhs{c - s * y - p * ds, fabs(c) + fabs(s * y) + fabs(p * ds)};
+      });
+  if (rows) status = rows;
+  trace(ipm, level, "%7hTRACE: %mOverall KKT primal residual      = %15.7g", primal);
+  trace(ipm, level, "%7hTRACE: %mOverall KKT dual residual        = %15.7g", dual);
+  return status;
+}
+
+// The corrector (e, f) solves the Newton system with no residual on the
+// point; its slack and dual parts are those that computeStepCombined will
+// add, recomputed here from the predictor's deltas.  Residuals are relative
+// to the largest term, as for the predictor.
+int32_t VerifyCorrector(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const int32_t n = ipm->numCol, m = ipm->numRow;
+  const double c = ipm->sigma * ipm->mu;
+  const double* e = ipm->correctorPrimal;
+  const double* f = ipm->correctorPrimal + n;
+  const double* dy = ipm->vecRhs + n;
+  double* r = ipm->scratchA;
+  ATimesVector(ipm, e, r);
+  double scaleP = fmax(1.0, ipm->normA * norm2(n, e)), dsSq = 0.0;
+  for (int32_t i = 0; i < m; i++) {
+    if (!isIneqn(ipm, i)) continue;
+    const double dS = ipm->ineqnSlackDelta[i];
+    const double a = dy[i] * dS, b = ipm->ineqnSlack[i] * f[i], y = ipm->solDual[i];
+    const double size = (fabs(c) + fabs(a) + fabs(b)) / y;
+    dsSq += size * size;
+    r[i] -= (c - a - b) / y;
+  }
+  scaleP = fmax(scaleP, sqrt(dsSq));
+  const double primalNorm = norm2(m, r);
+  clearBuffer(m, r);
+  double* g = ipm->scratchB;
+  AtranTimesVector(ipm, f, g);
+  subtractQx(ipm, e, g);
+  double scaleD = fmax(fmax(1.0, norm2(n, g)), ipm->normA * norm2(m, f)), dzSq = 0.0;
+  for (int32_t j = 0; j < n; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    // The terms' sizes, not their sum: near the end they cancel in large
+    // quotients by small slacks, and the solve is only as exact as they are.
+    double dz = 0.0, size = 0.0;
+    if (hasLower(t)) {
+      const double a = ipm->lowerSlackDelta[j] * ipm->lowerDualDelta[j], b = ipm->lowerDual[j] * e[j];
+      dz += (c - a - b) / ipm->lowerSlack[j];
+      size += (fabs(c) + fabs(a) + fabs(b)) / ipm->lowerSlack[j];
+    }
+    if (hasUpper(t)) {
+      const double a = ipm->upperSlackDelta[j] * ipm->upperDualDelta[j], b = ipm->upperDual[j] * e[j];
+      dz -= (c - a + b) / ipm->upperSlack[j];
+      size += (fabs(c) + fabs(a) + fabs(b)) / ipm->upperSlack[j];
+    }
+    dzSq += size * size;
+    g[j] += dz;
+  }
+  scaleD = fmax(fmax(scaleD, scaleP), sqrt(dzSq));
+  const double primal = primalNorm / scaleD;
+  const double dual = norm2(n, g) / scaleD;
+  clearBuffer(n, g);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  if (!(primal <= kNewtonTol)) {
+    if (log) log("Error VerifyCorrector: iteration=%d  primal residual = %15.7g", ipm->iteration,
+                 primal);
+    status = IPM_STATUS_FAILED;
+  }
+  if (!(dual <= kNewtonTol)) {
+    if (log) log("Error VerifyCorrector: iteration=%d  dual residual = %15.7g", ipm->iteration,
+                 dual);
+    status = IPM_STATUS_FAILED;
+  }
+  trace(ipm, level, "%7hTRACE: %mCorrector step primal residual   = %15.7g", primal);
+  trace(ipm, level, "%7hTRACE: %mCorrector step dual residual     = %15.7g", dual);
+  return status;
+}
+
+int32_t VerifyStepsize(Ipm* ipm, int32_t /*unused, always 0*/, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  const int32_t n = ipm->numCol, m = ipm->numRow;
+  const double ap = ipm->alphaPrimal, ad = ipm->alphaDual;
+  const double* dy = ipm->vecRhs + n;
+  auto stays = [&](const char* field, int32_t k, double v) {
+    if (v >= kSignTol) return;
+    if (log) log("Error VerifyStepsize: iteration=%d  %s(%d)=%15.7g should be positive",
+                 ipm->iteration, field, k, v);
+    status = IPM_STATUS_FAILED;
+  };
+  for (int32_t j = 0; j < n; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasUpper(t)) {
+      stays("upperSlack", j, ipm->upperSlack[j] + ap * ipm->upperSlackDelta[j]);
+      stays("upperDual", j, ipm->upperDual[j] + ad * ipm->upperDualDelta[j]);
+    }
+    if (hasLower(t)) {
+      stays("lowerSlack", j, ipm->lowerSlack[j] + ap * ipm->lowerSlackDelta[j]);
+      stays("lowerDual", j, ipm->lowerDual[j] + ad * ipm->lowerDualDelta[j]);
+    }
+  }
+  for (int32_t i = 0; i < m; i++) {
+    if (!isIneqn(ipm, i)) continue;
+    stays("ineqnSlack", i, ipm->ineqnSlack[i] + ap * ipm->ineqnSlackDelta[i]);
+    stays("solDual", i, ipm->solDual[i] + ad * dy[i]);
+  }
+
+  // A step shorter than 1 must have run into something.  A QP takes one
+  // length for both sides, the shorter, so there it is enough that one of
+  // the two blocking quantities has reached zero.
+  struct Side {
+    bool unblockedShort = false, notTight = false, blocked = false;
+    double row = 100.0, lower = 100.0, upper = 100.0;
+  };
+  auto judge = [&](bool primalSide) {
+    Side sd;
+    const int32_t block = primalSide ? ipm->blockPrimal : ipm->blockDual;
+    const double alpha = primalSide ? ap : ad;
+    if (block == -1) {
+      sd.unblockedShort = alpha != 1.0;
+      return sd;
+    }
+    if (block < 0) return sd;
+    sd.blocked = true;
+    if (!(alpha < 0.99999999)) return sd;
+    if (block < m && isIneqn(ipm, block))
+      sd.row = primalSide ? ipm->ineqnSlack[block] + alpha * ipm->ineqnSlackDelta[block]
+                          : ipm->solDual[block] + alpha * dy[block];
+    if (block < n) {
+      const uint8_t t = ipm->varBndType[block];
+      if (hasLower(t))
+        sd.lower = primalSide ? ipm->lowerSlack[block] + alpha * ipm->lowerSlackDelta[block]
+                              : ipm->lowerDual[block] + alpha * ipm->lowerDualDelta[block];
+      if (hasUpper(t))
+        sd.upper = primalSide ? ipm->upperSlack[block] + alpha * ipm->upperSlackDelta[block]
+                              : ipm->upperDual[block] + alpha * ipm->upperDualDelta[block];
+    }
+    sd.notTight = fabs(sd.row) > 1e-8 && fabs(sd.lower) > 1e-8 && fabs(sd.upper) > 1e-8;
+    return sd;
+  };
+  Side primal = judge(true), dual = judge(false);
+  if (ipm->modelType == IPM_MODEL_QP) {
+    const bool anyTight = (primal.blocked && !primal.notTight) || (dual.blocked && !dual.notTight);
+    if (primal.blocked || dual.blocked) primal.unblockedShort = dual.unblockedShort = false;
+    if (anyTight) primal.notTight = dual.notTight = false;
+  }
+  if (primal.unblockedShort) {
+    if (log) log("Error VerifyStepsize: iteration=%d  primal move not blocked, but alphaPrimal=%15.7g",
+                 ipm->iteration, ap);
+    status = IPM_STATUS_FAILED;
+  }
+  if (dual.unblockedShort) {
+    if (log) log("Error VerifyStepsize: iteration=%d  dual move not blocked, but alphaDual=%15.7g",
+                 ipm->iteration, ad);
+    status = IPM_STATUS_FAILED;
+  }
+  auto notTight = [&](const Side& sd, int32_t block, const char* format) {
+    if (!sd.notTight) return;
+    if (log) {
+      log(format, ipm->iteration, block);
+      log("                                ineqn=%15.7g   lower=%15.7g   upper=%15.7g", sd.row,
+          sd.lower, sd.upper);
+    }
+    status = IPM_STATUS_FAILED;
+  };
+  notTight(primal, ipm->blockPrimal,
+           "Error VerifyStepsize: iteration=%d  index=%d  primal step size is not tight");
+  notTight(dual, ipm->blockDual,
+           "Error VerifyStepsize: iteration=%d  index=%d  dual step size is not tight");
+  trace(ipm, level, "%7hTRACE: %malpha primal   = %15.7g", ap);
+  trace(ipm, level, "%7hTRACE: %malpha dual     = %15.7g", ad);
+  return status;
+}
+
+int32_t VerifySolution(Ipm* ipm, int32_t level) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  auto positive = [&](const char* what, int32_t k, double v) {
+    if (v >= kSignTol) return;
+    if (log) log("Error VerifySolution: iteration=%d  %s(%d)=%15.7g should be positive",
+                 ipm->iteration, what, k, v);
+    status = IPM_STATUS_FAILED;
+  };
+  auto zero = [&](const char* what, int32_t k, double v) {
+    if (v == 0.0) return;
+    if (log) log("Error VerifySolution: iteration=%d  %s(%d)=%15.7g should be zero",
+                 ipm->iteration, what, k, v);
+    status = IPM_STATUS_FAILED;
+  };
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t)) {
+      positive("lower bounded slack", j, ipm->lowerSlack[j]);
+      positive("lower bounded dual", j, ipm->lowerDual[j]);
+    } else {
+      zero("lower unbounded slack", j, ipm->lowerSlack[j]);
+      zero("lower unbounded slack delta", j, ipm->lowerSlackDelta[j]);
+      zero("lower unbounded dual", j, ipm->lowerDual[j]);
+      zero("lower unbounded dual delta", j, ipm->lowerDualDelta[j]);
+    }
+    if (hasUpper(t)) {
+      positive("upper bounded slack", j, ipm->upperSlack[j]);
+      positive("upper bounded dual", j, ipm->upperDual[j]);
+    } else {
+      zero("upper unbounded slack", j, ipm->upperSlack[j]);
+      zero("upper unbounded slack delta", j, ipm->upperSlackDelta[j]);
+      zero("upper unbounded dual", j, ipm->upperDual[j]);
+      zero("upper unbounded dual delta", j, ipm->upperDualDelta[j]);
+    }
+  }
+  for (int32_t i = 0; i < ipm->numRow; i++) {
+    if (isIneqn(ipm, i)) {
+      positive("ineqn slack", i, ipm->ineqnSlack[i]);
+      positive("ineqn dual", i, ipm->solDual[i]);
+    } else {
+      zero("eqn slack", i, ipm->ineqnSlack[i]);
+      zero("eqn slack delta", i, ipm->ineqnSlackDelta[i]);
+    }
+  }
+  return status;
+}
+
+void VerifySummaryReport(Ipm* ipm, int32_t level) {
+  if (level < kTrace) return;
+  trace(ipm, level, "%7hTRACE: %mmu               = %15.7g", ipm->mu);
+  trace(ipm, level, "%7hTRACE: %mobj primal       = %15.7g", ipm->objValuePrimal);
+  trace(ipm, level, "%7hTRACE: %mobj dual         = %15.7g", ipm->objValueDual);
+  trace(ipm, level, "%7hTRACE: %mdivisor          = %15.7g", ipm->divisor);
+}
+
+void VerifyPredictorReport(Ipm* ipm, int32_t level) {
+  if (level < kTrace) return;
+  trace(ipm, level, "%7hTRACE: %mmuAffine         = %15.7g", ipm->muAffine);
+  trace(ipm, level, "%7hTRACE: %msigma            = %15.7g", ipm->sigma);
+}
+
+void VerifyStatistics(Ipm* ipm, int32_t level) {
+  if (level < kStructure) return;
+  TextLogFn log = logOf(ipm);
+  if (!log) return;
+  log("%7hTRACE: %m         numRow = %d", ipm->numRow);
+  log("%7hTRACE: %m         numCol = %d", ipm->numCol);
+  log("%7hTRACE: %m        numCoef = %d", ipm->numCoef);
+  log("%7hTRACE: %m       numIneqn = %d", ipm->numIneqn);
+  log("%7hTRACE: %m numVarLowerBnd = %d", ipm->numVarLowerBnd);
+  log("%7hTRACE: %m numVarUpperBnd = %d", ipm->numVarUpperBnd);
+  log("%7hTRACE: %m          normA = %15.7g", ipm->normA);
+  log("%7hTRACE: %m        normObj = %15.7g", ipm->normObj);
+  log("%7hTRACE: %m        normRhs = %15.7g", ipm->normRhs);
+  log("%7hTRACE: %m      normLower = %15.7g", ipm->normLower);
+  log("%7hTRACE: %m      normUpper = %15.7g", ipm->normUpper);
+  log("%7hTRACE: %m   freeVarLimit = %15.7g", ipm->freeVarLimit);
+  log("%7hTRACE: %m ");
+}
+
+// Not written yet: the partial matrix against the model's by a random
+// product.  It passes at every level for now.
+int32_t VerifyAugValue(Ipm*, int32_t) { return 0; }
+
+namespace {
+
+// The texts of one symmetric-matrix check; the augmented matrix and the
+// equation solver's matrices are held to the same rules under their names.
+struct SymTexts {
+  const char* colLength;
+  const char* rowRange;
+  const char* duplicate;
+  const char* missing;  // may be null
+  const char* notSymAt;
+  const char* invalid;
+  const char* countActual;
+  const char* countBegin;  // numCoef, numDim, begin[numDim]; or (count, begin) for the KKT form
+  const char* notSymValue;
+  bool kktForm;
+};
+
+const SymTexts kSymTexts = {
+    "Error VerifySymMatrix: colLength(%d)=%d should between (0, %d)",
+    "Error VerifySymMatrix: in column %d, rowIndex(%d)=%d should between (0, %d)",
+    "Error VerifySymMatrix: in column %d, rowIndex(%d)=rowIndex(%d)=%d",
+    "Error VerifySymMatrix: in column %d, rowIndex(%d)=%d doesn't exist",
+    "Error VerifySymMatrix: not symmetric at element col=%d row=%d",
+    "Error VerifySymMatrix: invalid matrix component matValue(%d,%d)=%g",
+    "Error VerifySymMatrix: numCoef=%d <> actual=%d",
+    "Error VerifySymMatrix: numCoef=%d <> colBegin(%d)=%d",
+    "Error VerifySymMatrix: not symmetric matValue(%d,%d)=%g  matValue(%d,%d)=%g",
+    false};
+
+const SymTexts kKktTexts = {
+    "Error KKT matrix: colLength(%d)=%d should between (0, %d)",
+    "Error KKT matrix: in column %d, rowIndex(%d)=%d should between (0, %d)",
+    "Error KKT matrix: in column %d, rowIndex(%d)=rowIndex(%d)=%d",
+    nullptr,
+    "Error KKT matrix: not symmetric at element col=%d row=%d",
+    "Error KKT matrix: invalid matrix component KKT(%d,%d)=%g",
+    "Error KKT matrix: input number of nonzero coefficients = %d, actually value = %d",
+    "Error KKT matrix: number of nonzero coefficients = %d, colBegin(numDim) = %d",
+    "Error KKT matrix: not symmetric KKT(%d,%d)=%g  KKT(%d,%d)=%g",
+    true};
+
+int32_t checkSymmetric(HalvexEnv* env, const SymTexts& t, int32_t numDim, int32_t numCoef,
+                       const int32_t* skip, const int32_t* begin, const int32_t* length,
+                       const int32_t* index, const double* value) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  int32_t status = 0;
+  auto fail = [&](const char* format, auto... values) {
+    if (log) log(format, values...);
+    status = IPM_STATUS_FAILED;
+  };
+  auto endOf = [&](int32_t j) { return length ? begin[j] + length[j] : begin[j + 1]; };
+  auto live = [&](int32_t j) { return !skip || skip[j] >= 0; };
+  // The shape first: the mirror search below trusts it.
+  int64_t total = 0;
+  bool shapeOk = true;
+  for (int32_t j = 0; j < numDim; j++) {
+    if (!live(j)) continue;
+    const int32_t len = endOf(j) - begin[j];
+    if (len < 0 || len > numDim) {
+      fail(t.colLength, j, len, numDim);
+      shapeOk = false;
+      continue;
+    }
+    total += len;
+    for (int32_t k = begin[j]; k < begin[j] + len; k++) {
+      const int32_t i = index[k];
+      if (i < 0 || i >= numDim) {
+        fail(t.rowRange, j, k, i, numDim);
+        shapeOk = false;
+        continue;
+      }
+      const double v = fabs(value[k]);
+      // Left to the implementer: the limits of 1e-16 and 1e20 hold off the
+      // diagonal only.  A diagonal is the iteration's z/s or s/y, or the
+      // tiny regularisation that follows them, which near the end spans far
+      // beyond both without being wrong; there only a value that is not
+      // finite is.  The augmented matrix holds its diagonal as zeros until
+      // the first iteration fills it, so only size makes its other entries
+      // invalid.
+      const bool bad = i == j ? !(v < HUGE_VAL) : (v >= 1e20 || v != v || (!t.kktForm && v < 1e-16));
+      if (bad) fail(t.invalid, i, j, value[k]);
+    }
+  }
+  if (total != numCoef) fail(t.countActual, numCoef, (int32_t)total);
+  if (!length && !skip && begin[numDim] != numCoef) {
+    if (t.kktForm)
+      fail(t.countBegin, numCoef, begin[numDim]);
+    else
+      fail(t.countBegin, numCoef, numDim, begin[numDim]);
+  }
+  if (!shapeOk || numDim <= 0) return status;
+
+  // Mirrors through a transposed copy and a marker of the column at hand,
+  // linear in the entries: dense columns must not make the check quadratic.
+  QVPool* pool = env->pool;
+  int32_t* tBegin = poolNew<int32_t>(pool, (int64_t)numDim + 1, true);
+  int32_t* mark = poolNew<int32_t>(pool, numDim, false);
+  int32_t* tIndex = poolNew<int32_t>(pool, total > 0 ? total : 1, false);
+  double* tValue = poolNew<double>(pool, total > 0 ? total : 1, false);
+  if (!tBegin || !mark || !tIndex || !tValue) {
+    status = IPM_STATUS_OUT_OF_MEMORY;
+  } else {
+    for (int32_t j = 0; j < numDim; j++)
+      if (live(j))
+        for (int32_t k = begin[j]; k < endOf(j); k++) tBegin[index[k] + 1]++;
+    for (int32_t i = 0; i < numDim; i++) tBegin[i + 1] += tBegin[i];
+    for (int32_t j = 0; j < numDim; j++) {
+      mark[j] = -1;
+      if (!live(j)) continue;
+      for (int32_t k = begin[j]; k < endOf(j); k++) {
+        const int32_t p = tBegin[index[k]]++;
+        tIndex[p] = j;
+        tValue[p] = value[k];
+      }
+    }
+    for (int32_t i = numDim; i > 0; i--) tBegin[i] = tBegin[i - 1];
+    tBegin[0] = 0;
+    for (int32_t j = 0; j < numDim; j++) {
+      if (!live(j)) continue;
+      for (int32_t k = begin[j]; k < endOf(j); k++) {
+        const int32_t i = index[k];
+        if (mark[i] >= 0)
+          fail(t.duplicate, j, mark[i], k, i);
+        else
+          mark[i] = k;
+      }
+      // Row j of the matrix, entry by entry: column c holds (j, c).
+      for (int32_t p = tBegin[j]; p < tBegin[j + 1]; p++) {
+        const int32_t c = tIndex[p];
+        if (c == j) continue;
+        if (mark[c] < 0) {
+          if (t.missing) fail(t.missing, j, p, c);
+          fail(t.notSymAt, c, j);
+          continue;
+        }
+        if (c < j) continue;  // the pair was compared from column c
+        const double a = value[mark[c]], b = tValue[p];
+        const double scale = fabs(a) > fabs(b) ? fabs(a) : fabs(b);
+        // The augmented matrix is built by two routes and may differ in the
+        // last bits; the equation solver's copies are mirrored exactly.
+        const double tol = t.kktForm ? (scale * 1e-8 > 1e-10 ? scale * 1e-8 : (scale > 1e-15 ? 1e-10 : 1e-15))
+                                     : 1e-15 * scale;
+        if (!(fabs(a - b) <= tol)) fail(t.notSymValue, c, j, a, j, c, b);
+      }
+      for (int32_t k = begin[j]; k < endOf(j); k++) mark[index[k]] = -1;
+    }
+  }
+  if (tBegin) poolFree(pool, tBegin);
+  if (mark) poolFree(pool, mark);
+  if (tIndex) poolFree(pool, tIndex);
+  if (tValue) poolFree(pool, tValue);
+  return status;
+}
+
+}  // namespace
+
+int32_t VerifySymMatrix(HalvexEnv* env, int32_t level, int32_t numDim, int32_t numCoef,
+                        const int32_t* skip, const int32_t* begin, const int32_t* length,
+                        const int32_t* index, const double* value) {
+  if (level < kStructure) return 0;
+  if (env && env->textLog) env->textLog("running debug code......");
+  return checkSymmetric(env, kSymTexts, numDim, numCoef, skip, begin, length, index, value);
+}
+
+int32_t VerifyVector(HalvexEnv* env, int32_t level, int32_t length, const double* vector) {
+  if (level < kStructure) return 0;
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (log) log("running debug code......");
+  int32_t status = 0;
+  for (int32_t k = 0; k < length; k++) {
+    const double v = fabs(vector[k]);
+    if (v < 1e20 && (v == 0.0 || v >= 1e-16)) continue;  // NaN fails both
+    if (log) log("Error VerifyVector: invalid vector element vector(%d)=%g", k, vector[k]);
+    status = IPM_STATUS_FAILED;
+  }
+  return status;
+}
+
+// Not written yet: the sub-model's books.  It passes at every level for now.
 int32_t VerifySubmodel(HalvexEnv*, ipmModel*, subModel*, int32_t) { return 0; }
+
+// The augmented matrix as built: [Q A'; A 0] with A negated, both
+// triangles, the diagonal in place.  Q's off-diagonal part is there only
+// when the builder was asked for it; the count tells which.
+int32_t VerifyKKTmatrix(Ipm* ipm, int32_t level) {
+  if (level < kStructure) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  auto fail = [&](const char* format, auto... values) {
+    if (log) log(format, values...);
+    status = IPM_STATUS_FAILED;
+  };
+  const int32_t n = ipm->numCol, m = ipm->numRow, dim = ipm->numDim;
+  if (dim != n + m) {
+    fail("Error KKT matrix: numDim=%d <> ( numRow=%d + numCol=%d = %d)", dim, m, n, n + m);
+    return status;
+  }
+  const int64_t full = (int64_t)dim + 2 * ((int64_t)ipm->numCoef + ipm->numQuadCoef);
+  const int64_t noQuad = (int64_t)dim + 2 * (int64_t)ipm->numCoef;
+  if (ipm->numIpmCoef != full) fail("Error KKT matrix: numIpmCoef=%d should be %d", ipm->numIpmCoef, (int32_t)full);
+  const int32_t count = ipm->kktBegin[dim];
+  if (count != full && count != noQuad) {
+    fail(kKktTexts.countBegin, ipm->numIpmCoef, count);
+    return status;
+  }
+  const bool quadIn = count != noQuad;
+  int32_t st = checkSymmetric(ipm->env, kKktTexts, dim, count, nullptr, ipm->kktBegin, nullptr,
+                              ipm->kktIndex, ipm->kktValue);
+  if (st == IPM_STATUS_OUT_OF_MEMORY) return st;
+  if (st) status = st;
+
+  int32_t* rowMark = ipm->scratchInt;
+  for (int32_t i = 0; i < m; i++) rowMark[i] = -1;
+  for (int32_t j = 0; j < n; j++) {
+    const int32_t aEnd = ipm->colBegin[j] + ipm->colLength[j];
+    for (int32_t k = ipm->colBegin[j]; k < aEnd; k++) rowMark[ipm->rowIndex[k]] = k;
+    for (int32_t p = ipm->kktBegin[j]; p < ipm->kktBegin[j + 1]; p++) {
+      const int32_t r = ipm->kktIndex[p];
+      const double v = ipm->kktValue[p];
+      if (r == j || r < 0 || r >= dim) continue;
+      if (r >= n) {
+        const int32_t i = r - n, k = rowMark[i];
+        if (k < 0)
+          fail("Error KKT matrix: wrong row index mat(%d,%d) should refer to A(%d,%d) + numCol=%d ",
+               r, j, i, j, n);
+        else if (v != -ipm->matValue[k])
+          fail("Error KKT matrix: wrong matValue(%d,%d)=%g should refer to A(%d,%d)=%g", r, j, v, i,
+               j, ipm->matValue[k]);
+        continue;
+      }
+      // Q keeps its strict lower triangle: (r, j) lives in column min(r, j).
+      const int32_t lo = r < j ? r : j, hi = r < j ? j : r;
+      int32_t found = -1;
+      if (quadIn && ipm->quadColBegin && ipm->quadColLength) {
+        const int32_t qEnd = ipm->quadColBegin[lo] + ipm->quadColLength[lo];
+        for (int32_t k = ipm->quadColBegin[lo]; k < qEnd; k++)
+          if (ipm->quadRowIndex[k] == hi) found = k;
+      }
+      if (found < 0)
+        fail("Error KKT matrix: wrong row index mat(%d,%d) should refer to Q(%d,%d)", r, j, hi, lo);
+      else if (v != ipm->quadMatValue[found])
+        fail("Error KKT matrix: wrong matValue(%d,%d)=%g should refer to Q(%d,%d)=%g", r, j, v, hi,
+             lo, ipm->quadMatValue[found]);
+    }
+    for (int32_t k = ipm->colBegin[j]; k < aEnd; k++) rowMark[ipm->rowIndex[k]] = -1;
+  }
+  for (int32_t i = 0; i < m; i++) rowMark[i] = 0;
+  return status;
+}
+
+namespace {
+
+// A diagonal index array: entry k must point at the diagonal of column
+// first + k of the augmented matrix, each diagonal once.
+int32_t checkDiagIndex(Ipm* ipm, const int32_t* diag, int32_t length, int32_t first,
+                       const char* name, const char* prefix) {
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  const int32_t dim = ipm->numDim, total = ipm->kktBegin[dim];
+  int32_t* seen = ipm->scratchInt;
+  for (int32_t k = 0; k < length; k++) seen[k] = 0;
+  for (int32_t k = 0; k < length; k++) {
+    const int32_t p = diag[k];
+    if (p < 0 || p >= total) {
+      if (log) log("Error %s: %s(%d)=%d is out of range", prefix, name, k, p);
+      status = IPM_STATUS_FAILED;
+      continue;
+    }
+    // The column that holds position p.
+    int32_t lo = 0, hi = dim - 1;
+    while (lo < hi) {
+      const int32_t mid = lo + (hi - lo + 1) / 2;
+      if (ipm->kktBegin[mid] <= p) lo = mid; else hi = mid - 1;
+    }
+    const int32_t col = lo, row = ipm->kktIndex[p];
+    if (row != col || col != first + k) {
+      if (log) log("Error %s: %s(%d)=%d doesn't refer to diagonal row=%d  col=%d", prefix, name, k,
+                   p, row, col);
+      status = IPM_STATUS_FAILED;
+      if (row != col || col < first || col >= first + length) continue;
+    }
+    if (seen[col - first]++) {
+      if (log) log("Error %s: %s(%d)=%d is duplicate", prefix, name, k, p);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  for (int32_t k = 0; k < length; k++) {
+    if (!seen[k]) {
+      if (log) log("Error %s: row %d is not defined in %s", prefix, k, name);
+      status = IPM_STATUS_FAILED;
+    }
+    seen[k] = 0;
+  }
+  return status;
+}
+
+}  // namespace
+
+int32_t VerifyIneqnEnv(Ipm* ipm, int32_t level) {
+  if (level < kStructure) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  int32_t counter = 0;
+  for (int32_t i = 0; i < ipm->numRow; i++) counter += isIneqn(ipm, i);
+  for (int32_t k = 0; k < ipm->numIneqn; k++) {
+    const int32_t i = ipm->ineqnIndex[k];
+    if (i < 0 || i >= ipm->numRow) {
+      if (log) log("Error IneqnEnv: wrong index ineqnIndex(%d)=%d", k, i);
+      status = IPM_STATUS_FAILED;
+    } else if (!isIneqn(ipm, i)) {
+      if (log) log("Error IneqnEnv: rowSense(%d)=%c should be 'G'", i, ipm->rowSense[i]);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  if (counter != ipm->numIneqn) {
+    if (log) log("Error IneqnEnv: numIneqn=%d, actual counter is %d", ipm->numIneqn, counter);
+    status = IPM_STATUS_FAILED;
+  }
+  if (checkDiagIndex(ipm, ipm->ineqnDiagIndex, ipm->numRow, ipm->numCol, "ineqnDiagIndex",
+                     "IneqnEnv"))
+    status = IPM_STATUS_FAILED;
+  return status;
+}
+
+int32_t VerifyBoundEnv(Ipm* ipm, int32_t level) {
+  if (level < kStructure) return 0;
+  running(ipm);
+  return checkDiagIndex(ipm, ipm->varBndDiagIndex, ipm->numCol, 0, "varBndDiagIndex", "BoundEnv");
+}
+
+int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  const double tol = (ipm->normLower + 1.0 + ipm->normUpper) * 1e-10;
+  int32_t status = 0;
+  for (int32_t j = 0; j < ipm->numCol; j++) {
+    const uint8_t t = ipm->varBndType[j];
+    if (hasLower(t) && ipm->lower[j] > x[j] + tol) {
+      if (log) log("Error VerifyBoundFeasible: lower(%d) = %15.7g > %15.7g", j, ipm->lower[j], x[j]);
+      status = IPM_STATUS_FAILED;
+    }
+    if (hasUpper(t) && ipm->upper[j] < x[j] - tol) {
+      if (log) log("Error VerifyBoundFeasible: upper(%d) = %15.7g < %15.7g", j, ipm->upper[j], x[j]);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  return status;
+}
+
+namespace {
+
+// The starting points solve one augmented system each, the solution left in
+// vecRhs.  The right side is rebuilt here from the model, the diagonal read
+// from the matrix as set, and one block of K z - r compared with zero,
+// element by element, against the size of the terms of that element.
+enum class StartSystem { Primal, Dual };
+enum class Block { Rows, Columns };
+
+double startRight(const Ipm* ipm, StartSystem which, int32_t k) {
+  const int32_t n = ipm->numCol;
+  if (k >= n) return which == StartSystem::Primal ? -ipm->rhs[k - n] : 0.0;
+  const uint8_t t = ipm->varBndType[k];
+  const bool qp = ipm->modelType == IPM_MODEL_QP;
+  if (which == StartSystem::Primal) {
+    double r = qp ? ipm->obj[k] : 0.0;
+    if (hasLower(t)) r -= ipm->lower[k];
+    if (hasUpper(t)) r -= ipm->upper[k];
+    return r;
+  }
+  return -ipm->obj[k];  // a QP's -Qx is added by the caller
+}
+
+int32_t startBlock(Ipm* ipm, int32_t level, StartSystem which, Block block, double tol,
+                   bool relative, const char* format) {
+  if (level < kIteration) return 0;
+  running(ipm);
+  const int32_t n = ipm->numCol, m = ipm->numRow, big = n > m ? n : m;
+  const bool rows = block == Block::Rows;
+  const int32_t first = rows ? n : 0, count = rows ? m : n;
+  double* kz = ipm->scratchA;
+  double* size = ipm->scratchB;
+  const double* z = ipm->vecRhs;
+  for (int32_t c = 0; c < ipm->numDim; c++)
+    for (int32_t p = ipm->kktBegin[c]; p < ipm->kktBegin[c + 1]; p++) {
+      const int32_t r = ipm->kktIndex[p] - first;
+      if (r < 0 || r >= count) continue;
+      const double term = ipm->kktValue[p] * z[c];
+      kz[r] += term;
+      size[r] += fabs(term);
+    }
+  if (which == StartSystem::Dual && !rows && ipm->modelType == IPM_MODEL_QP && ipm->quadDiag) {
+    // The dual start's right side carries -Qx at the primal start; it moves
+    // to the left here as +Qx.
+    const bool offDiag = ipm->numQuadCoef > 0;
+    symmatrixTimesVector(n, offDiag ? ipm->quadColBegin : nullptr,
+                         offDiag ? ipm->quadColLength : nullptr, ipm->quadRowIndex,
+                         ipm->quadMatValue, ipm->quadDiag, ipm->solPrimal, kz, 1.0);
+  }
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  for (int32_t k = 0; k < count; k++) {
+    const double right = startRight(ipm, which, first + k);
+    const double res = kz[k] - right;
+    const double scale = relative ? fmax(1.0, fmax(fabs(right), size[k])) : 1.0;
+    if (!(fabs(res) <= tol * scale)) {
+      if (log) log(format, k, res);
+      status = IPM_STATUS_FAILED;
+    }
+  }
+  clearBuffer(big, kz);
+  clearBuffer(big, size);
+  return status;
+}
+
+}  // namespace
+
+int32_t VerifyPrimalFeasible(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Primal, Block::Rows, kMeasureTol, true,
+                    "Error VerifyPrimalFeasible: primal residual (%d) = %15.7g");
+}
+
+int32_t VerifyInitDerivPrimal(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Primal, Block::Columns, kMeasureTol, true,
+                    "Error VerifyInitDerivPrimal: deriv residual (%d) = %15.7g");
+}
+
+int32_t VerifyDualFeasible(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Dual, Block::Columns, kMeasureTol, true,
+                    "Error VerifyDualFeasible: dual residual (%d) = %15.7g");
+}
+
+int32_t VerifyInitDerivDual(Ipm* ipm, int32_t level) {
+  return startBlock(ipm, level, StartSystem::Dual, Block::Rows, kMeasureTol, false,
+                    "Error VerifyInitDerivDual: deriv residual (%d) = %15.7g");
+}

@@ -2,7 +2,7 @@
 // LPs among them through the LP entry, and compares the objective with the
 // published optimum.
 //
-//   halvex_testset [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]
+//   halvex_testset [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET [NAME ...]
 //
 // SET is a folder of DATA_DIR (netlib, maros) with an optimal.csv; with
 // names only those problems run.  --lp-path sends the LPs through iplpmain
@@ -10,6 +10,12 @@
 // take the QP entry.  Prints a line per problem and closes with "N passed, M
 // failed"; exits non-zero when any failed.  --crossover takes the LPs on
 // to a vertex, which then must be optimal, and reports the crossover's work.
+// --verify-level hands N to the LP entry's self-checks (the QP entry always
+// runs them at 0); a problem on which any check logs an "Error" line fails,
+// and so does a run in which no check ran.  The one exception is
+// VerifyVector, whose findings on a right side (rounding leftovers below
+// 1e-16) the solve itself takes as notes: they are counted and shown, not
+// failed.
 #include <dirent.h>
 
 #include <algorithm>
@@ -55,7 +61,7 @@ std::string problemName(const std::string& file) {
 // the solve forgot shows up.  Returns the host return code, or -1 after a
 // failure that the caller reports as such.
 int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossover,
-                FennickStats* stats, std::string* note) {
+                int verifyLevel, FennickStats* stats, std::string* note) {
   QVPool* pool = host.createPool("TESTSET LP");
   if (!pool) {
     *note = "no pool";
@@ -64,6 +70,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossove
   LPOptions options;
   setLpOptionDefaults(&options);
   options.presolver = level;
+  options.verifyLevel = verifyLevel;
   options.primalTol = options.dualTol = options.gapTol = 1e-8;
   options.crossover = crossover ? 1 : 0;
   lp->record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(stats);
@@ -82,27 +89,36 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossove
 }  // namespace
 
 int main(int argc, char** argv) {
-  int lpLevel = 0;
+  int lpLevel = 0, verifyLevel = 0;
   bool lpPath = false, crossover = false;
-  if (argc >= 3 && std::string(argv[1]) == "--lp-path") {
+  while (argc >= 3 && (std::string(argv[1]) == "--lp-path" ||
+                       std::string(argv[1]) == "--verify-level")) {
+    const bool isPath = std::string(argv[1]) == "--lp-path";
     char* end = nullptr;
     long v = std::strtol(argv[2], &end, 10);
-    if (*argv[2] == '\0' || *end != '\0' || v < -1 || v > 3) {
-      std::fprintf(stderr, "--lp-path takes a presolver level from -1 to 3, not '%s'\n", argv[2]);
+    if (*argv[2] == '\0' || *end != '\0' || (isPath && (v < -1 || v > 3)) ||
+        (!isPath && (v < 0 || v > 9))) {
+      std::fprintf(stderr, isPath ? "--lp-path takes a presolver level from -1 to 3, not '%s'\n"
+                                  : "--verify-level takes a level from 0 to 9, not '%s'\n",
+                   argv[2]);
       return 2;
     }
-    lpPath = true;
-    lpLevel = (int)v;
+    if (isPath) {
+      lpPath = true;
+      lpLevel = (int)v;
+    } else {
+      verifyLevel = (int)v;
+    }
     argv += 2;
     argc -= 2;
-    if (argc >= 2 && std::string(argv[1]) == "--crossover") {
+    if (isPath && argc >= 2 && std::string(argv[1]) == "--crossover") {
       crossover = true;
       argv += 1;
       argc -= 1;
     }
   }
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET [NAME ...]\n", argv[0]);
     return 2;
   }
   const std::string dir = std::string(argv[1]) + "/" + argv[2];
@@ -132,7 +148,23 @@ int main(int argc, char** argv) {
   }
 
   hxhost::Host host;
-  host.silence(true);
+  // With checks on, their lines are counted and the first error kept for
+  // the report; everything else stays quiet.
+  long errorLines = 0, checkRuns = 0, vectorNotes = 0;
+  std::string firstError;
+  if (verifyLevel > 0) {
+    host.setSink([&](int, const std::string& line) {
+      if (line.compare(0, 19, "Error VerifyVector:") == 0) {
+        vectorNotes++;
+      } else if (line.compare(0, 5, "Error") == 0) {
+        if (errorLines++ == 0 || firstError.empty()) firstError = line;
+      } else if (line == "running debug code......") {
+        checkRuns++;
+      }
+    });
+  } else {
+    host.silence(true);
+  }
   qvextent(host.kernel());
   int passed = 0, failed = 0;
   for (const std::string& f : files) {
@@ -156,9 +188,11 @@ int main(int argc, char** argv) {
     int32_t iterations = 0;
     std::string note;
     FennickStats stats{};
+    const long errorsBefore = errorLines, runsBefore = checkRuns, notesBefore = vectorNotes;
+    firstError.clear();
     auto start = std::chrono::steady_clock::now();
     if (lpEntry && !p.isQP()) {
-      code = solveLp(host, &lp, lpLevel, crossover, &stats, &note);
+      code = solveLp(host, &lp, lpLevel, crossover, verifyLevel, &stats, &note);
       obj = lp.record.objConstant;  // the objective value, on return
       iterations = lp.record.iteration;
     } else {
@@ -183,6 +217,18 @@ int main(int argc, char** argv) {
     double err = ref == optimal.end() ? NAN : std::fabs(obj - ref->second) /
                                                  std::max(1.0, std::fabs(ref->second));
     bool ok = (code == 0 || (code == 9 && !crossover)) && err <= 1e-6;
+    if (verifyLevel > 0 && lpEntry && !p.isQP()) {
+      if (errorLines != errorsBefore) {
+        note += std::to_string(errorLines - errorsBefore) + " check errors, first: " + firstError;
+        ok = false;
+      } else if (verifyLevel >= 5 && checkRuns == runsBefore) {
+        note += "no check ran";
+        ok = false;
+      }
+      if (vectorNotes != notesBefore)
+        note += (note.empty() ? "" : "; ") + std::to_string(vectorNotes - notesBefore) +
+                " VerifyVector notes";
+    }
     if (crossover && lpEntry && !p.isQP()) {
       char buf[160];
       std::snprintf(buf, sizeof buf, "crossover %d push %d simplex %.2f s", stats.pushIterations,
