@@ -4,31 +4,10 @@
 #include <string.h>
 
 #include "kernels/kernels.h"
+#include "kernels/vec.h"
 #include "la/la_numeric_internal.h"
 
 namespace {
-
-// Walks column j of a supernode (r rows, c columns, tiles of nb when wide)
-// from row i0 down, one contiguous run at a time: fn(entries, firstRow,
-// count), entries[0] being (firstRow, j).
-template <typename Fn>
-inline void forColumn(const double* F, int32_t nb, int32_t r, int32_t c, int32_t j, int32_t i0,
-                      Fn fn) {
-  if (i0 >= r) return;
-  if (nb <= 0 || c <= nb) {
-    fn(F + i0 + (int64_t)j * r, i0, r - i0);
-    return;
-  }
-  int32_t J = j / nb;
-  int32_t w = c - J * nb < nb ? c - J * nb : nb;
-  const double* block = F + laWideColBlockStart(nb, r, J);
-  for (int32_t I = i0 / nb; I * nb < r; I++) {
-    int32_t h = r - I * nb < nb ? r - I * nb : nb;
-    int32_t from = i0 > I * nb ? i0 : I * nb;
-    const double* tile = block + (int64_t)(I - J) * nb * w + (int64_t)(j - J * nb) * h;
-    fn(tile + (from - I * nb), from, I * nb + h - from);
-  }
-}
 
 inline void swapEntries(double* a, int32_t i, int32_t j) {
   double t = a[i];
@@ -36,13 +15,285 @@ inline void swapEntries(double* a, int32_t i, int32_t j) {
   a[j] = t;
 }
 
-// The two sweeps over the factor; nb is 0 for the storage of the
-// sequential path and blockSize for the block storage.
-int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int32_t nb) {
+// Below this many columns the rows under a supernode are updated straight
+// through the row list; wider ones go through one dense product on a
+// gathered copy, which vectorises where the indexed form cannot.
+constexpr int32_t kIndexedCols = 4;
+
+// Unit-lower part of the forward sweep on the w columns of one diagonal
+// block T (leading dimension ld), interchanges included.  x keeps the
+// values before their division by D: the rows below need exactly those.
+void forwardDiag(double* x, const double* T, int64_t ld, int32_t w, const int32_t* piv) {
+  for (int32_t j = 0; j < w;) {
+    const double* f = T + j * ld;
+    if (piv[j] >= 0) {
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
+      double xj = x[j];
+      for (int32_t i = j + 1; i < w; i++) x[i] -= xj * f[i];
+      j += 1;
+    } else {
+      if (-piv[j] != j + 1) swapEntries(x, j + 1, -piv[j]);
+      double a0 = x[j], a1 = x[j + 1];
+      const double* g = f + ld;
+      for (int32_t i = j + 2; i < w; i++) x[i] -= f[i] * a0 + a1 * g[i];
+      j += 2;
+    }
+  }
+}
+
+// The D part: every value that leaves a pivot meets the guard.
+bool divideDiag(double* x, const double* T, int64_t ld, int32_t w, const int32_t* piv) {
   const double G = LA_SOLVE_GUARD;
+  for (int32_t j = 0; j < w;) {
+    if (piv[j] >= 0) {
+      x[j] /= T[j + j * ld];
+      if (fabs(x[j]) >= G) return false;
+      j += 1;
+    } else {
+      double d = T[j + 1 + j * ld];
+      double u = T[j + j * ld] / d;
+      double v = T[j + 1 + (j + 1) * ld] / d;
+      double den = u * v - 1.0;
+      double a0 = x[j], a1 = x[j + 1];
+      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      x[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
+      j += 2;
+    }
+  }
+  return true;
+}
+
+// Backward sweep inside one diagonal block whose rows below have already
+// been taken off x.  last is the position of the supernode's last row,
+// relative to the block: a column with nothing below it has no sum to check.
+bool backwardDiag(double* x, const double* T, int64_t ld, int32_t w, const int32_t* piv,
+                  int64_t last) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = w - 1; j >= 0;) {
+    const double* f = T + j * ld;
+    if (piv[j] >= 0) {
+      if (j < last) {
+        x[j] -= hxk::dotUnit(x + j + 1, f + j + 1, w - j - 1);
+        if (fabs(x[j]) >= G) return false;
+      }
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
+      j -= 1;
+    } else {
+      // The pair's first column skips the off-diagonal of D at row j.
+      if (j < last) {
+        x[j] -= hxk::dotUnit(x + j + 1, f + j + 1, w - j - 1);
+        x[j - 1] -= hxk::dotUnit(x + j + 1, f - ld + j + 1, w - j - 1);
+        if (fabs(x[j]) >= G || fabs(x[j - 1]) >= G) return false;
+      }
+      if (-piv[j] != j) swapEntries(x, j, -piv[j]);
+      j -= 2;
+    }
+  }
+  return true;
+}
+
+// y[idx[i]] -= sum_j F(i, j) t[j] for m rows and c columns (c at most
+// kIndexedCols), one pass over the rows.
+void indexedUpdate(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
+                   const int32_t* idx, double* y) {
+  const double* f0 = F;
+  switch (c) {
+    case 1: {
+      double t0 = t[0];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0;
+      break;
+    }
+    case 2: {
+      const double* f1 = f0 + ld;
+      double t0 = t[0], t1 = t[1];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1;
+      break;
+    }
+    case 3: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld;
+      double t0 = t[0], t1 = t[1], t2 = t[2];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
+      break;
+    }
+    default: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+      double t0 = t[0], t1 = t[1], t2 = t[2], t3 = t[3];
+      for (int32_t i = 0; i < m; i++)
+        y[idx[i]] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
+      break;
+    }
+  }
+}
+
+// x[j] -= sum_i F(i, j) y[idx[i]] for m rows and c columns (c at most
+// kIndexedCols), one pass over the rows.
+void indexedDots(int32_t m, int32_t c, const double* F, int64_t ld, const int32_t* idx,
+                 const double* y, double* x) {
+  const double* f0 = F;
+  switch (c) {
+    case 1: {
+      double s0 = 0.0;
+      for (int32_t i = 0; i < m; i++) s0 += f0[i] * y[idx[i]];
+      x[0] -= s0;
+      break;
+    }
+    case 2: {
+      const double* f1 = f0 + ld;
+      double s0 = 0.0, s1 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      break;
+    }
+    case 3: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld;
+      double s0 = 0.0, s1 = 0.0, s2 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+        s2 += f2[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      x[2] -= s2;
+      break;
+    }
+    default: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+      double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+        s2 += f2[i] * v;
+        s3 += f3[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      x[2] -= s2;
+      x[3] -= s3;
+      break;
+    }
+  }
+}
+
+// y := y - A x and y := y - A^T x through the module's kernels.
+inline void gemvMinus(int32_t m, int32_t n, const double* A, int64_t lda, const double* x,
+                      double* y) {
+  if (m <= 0 || n <= 0) return;
+  int mm = m, nn = n, ld = (int)lda, one = 1;
+  double alpha = -1.0, beta = 1.0;
+  my_dgemv_n_1m1_one("N", &mm, &nn, &alpha, A, &ld, x, &one, &beta, y, &one);
+}
+inline void gemvTransMinus(int32_t m, int32_t n, const double* A, int64_t lda, const double* x,
+                           double* y) {
+  if (m <= 0 || n <= 0) return;
+  int mm = m, nn = n, ld = (int)lda, one = 1;
+  double alpha = -1.0, beta = 1.0;
+  my_dgemv_t_1m1_one("T", &mm, &nn, &alpha, A, &ld, x, &one, &beta, y, &one);
+}
+
+// One supernode stored as a single column-major array (the sequential
+// storage, and narrow supernodes of the block storage).  Its own columns
+// are contiguous in b, so they are worked on in place; only the rows below
+// go through the row list.  buf holds r - c doubles.
+bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F, int32_t r,
+                   int32_t c, const int32_t* piv, double* buf) {
+  double* x = b + first;
+  forwardDiag(x, F, r, c, piv);
+  int32_t m = r - c;
+  if (m > 0) {
+    const double* F21 = F + c;
+    const int32_t* idx = rows + c;
+    if (c <= kIndexedCols) {
+      indexedUpdate(m, c, F21, r, x, idx, b);
+    } else {
+      int mm = m, nn = c, ld = r, one = 1;
+      double alpha = 1.0, beta = 0.0;
+      my_dgemv_n_0p1_yone("N", &mm, &nn, &alpha, F21, &ld, x, &one, &beta, buf, &one);
+      for (int32_t i = 0; i < m; i++) b[idx[i]] -= buf[i];
+    }
+  }
+  return divideDiag(x, F, r, c, piv);
+}
+
+bool backwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F, int32_t r,
+                    int32_t c, const int32_t* piv, double* buf) {
+  double* x = b + first;
+  int32_t m = r - c;
+  if (m > 0) {
+    const double* F21 = F + c;
+    const int32_t* idx = rows + c;
+    if (c <= kIndexedCols) {
+      indexedDots(m, c, F21, r, idx, b, x);
+    } else {
+      for (int32_t i = 0; i < m; i++) buf[i] = b[idx[i]];
+      gemvTransMinus(m, c, F21, r, buf, x);
+    }
+  }
+  return backwardDiag(x, F, r, c, piv, r - 1);
+}
+
+// A wide supernode of the block storage: column blocks of width nb, each cut
+// into tiles that are column-major with their own height as leading
+// dimension.  The supernode is gathered once into a (r doubles).
+bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+                 const int32_t* piv) {
+  for (int32_t J = 0; J * nb < c; J++) {
+    int32_t j0 = J * nb;
+    int32_t w = c - j0 < nb ? c - j0 : nb;
+    const double* block = F + laWideColBlockStart(nb, r, J);
+    int32_t hJ = r - j0 < nb ? r - j0 : nb;
+    double* x = a + j0;
+    forwardDiag(x, block, hJ, w, piv + j0);
+    gemvMinus(hJ - w, w, block + w, hJ, x, x + w);
+    for (int32_t I = J + 1; I * nb < r; I++) {
+      int32_t h = r - I * nb < nb ? r - I * nb : nb;
+      gemvMinus(h, w, block + (int64_t)(I - J) * nb * w, h, x, a + (int64_t)I * nb);
+    }
+    if (!divideDiag(x, block, hJ, w, piv + j0)) return false;
+  }
+  return true;
+}
+
+bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+                  const int32_t* piv) {
+  int32_t last = (c - 1) / nb;
+  for (int32_t J = last; J >= 0; J--) {
+    int32_t j0 = J * nb;
+    int32_t w = c - j0 < nb ? c - j0 : nb;
+    const double* block = F + laWideColBlockStart(nb, r, J);
+    int32_t hJ = r - j0 < nb ? r - j0 : nb;
+    double* x = a + j0;
+    gemvTransMinus(hJ - w, w, block + w, hJ, x + w, x);
+    for (int32_t I = J + 1; I * nb < r; I++) {
+      int32_t h = r - I * nb < nb ? r - I * nb : nb;
+      gemvTransMinus(h, w, block + (int64_t)(I - J) * nb * w, h, a + (int64_t)I * nb, x);
+    }
+    if (!backwardDiag(x, block, hJ, w, piv + j0, (int64_t)r - 1 - j0)) return false;
+  }
+  return true;
+}
+
+inline void gatherSNode(double* a, const double* b, const int32_t* rows, int32_t first,
+                        int32_t r, int32_t c) {
+  memcpy(a, b + first, sizeof(double) * (size_t)c);
+  for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
+}
+
+// The two sweeps over the factor, in storage order; nb is 0 for the
+// storage of the sequential path and blockSize for the block storage.
+int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int32_t nb) {
   int32_t n = sym->n;
+  const int32_t* perm = sym->perm;
   if (mode == 0)
-    for (int32_t i = 0; i < n; i++) b[i] = a[sym->perm[i]];
+    for (int32_t i = 0; i < n; i++) b[i] = a[perm[i]];
 
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int32_t first = sym->snodeStart[s];
@@ -50,46 +301,14 @@ int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int
     const int32_t* rows = sym->rowList + sym->rowBegin[s];
     const double* F = sym->factor + sym->factorBegin[s];
     const int32_t* piv = sym->pivots + first;
-    int32_t bnb = nb > 0 && c > nb ? nb : 0;
-    memcpy(a, b + first, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
-    for (int32_t j = 0; j < c;) {
-      int32_t shift = bnb ? (j / bnb) * bnb : 0;  // pivots are relative to the column block
-      if (piv[j] >= 0) {
-        int32_t p = piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        double aj = a[j];
-        forColumn(F, bnb, r, c, j, j + 1, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= aj * f[i];
-        });
-        a[j] = aj / F[laBlockOffset(bnb, r, c, j, j)];
-        if (fabs(a[j]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        j += 1;
-      } else {
-        int32_t p = -piv[j] + shift;
-        if (p != j + 1) swapEntries(a, j + 1, p);
-        double a0 = a[j], a1 = a[j + 1];
-        forColumn(F, bnb, r, c, j, j + 2, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= f[i] * a0;
-        });
-        forColumn(F, bnb, r, c, j + 1, j + 2, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= a1 * f[i];
-        });
-        double d = F[laBlockOffset(bnb, r, c, j + 1, j)];
-        double u = F[laBlockOffset(bnb, r, c, j, j)] / d;
-        double v = F[laBlockOffset(bnb, r, c, j + 1, j + 1)] / d;
-        double den = u * v - 1.0;
-        a[j + 1] = (u * (a1 / d) - a0 / d) / den;
-        a[j] = (v * (a0 / d) - a1 / d) / den;
-        if (fabs(a[j]) >= G || fabs(a[j + 1]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        j += 2;
-      }
+    if (nb > 0 && c > nb) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+      for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
+    } else if (!forwardNarrow(b, first, rows, F, r, c, piv, a)) {
+      return LA_ERR_SOLVE_OVERFLOW;
     }
-    memcpy(b + first, a, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
   }
 
   for (int32_t s = sym->numSNodes - 1; s >= 0; s--) {
@@ -98,44 +317,18 @@ int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int
     const int32_t* rows = sym->rowList + sym->rowBegin[s];
     const double* F = sym->factor + sym->factorBegin[s];
     const int32_t* piv = sym->pivots + first;
-    int32_t bnb = nb > 0 && c > nb ? nb : 0;
-    memcpy(a, b + first, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
-    for (int32_t j = c - 1; j >= 0;) {
-      int32_t shift = bnb ? (j / bnb) * bnb : 0;
-      auto dotBelow = [&](int32_t col) {
-        double sum = 0.0;
-        forColumn(F, bnb, r, c, col, j + 1, [&](const double* f, int32_t i0, int32_t len) {
-          sum += my_ddot(len, a + i0, 1, f, 1);
-        });
-        return sum;
-      };
-      if (piv[j] >= 0) {
-        if (j < r - 1) {
-          a[j] -= dotBelow(j);
-          if (fabs(a[j]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        }
-        int32_t p = piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        j -= 1;
-      } else {
-        if (j < r - 1) {
-          double s1 = dotBelow(j), s0 = dotBelow(j - 1);
-          a[j] -= s1;
-          a[j - 1] -= s0;
-          if (fabs(a[j]) >= G || fabs(a[j - 1]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        }
-        int32_t p = -piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        j -= 2;
-      }
+    if (nb > 0 && c > nb) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      // The rows below are only read on the way back.
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+    } else if (!backwardNarrow(b, first, rows, F, r, c, piv, a)) {
+      return LA_ERR_SOLVE_OVERFLOW;
     }
-    memcpy(b + first, a, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
   }
 
   if (mode == 0)
-    for (int32_t i = 0; i < n; i++) a[sym->perm[i]] = b[i];
+    for (int32_t i = 0; i < n; i++) a[perm[i]] = b[i];
   return LA_OK;
 }
 
