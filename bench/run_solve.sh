@@ -55,8 +55,8 @@ if [ -n "$base_ref" ]; then
   mkdir -p "$base_dir/src"
   git -C "$repo" archive "$base_ref" | tar -x -C "$base_dir/src"
   cp "$here/solve.cpp" "$here/CMakeLists.txt" "$base_dir/src/bench/"
-  configure_and_build "$base_dir/src" "$base_dir/build"
-  versions="before=$base_dir/build $versions"
+  configure_and_build "$base_dir/src" "$base_dir/src/build"
+  versions="before=$base_dir/src/build $versions"
 fi
 for v in $versions; do
   run_version "${v%%=*}" "${v#*=}" $names
