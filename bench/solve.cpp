@@ -180,8 +180,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::fprintf(csv,
-               "problem,n,matrix_entries,factor_entries,supernodes,max_cols,status,iterations,solves,"
-               "refined_solves,fgmres_steps_per_solve,max_steps,tri_seconds_per_solve,"
+               "problem,n,matrix_entries,factor_entries,supernodes,max_cols,status,iterations,"
+               "solves,refined_solves,fgmres_steps_per_solve,max_steps,tri_seconds_per_solve,"
                "refined_seconds_per_solve\n");
   hxhost::Host host;
   host.silence(true);
@@ -213,8 +213,9 @@ int main(int argc, char** argv) {
     halvex_destroy_instance(instance);
     const Totals& t = gTotals;
     double per = t.solves ? 1.0 / (double)t.solves : 0.0;
-    std::fprintf(csv, "%s,%d,%lld,%lld,%d,%d,%d,%d,%lld,%lld,%.3f,%d,%.6e,%.6e\n", label.c_str(), t.n,
-                 (long long)t.matrixEntries, (long long)t.factorEntries, t.numSNodes, t.maxCols, code,
+    std::fprintf(csv, "%s,%d,%lld,%lld,%d,%d,%d,%d,%lld,%lld,%.3f,%d,%.6e,%.6e\n", label.c_str(),
+                 t.n, (long long)t.matrixEntries, (long long)t.factorEntries, t.numSNodes,
+                 t.maxCols, code,
                  model.record.iterations, (long long)t.solves, (long long)t.refinedSolves,
                  (double)t.steps * per, t.maxSteps, t.triSeconds * per,
                  t.refinedSeconds * per);

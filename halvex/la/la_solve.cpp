@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "kernels/kernels.h"
-#include "kernels/vec.h"
 #include "la/la_numeric_internal.h"
 
 namespace {
@@ -137,7 +136,8 @@ LA_SWEEP void forwardDiag(double* __restrict x, const double* __restrict T, int6
 }
 
 // The D part: every value that leaves a pivot meets the guard.
-LA_SWEEP bool divideDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w, const int32_t* piv) {
+LA_SWEEP bool divideDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w,
+                         const int32_t* piv) {
   const double G = LA_SOLVE_GUARD;
   for (int32_t j = 0; j < w;) {
     if (piv[j] >= 0) {
@@ -629,7 +629,8 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 
 // The two sweeps over the factor, in storage order; nb is 0 for the
 // storage of the sequential path and blockSize for the block storage.
-LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int32_t nb) {
+LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
+                                        int32_t nb) {
   int32_t n = sym->n;
   const int32_t* perm = sym->perm;
   if (mode == 0)

@@ -60,7 +60,8 @@ Factor makeFactor(const Shape& shape, uint32_t seed) {
     IntVec later;
     for (int32_t i = first + c; i < n; i++) later.push_back(i);
     std::shuffle(later.begin(), later.end(), rng);
-    int32_t below = std::min<int32_t>((int32_t)later.size(), (int32_t)(rng() % (shape.maxBelow + 1)));
+    int32_t below =
+        std::min<int32_t>((int32_t)later.size(), (int32_t)(rng() % (shape.maxBelow + 1)));
     later.resize(below);
     std::sort(later.begin(), later.end());
     f.rowList.insert(f.rowList.end(), later.begin(), later.end());
