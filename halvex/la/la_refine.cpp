@@ -46,6 +46,92 @@ inline double backwardError(double normR, double normX, double normA, double nor
   return normB == 0.0 ? 0.0 : normR / (normX * normA + normB);
 }
 
+// The Krylov vectors are long and the work per element is small: these
+// loops are compiled for the wider vector units too and picked at load.
+#define LA_KRYLOV_CLONES __attribute__((target_clones("arch=haswell", "default")))
+typedef double v4d __attribute__((vector_size(32)));
+typedef double v4u __attribute__((vector_size(32), aligned(8)));
+
+// By reference, so that no vector crosses a call boundary of the baseline
+// build.
+#define load4(p) (*reinterpret_cast<const v4u*>(p))
+#define store4(p, v) (*reinterpret_cast<v4u*>(p) = (v))
+
+// w += alpha v, and in the same pass the dot product of the new w with
+// next (skipped when next is null).  Modified Gram-Schmidt takes each
+// coefficient from the vector that the previous step left, so fusing the
+// update with the next product keeps the scheme and halves the passes.
+LA_KRYLOV_CLONES double axpyDot(double alpha, const double* v, double* w, const double* next,
+                                int32_t n) {
+  v4d a = {alpha, alpha, alpha, alpha};
+  int32_t i = 0;
+  if (!next) {
+    for (; i + 4 <= n; i += 4) store4(w + i, load4(w + i) + a * load4(v + i));
+    for (; i < n; i++) w[i] += alpha * v[i];
+    return 0.0;
+  }
+  v4d s0 = {0, 0, 0, 0}, s1 = s0;
+  for (; i + 8 <= n; i += 8) {
+    v4d w0 = load4(w + i) + a * load4(v + i);
+    v4d w1 = load4(w + i + 4) + a * load4(v + i + 4);
+    store4(w + i, w0);
+    store4(w + i + 4, w1);
+    s0 += w0 * load4(next + i);
+    s1 += w1 * load4(next + i + 4);
+  }
+  s0 += s1;
+  double s = (s0[0] + s0[1]) + (s0[2] + s0[3]);
+  for (; i < n; i++) {
+    w[i] += alpha * v[i];
+    s += w[i] * next[i];
+  }
+  return s;
+}
+
+LA_KRYLOV_CLONES double dot(const double* x, const double* y, int32_t n) {
+  v4d s0 = {0, 0, 0, 0}, s1 = s0;
+  int32_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    s0 += load4(x + i) * load4(y + i);
+    s1 += load4(x + i + 4) * load4(y + i + 4);
+  }
+  s0 += s1;
+  double s = (s0[0] + s0[1]) + (s0[2] + s0[3]);
+  for (; i < n; i++) s += x[i] * y[i];
+  return s;
+}
+
+// y := alpha x.
+LA_KRYLOV_CLONES void scaleInto(double alpha, const double* x, double* y, int32_t n) {
+  for (int32_t i = 0; i < n; i++) y[i] = x[i] * alpha;
+}
+
+// w := A z over the stored matrix, column by column.
+void multiply(int32_t n, const int32_t* colBegin, const int32_t* rowIndex, const double* value,
+              const double* z, double* w) {
+  memset(w, 0, sizeof(double) * (size_t)n);
+  for (int32_t j = 0; j < n; j++) {
+    double zj = z[j];
+    int32_t k = colBegin[j], end = colBegin[j + 1];
+    for (; k + 2 <= end; k += 2) {
+      w[rowIndex[k]] += value[k] * zj;
+      w[rowIndex[k + 1]] += value[k + 1] * zj;
+    }
+    if (k < end) w[rowIndex[k]] += value[k] * zj;
+  }
+}
+
+// One modified Gram-Schmidt sweep of w against V[0..j]; the coefficients
+// are stored in h, or added to it.
+void mgsSweep(int32_t n, int32_t j, const double* V, double* w, double* h, bool add) {
+  double c = dot(w, V, n);
+  for (int32_t i = 0; i <= j; i++) {
+    h[i] = add ? h[i] + c : c;
+    const double* next = i < j ? V + (int64_t)(i + 1) * n : nullptr;
+    c = axpyDot(-c, V + (int64_t)i * n, w, next, n);
+  }
+}
+
 }  // namespace
 
 int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin,
@@ -106,7 +192,7 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
     double omegaOld = omega;
     double beta = my_dnrm2(n, r, 1);
     double scale = beta > 0.0 ? 1.0 / beta : 0.0;
-    for (int32_t i = 0; i < n; i++) V[i] = r[i] * scale;
+    scaleInto(scale, r, V, n);
     g[0] = beta;
     double limit = tol * (normA * normX2 + normB2);
 
@@ -119,21 +205,13 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
         memcpy(Zj, Vj, sizeof(double) * (size_t)n);
         int32_t status = mode == 0 ? solve(0, Zj, sym, w) : solve(1, w, sym, Zj);
         if (status) return finish(omega, LA_ERR_SOLVE_OVERFLOW);
-        memset(w, 0, sizeof(double) * (size_t)n);
-        for (int32_t col = 0; col < n; col++) {
-          double z = Zj[col];
-          for (int32_t k = colBegin[col]; k < colBegin[col + 1]; k++) w[rowIndex[k]] += value[k] * z;
-        }
+        multiply(n, colBegin, rowIndex, value, Zj, w);
         double* Hj = H + (int64_t)j * ldh;
         switch (ortho) {
           case 0:
           case 1:
             for (int32_t sweep = 0; sweep < (ortho == 0 ? 1 : 2); sweep++)
-              for (int32_t i = 0; i <= j; i++) {
-                double h = my_ddot(n, w, 1, V + (int64_t)i * n, 1);
-                Hj[i] = sweep == 0 ? h : Hj[i] + h;
-                my_daxpy_one(-h, n, V + (int64_t)i * n, w);
-              }
+              mgsSweep(n, j, V, w, Hj, sweep == 1);
             break;
           case 2: {
             for (int32_t sweep = 0; sweep < 2; sweep++) {
@@ -154,9 +232,7 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
         Hj[j + 1] = hn;
         if (hn > 8.636168555094447e-78) {
           if (j < m - 1) {
-            double inv = 1.0 / hn;
-            double* Vn = V + (int64_t)(j + 1) * n;
-            for (int32_t i = 0; i < n; i++) Vn[i] = w[i] * inv;
+            scaleInto(1.0 / hn, w, V + (int64_t)(j + 1) * n, n);
           }
           for (int32_t i = 0; i < j; i++) {
             double a = Hj[i], bb = Hj[i + 1];

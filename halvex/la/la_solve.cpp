@@ -8,27 +8,11 @@
 
 namespace {
 
-// Walks column j of a supernode (r rows, c columns, tiles of nb when wide)
-// from row i0 down, one contiguous run at a time: fn(entries, firstRow,
-// count), entries[0] being (firstRow, j).
-template <typename Fn>
-inline void forColumn(const double* F, int32_t nb, int32_t r, int32_t c, int32_t j, int32_t i0,
-                      Fn fn) {
-  if (i0 >= r) return;
-  if (nb <= 0 || c <= nb) {
-    fn(F + i0 + (int64_t)j * r, i0, r - i0);
-    return;
-  }
-  int32_t J = j / nb;
-  int32_t w = c - J * nb < nb ? c - J * nb : nb;
-  const double* block = F + laWideColBlockStart(nb, r, J);
-  for (int32_t I = i0 / nb; I * nb < r; I++) {
-    int32_t h = r - I * nb < nb ? r - I * nb : nb;
-    int32_t from = i0 > I * nb ? i0 : I * nb;
-    const double* tile = block + (int64_t)(I - J) * nb * w + (int64_t)(j - J * nb) * h;
-    fn(tile + (from - I * nb), from, I * nb + h - from);
-  }
-}
+// The sweeps are compiled once per instruction set and picked when the
+// library loads; the helpers are forced inline so that each copy gets them
+// compiled for its own set.
+#define LA_SWEEP inline __attribute__((always_inline))
+#define LA_SWEEP_CLONES __attribute__((target_clones("arch=haswell", "default")))
 
 inline void swapEntries(double* a, int32_t i, int32_t j) {
   double t = a[i];
@@ -36,13 +20,621 @@ inline void swapEntries(double* a, int32_t i, int32_t j) {
   a[j] = t;
 }
 
-// The two sweeps over the factor; nb is 0 for the storage of the
-// sequential path and blockSize for the block storage.
-int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int32_t nb) {
+// Columns per pass of the indexed updates.  The rows under a supernode go
+// straight through the row list when the supernode is narrow or has few
+// rows below; otherwise through one dense product on a gathered copy, which
+// vectorises where the indexed form cannot.
+constexpr int32_t kIndexedCols = 4;
+constexpr int32_t kDenseBelowRows = 16;
+// Up to this many columns a supernode is swept column by column.
+constexpr int32_t kColumnwiseCols = 32;
+
+typedef double v4d __attribute__((vector_size(32)));
+typedef double v4u __attribute__((vector_size(32), aligned(8)));
+#define LA_LOAD4(p) (*reinterpret_cast<const v4u*>(p))
+
+// x[lo + c] -= sum_i F(i, lo + c) y[i] for the g (at most 4) columns from
+// lo, rows 0 to m - 1 of the column pointers f.
+LA_SWEEP void dotsBelow(int32_t m, int32_t g, const double* const* f, const double* y,
+                        double* x) {
+  v4d s[4] = {{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}};
+  int32_t i = 0;
+  for (; i + 4 <= m; i += 4) {
+    v4d yv = LA_LOAD4(y + i);
+    for (int32_t c = 0; c < 4; c++)
+      if (c < g) s[c] += LA_LOAD4(f[c] + i) * yv;
+  }
+  for (int32_t c = 0; c < g; c++) {
+    double sum = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
+    for (int32_t k = i; k < m; k++) sum += f[c][k] * y[k];
+    x[c] -= sum;
+  }
+}
+
+// Pivots are taken in groups of up to four columns, a 2x2 pair never split,
+// so that the rows under a group are updated in one pass with the group's
+// factors held.  An interchange must see every earlier column's update on
+// both its rows, so a pivot that is not the group's first may only swap
+// with a row inside the group: the group ends before one that does not.
+LA_SWEEP int32_t forwardGroup(const int32_t* piv, int32_t j, int32_t w) {
+  int32_t e = j;
+  while (e < w) {
+    int32_t step = piv[e] >= 0 ? 1 : 2;
+    if (e + step > j + 4) break;
+    e += step;
+  }
+  for (bool again = true; again;) {
+    again = false;
+    for (int32_t k = j; k < e;) {
+      int32_t step = piv[k] >= 0 ? 1 : 2;
+      int32_t target = step == 1 ? piv[k] : -piv[k];
+      if (k > j && target >= e) {
+        e = k;
+        again = true;
+        break;
+      }
+      k += step;
+    }
+  }
+  return e - j;
+}
+
+// Unit-lower part of the forward sweep on the w columns of one diagonal
+// block T (leading dimension ld), interchanges included.  x keeps the
+// values before their division by D: the rows below need exactly those.
+LA_SWEEP void forwardDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w,
+                          const int32_t* piv) {
+  for (int32_t j = 0; j < w;) {
+    int32_t g = forwardGroup(piv, j, w);
+    int32_t end = j + g;
+    for (int32_t k = j; k < end;) {
+      const double* f = T + k * ld;
+      if (piv[k] >= 0) {
+        if (piv[k] != k) swapEntries(x, k, piv[k]);
+        double xk = x[k];
+        for (int32_t i = k + 1; i < end; i++) x[i] -= xk * f[i];
+        k += 1;
+      } else {
+        if (-piv[k] != k + 1) swapEntries(x, k + 1, -piv[k]);
+        double a0 = x[k], a1 = x[k + 1];
+        const double* h = f + ld;
+        for (int32_t i = k + 2; i < end; i++) x[i] -= f[i] * a0 + a1 * h[i];
+        k += 2;
+      }
+    }
+    if (end < w) {
+      const double* f0 = T + j * ld;
+      switch (g) {
+        case 1: {
+          double t0 = x[j];
+          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0;
+          break;
+        }
+        case 2: {
+          const double* f1 = f0 + ld;
+          double t0 = x[j], t1 = x[j + 1];
+          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0 + f1[i] * t1;
+          break;
+        }
+        case 3: {
+          const double *f1 = f0 + ld, *f2 = f1 + ld;
+          double t0 = x[j], t1 = x[j + 1], t2 = x[j + 2];
+          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
+          break;
+        }
+        default: {
+          const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+          double t0 = x[j], t1 = x[j + 1], t2 = x[j + 2], t3 = x[j + 3];
+          for (int32_t i = end; i < w; i++)
+            x[i] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
+          break;
+        }
+      }
+    }
+    j = end;
+  }
+}
+
+// The D part: every value that leaves a pivot meets the guard.
+LA_SWEEP bool divideDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w,
+                         const int32_t* piv) {
   const double G = LA_SOLVE_GUARD;
+  for (int32_t j = 0; j < w;) {
+    if (piv[j] >= 0) {
+      x[j] /= T[j + j * ld];
+      if (fabs(x[j]) >= G) return false;
+      j += 1;
+    } else {
+      double d = T[j + 1 + j * ld];
+      double u = T[j + j * ld] / d;
+      double v = T[j + 1 + (j + 1) * ld] / d;
+      double den = u * v - 1.0;
+      double a0 = x[j], a1 = x[j + 1];
+      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      x[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
+      j += 2;
+    }
+  }
+  return true;
+}
+
+// The same grouping going up: the group ends at column j, a pair is found
+// by its second column, and the sums over the rows under the group are
+// taken before any of its interchanges, so only the group's last pivot may
+// swap with a row outside it.
+LA_SWEEP int32_t backwardGroup(const int32_t* piv, int32_t j) {
+  int32_t k = j, lowest = -1;
+  while (k >= 0) {
+    int32_t step = piv[k] >= 0 ? 1 : 2;
+    if (k - step < j - 4) break;
+    if (lowest >= 0) {
+      int32_t target = piv[lowest] >= 0 ? piv[lowest] : -piv[lowest];
+      if (target > j) break;
+    }
+    lowest = k;
+    k -= step;
+  }
+  return j - k;
+}
+
+// Backward sweep inside one diagonal block whose rows below have already
+// been taken off x.  last is the position of the supernode's last row,
+// relative to the block: a column with nothing below it has no sum to check.
+LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int64_t ld,
+                           int32_t w, const int32_t* piv, int64_t last) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = w - 1; j >= 0;) {
+    int32_t g = backwardGroup(piv, j);
+    int32_t lo = j - g + 1;
+    if (j + 1 < w) {
+      const double* f[4];
+      for (int32_t c = 0; c < g; c++) f[c] = T + (lo + c) * ld + j + 1;
+      dotsBelow(w - j - 1, g, f, x + j + 1, x + lo);
+    }
+    for (int32_t k = j; k >= lo;) {
+      const double* f = T + k * ld;
+      if (piv[k] >= 0) {
+        if (k < last) {
+          double sum = 0.0;
+          for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
+          x[k] -= sum;
+          if (fabs(x[k]) >= G) return false;
+        }
+        if (piv[k] != k) swapEntries(x, k, piv[k]);
+        k -= 1;
+      } else {
+        // The pair's first column skips the off-diagonal of D at row k.
+        if (k < last) {
+          double s1 = 0.0, s0 = 0.0;
+          for (int32_t i = k + 1; i <= j; i++) {
+            s1 += x[i] * f[i];
+            s0 += x[i] * f[i - ld];
+          }
+          x[k] -= s1;
+          x[k - 1] -= s0;
+          if (fabs(x[k]) >= G || fabs(x[k - 1]) >= G) return false;
+        }
+        if (-piv[k] != k) swapEntries(x, k, -piv[k]);
+        k -= 2;
+      }
+    }
+    j = lo - 1;
+  }
+  return true;
+}
+
+// y[idx[i]] -= sum_j F(i, j) t[j] for m rows and c columns (c at most
+// kIndexedCols), one pass over the rows.
+LA_SWEEP void indexedUpdate4(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
+                   const int32_t* idx, double* y) {
+  const double* f0 = F;
+  switch (c) {
+    case 1: {
+      double t0 = t[0];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0;
+      break;
+    }
+    case 2: {
+      const double* f1 = f0 + ld;
+      double t0 = t[0], t1 = t[1];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1;
+      break;
+    }
+    case 3: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld;
+      double t0 = t[0], t1 = t[1], t2 = t[2];
+      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
+      break;
+    }
+    default: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+      double t0 = t[0], t1 = t[1], t2 = t[2], t3 = t[3];
+      for (int32_t i = 0; i < m; i++)
+        y[idx[i]] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
+      break;
+    }
+  }
+}
+
+// x[j] -= sum_i F(i, j) y[idx[i]] for m rows and c columns (c at most
+// kIndexedCols), one pass over the rows.
+LA_SWEEP void indexedDots4(int32_t m, int32_t c, const double* F, int64_t ld, const int32_t* idx,
+                 const double* y, double* x) {
+  const double* f0 = F;
+  switch (c) {
+    case 1: {
+      double s0 = 0.0;
+      for (int32_t i = 0; i < m; i++) s0 += f0[i] * y[idx[i]];
+      x[0] -= s0;
+      break;
+    }
+    case 2: {
+      const double* f1 = f0 + ld;
+      double s0 = 0.0, s1 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      break;
+    }
+    case 3: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld;
+      double s0 = 0.0, s1 = 0.0, s2 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+        s2 += f2[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      x[2] -= s2;
+      break;
+    }
+    default: {
+      const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+      double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+      for (int32_t i = 0; i < m; i++) {
+        double v = y[idx[i]];
+        s0 += f0[i] * v;
+        s1 += f1[i] * v;
+        s2 += f2[i] * v;
+        s3 += f3[i] * v;
+      }
+      x[0] -= s0;
+      x[1] -= s1;
+      x[2] -= s2;
+      x[3] -= s3;
+      break;
+    }
+  }
+}
+
+// The same for any number of columns, four per pass over the rows.
+LA_SWEEP void indexedUpdate(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
+                            const int32_t* idx, double* y) {
+  for (int32_t j = 0; j < c; j += kIndexedCols)
+    indexedUpdate4(m, c - j < kIndexedCols ? c - j : kIndexedCols, F + j * ld, ld, t + j, idx, y);
+}
+LA_SWEEP void indexedDots(int32_t m, int32_t c, const double* F, int64_t ld, const int32_t* idx,
+                          const double* y, double* x) {
+  for (int32_t j = 0; j < c; j += kIndexedCols)
+    indexedDots4(m, c - j < kIndexedCols ? c - j : kIndexedCols, F + j * ld, ld, idx, y, x + j);
+}
+
+// y := y - A x and y := y - A^T x through the module's kernels.
+inline void gemvMinus(int32_t m, int32_t n, const double* A, int64_t lda, const double* x,
+                      double* y) {
+  if (m <= 0 || n <= 0) return;
+  int mm = m, nn = n, ld = (int)lda, one = 1;
+  double alpha = -1.0, beta = 1.0;
+  my_dgemv_n_1m1_one("N", &mm, &nn, &alpha, A, &ld, x, &one, &beta, y, &one);
+}
+inline void gemvTransMinus(int32_t m, int32_t n, const double* A, int64_t lda, const double* x,
+                           double* y) {
+  if (m <= 0 || n <= 0) return;
+  int mm = m, nn = n, ld = (int)lda, one = 1;
+  double alpha = -1.0, beta = 1.0;
+  my_dgemv_t_1m1_one("T", &mm, &nn, &alpha, A, &ld, x, &one, &beta, y, &one);
+}
+
+// The short loops of the column sweeps in explicit four-wide steps: no
+// alias checks or peeling, which cost more than the loop on a short column.
+#define LA_STORE4(p, v) (*reinterpret_cast<v4u*>(p) = (v))
+
+// x -= t f over n entries.
+LA_SWEEP void axpyShort(double* __restrict x, const double* __restrict f, double t, int32_t n) {
+  v4d tv = {t, t, t, t};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) LA_STORE4(x + i, LA_LOAD4(x + i) - tv * LA_LOAD4(f + i));
+  for (; i < n; i++) x[i] -= t * f[i];
+}
+
+// x -= f t0 + g t1 over n entries.
+LA_SWEEP void axpy2Short(double* __restrict x, const double* __restrict f,
+                         const double* __restrict g, double t0, double t1, int32_t n) {
+  v4d u0 = {t0, t0, t0, t0}, u1 = {t1, t1, t1, t1};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4)
+    LA_STORE4(x + i, LA_LOAD4(x + i) - (LA_LOAD4(f + i) * u0 + LA_LOAD4(g + i) * u1));
+  for (; i < n; i++) x[i] -= f[i] * t0 + g[i] * t1;
+}
+
+LA_SWEEP double dotShort(const double* __restrict x, const double* __restrict f, int32_t n) {
+  v4d s = {0, 0, 0, 0};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) s += LA_LOAD4(x + i) * LA_LOAD4(f + i);
+  double sum = (s[0] + s[1]) + (s[2] + s[3]);
+  for (; i < n; i++) sum += x[i] * f[i];
+  return sum;
+}
+
+LA_SWEEP void dot2Short(const double* __restrict x, const double* __restrict f,
+                        const double* __restrict g, int32_t n, double* sf, double* sg) {
+  v4d s = {0, 0, 0, 0}, u = s;
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    v4d xv = LA_LOAD4(x + i);
+    s += xv * LA_LOAD4(f + i);
+    u += xv * LA_LOAD4(g + i);
+  }
+  double a = (s[0] + s[1]) + (s[2] + s[3]), b = (u[0] + u[1]) + (u[2] + u[3]);
+  for (; i < n; i++) {
+    a += x[i] * f[i];
+    b += x[i] * g[i];
+  }
+  *sf = a;
+  *sg = b;
+}
+
+// Small supernodes: the whole supernode gathered, and each pivot's column
+// taken in one pass over all the rows under it, the diagonal divided as
+// soon as the column is done.  Short loops gain nothing from grouping, and
+// interchanges need no care here.
+LA_SWEEP bool forwardColumns(double* __restrict a, const double* __restrict F, int64_t ld,
+                             int32_t r, int32_t c, const int32_t* piv) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = 0; j < c;) {
+    const double* f = F + j * ld;
+    if (piv[j] >= 0) {
+      if (piv[j] != j) swapEntries(a, j, piv[j]);
+      double aj = a[j];
+      axpyShort(a + j + 1, f + j + 1, aj, r - j - 1);
+      a[j] = aj / f[j];
+      if (fabs(a[j]) >= G) return false;
+      j += 1;
+    } else {
+      if (-piv[j] != j + 1) swapEntries(a, j + 1, -piv[j]);
+      double a0 = a[j], a1 = a[j + 1];
+      const double* h = f + ld;
+      axpy2Short(a + j + 2, f + j + 2, h + j + 2, a0, a1, r - j - 2);
+      double d = f[j + 1];
+      double u = f[j] / d;
+      double v = h[j + 1] / d;
+      double den = u * v - 1.0;
+      a[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      a[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(a[j]) >= G || fabs(a[j + 1]) >= G) return false;
+      j += 2;
+    }
+  }
+  return true;
+}
+
+LA_SWEEP bool backwardColumns(double* __restrict a, const double* __restrict F, int64_t ld,
+                              int32_t r, int32_t c, const int32_t* piv) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = c - 1; j >= 0;) {
+    const double* f = F + j * ld;
+    if (piv[j] >= 0) {
+      if (j < r - 1) {
+        a[j] -= dotShort(a + j + 1, f + j + 1, r - j - 1);
+        if (fabs(a[j]) >= G) return false;
+      }
+      if (piv[j] != j) swapEntries(a, j, piv[j]);
+      j -= 1;
+    } else {
+      // The pair's first column skips the off-diagonal of D at row j.
+      if (j < r - 1) {
+        double s1, s0;
+        dot2Short(a + j + 1, f + j + 1, f - ld + j + 1, r - j - 1, &s1, &s0);
+        a[j] -= s1;
+        a[j - 1] -= s0;
+        if (fabs(a[j]) >= G || fabs(a[j - 1]) >= G) return false;
+      }
+      if (-piv[j] != j) swapEntries(a, j, -piv[j]);
+      j -= 2;
+    }
+  }
+  return true;
+}
+
+// One supernode stored as a single column-major array (the sequential
+// storage, and narrow supernodes of the block storage).  Its own columns
+// are contiguous in b, so they are worked on in place; only the rows below
+// go through the row list.  buf holds r - c doubles.
+// Most diagonal blocks have 1x1 pivots only and no interchange; they take
+// the paths below, which keep the values before division apart and so
+// divide as they go.
+LA_SWEEP bool plainPivots(const int32_t* piv, int32_t w) {
+  for (int32_t k = 0; k < w; k++)
+    if (piv[k] != k) return false;
+  return true;
+}
+
+// Forward sweep of a plain diagonal block, four columns at a time: t gets
+// the values before division (what the rows below need), x the solved ones.
+LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const double* __restrict T,
+                           int64_t ld, int32_t w) {
+  const double G = LA_SOLVE_GUARD;
+  int32_t j = 0;
+  for (; j + 4 <= w; j += 4) {
+    const double *f0 = T + j * ld, *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
+    double t0 = x[j];
+    double t1 = x[j + 1] - t0 * f0[j + 1];
+    double t2 = x[j + 2] - t0 * f0[j + 2] - t1 * f1[j + 2];
+    double t3 = x[j + 3] - t0 * f0[j + 3] - t1 * f1[j + 3] - t2 * f2[j + 3];
+    t[j] = t0;
+    t[j + 1] = t1;
+    t[j + 2] = t2;
+    t[j + 3] = t3;
+    x[j] = t0 / f0[j];
+    x[j + 1] = t1 / f1[j + 1];
+    x[j + 2] = t2 / f2[j + 2];
+    x[j + 3] = t3 / f3[j + 3];
+    if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G || fabs(x[j + 2]) >= G || fabs(x[j + 3]) >= G)
+      return false;
+    for (int32_t i = j + 4; i < w; i++)
+      x[i] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
+  }
+  for (; j < w; j++) {
+    const double* f = T + j * ld;
+    double tj = x[j];
+    t[j] = tj;
+    for (int32_t i = j + 1; i < w; i++) x[i] -= tj * f[i];
+    x[j] = tj / f[j];
+    if (fabs(x[j]) >= G) return false;
+  }
+  return true;
+}
+
+// Backward sweep of a plain diagonal block whose rows below are already
+// taken off x, four columns at a time from the bottom.
+LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, int64_t ld,
+                            int32_t w, int64_t last) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = w - 1; j >= 0;) {
+    int32_t g = j + 1 < 4 ? j + 1 : 4;
+    int32_t lo = j - g + 1;
+    if (j + 1 < w) {
+      const double* f[4];
+      for (int32_t c = 0; c < g; c++) f[c] = T + (lo + c) * ld + j + 1;
+      dotsBelow(w - j - 1, g, f, x + j + 1, x + lo);
+    }
+    for (int32_t k = j; k >= lo; k--) {
+      if (k < last) {
+        const double* f = T + k * ld;
+        double sum = 0.0;
+        for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
+        x[k] -= sum;
+        if (fabs(x[k]) >= G) return false;
+      }
+    }
+    j = lo - 1;
+  }
+  return true;
+}
+
+// One supernode stored as a single column-major array (the sequential
+// storage, and narrow supernodes of the block storage).  Its own columns
+// are contiguous in b, so they are worked on in place; only the rows below
+// go through the row list.  buf holds r doubles.
+LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
+                            int32_t r, int32_t c, const int32_t* piv, double* buf) {
+  double* x = b + first;
+  bool plain = plainPivots(piv, c);
+  // The rows below take the values before division.
+  const double* t = x;
+  if (plain) {
+    if (!forwardPlain(x, buf, F, r, c)) return false;
+    t = buf;
+  } else {
+    forwardDiag(x, F, r, c, piv);
+  }
+  int32_t m = r - c;
+  if (m > 0) {
+    const double* F21 = F + c;
+    const int32_t* idx = rows + c;
+    if (c <= kIndexedCols || m < kDenseBelowRows) {
+      indexedUpdate(m, c, F21, r, t, idx, b);
+    } else {
+      double* tmp = buf + c;
+      int mm = m, nn = c, ld = r, one = 1;
+      double alpha = 1.0, beta = 0.0;
+      my_dgemv_n_0p1_yone("N", &mm, &nn, &alpha, F21, &ld, t, &one, &beta, tmp, &one);
+      for (int32_t i = 0; i < m; i++) b[idx[i]] -= tmp[i];
+    }
+  }
+  return plain || divideDiag(x, F, r, c, piv);
+}
+
+LA_SWEEP bool backwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
+                             int32_t r, int32_t c, const int32_t* piv, double* buf) {
+  double* x = b + first;
+  int32_t m = r - c;
+  if (m > 0) {
+    const double* F21 = F + c;
+    const int32_t* idx = rows + c;
+    if (c <= kIndexedCols || m < kDenseBelowRows) {
+      indexedDots(m, c, F21, r, idx, b, x);
+    } else {
+      for (int32_t i = 0; i < m; i++) buf[i] = b[idx[i]];
+      gemvTransMinus(m, c, F21, r, buf, x);
+    }
+  }
+  if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
+  return backwardDiag(x, F, r, c, piv, r - 1);
+}
+
+// A wide supernode of the block storage: column blocks of width nb, each cut
+// into tiles that are column-major with their own height as leading
+// dimension.  The supernode is gathered once into a (r doubles).
+LA_SWEEP bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+                 const int32_t* piv) {
+  for (int32_t J = 0; J * nb < c; J++) {
+    int32_t j0 = J * nb;
+    int32_t w = c - j0 < nb ? c - j0 : nb;
+    const double* block = F + laWideColBlockStart(nb, r, J);
+    int32_t hJ = r - j0 < nb ? r - j0 : nb;
+    double* x = a + j0;
+    forwardDiag(x, block, hJ, w, piv + j0);
+    gemvMinus(hJ - w, w, block + w, hJ, x, x + w);
+    for (int32_t I = J + 1; I * nb < r; I++) {
+      int32_t h = r - I * nb < nb ? r - I * nb : nb;
+      gemvMinus(h, w, block + (int64_t)(I - J) * nb * w, h, x, a + (int64_t)I * nb);
+    }
+    if (!divideDiag(x, block, hJ, w, piv + j0)) return false;
+  }
+  return true;
+}
+
+LA_SWEEP bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+                  const int32_t* piv) {
+  int32_t last = (c - 1) / nb;
+  for (int32_t J = last; J >= 0; J--) {
+    int32_t j0 = J * nb;
+    int32_t w = c - j0 < nb ? c - j0 : nb;
+    const double* block = F + laWideColBlockStart(nb, r, J);
+    int32_t hJ = r - j0 < nb ? r - j0 : nb;
+    double* x = a + j0;
+    gemvTransMinus(hJ - w, w, block + w, hJ, x + w, x);
+    for (int32_t I = J + 1; I * nb < r; I++) {
+      int32_t h = r - I * nb < nb ? r - I * nb : nb;
+      gemvTransMinus(h, w, block + (int64_t)(I - J) * nb * w, h, a + (int64_t)I * nb, x);
+    }
+    if (!backwardDiag(x, block, hJ, w, piv + j0, (int64_t)r - 1 - j0)) return false;
+  }
+  return true;
+}
+
+LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32_t first,
+                        int32_t r, int32_t c) {
+  memcpy(a, b + first, sizeof(double) * (size_t)c);
+  for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
+}
+
+// The two sweeps over the factor, in storage order; nb is 0 for the
+// storage of the sequential path and blockSize for the block storage.
+LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
+                                        int32_t nb) {
   int32_t n = sym->n;
+  const int32_t* perm = sym->perm;
   if (mode == 0)
-    for (int32_t i = 0; i < n; i++) b[i] = a[sym->perm[i]];
+    for (int32_t i = 0; i < n; i++) b[i] = a[perm[i]];
 
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int32_t first = sym->snodeStart[s];
@@ -50,46 +642,19 @@ int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int
     const int32_t* rows = sym->rowList + sym->rowBegin[s];
     const double* F = sym->factor + sym->factorBegin[s];
     const int32_t* piv = sym->pivots + first;
-    int32_t bnb = nb > 0 && c > nb ? nb : 0;
-    memcpy(a, b + first, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
-    for (int32_t j = 0; j < c;) {
-      int32_t shift = bnb ? (j / bnb) * bnb : 0;  // pivots are relative to the column block
-      if (piv[j] >= 0) {
-        int32_t p = piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        double aj = a[j];
-        forColumn(F, bnb, r, c, j, j + 1, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= aj * f[i];
-        });
-        a[j] = aj / F[laBlockOffset(bnb, r, c, j, j)];
-        if (fabs(a[j]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        j += 1;
-      } else {
-        int32_t p = -piv[j] + shift;
-        if (p != j + 1) swapEntries(a, j + 1, p);
-        double a0 = a[j], a1 = a[j + 1];
-        forColumn(F, bnb, r, c, j, j + 2, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= f[i] * a0;
-        });
-        forColumn(F, bnb, r, c, j + 1, j + 2, [&](const double* f, int32_t i0, int32_t len) {
-          double* x = a + i0;
-          for (int32_t i = 0; i < len; i++) x[i] -= a1 * f[i];
-        });
-        double d = F[laBlockOffset(bnb, r, c, j + 1, j)];
-        double u = F[laBlockOffset(bnb, r, c, j, j)] / d;
-        double v = F[laBlockOffset(bnb, r, c, j + 1, j + 1)] / d;
-        double den = u * v - 1.0;
-        a[j + 1] = (u * (a1 / d) - a0 / d) / den;
-        a[j] = (v * (a0 / d) - a1 / d) / den;
-        if (fabs(a[j]) >= G || fabs(a[j + 1]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        j += 2;
-      }
+    if (nb > 0 && c > nb) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+      for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
+    } else if (c > kIndexedCols && c <= kColumnwiseCols) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!forwardColumns(a, F, r, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+      for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
+    } else if (!forwardNarrow(b, first, rows, F, r, c, piv, a)) {
+      return LA_ERR_SOLVE_OVERFLOW;
     }
-    memcpy(b + first, a, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
   }
 
   for (int32_t s = sym->numSNodes - 1; s >= 0; s--) {
@@ -98,44 +663,22 @@ int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b, int
     const int32_t* rows = sym->rowList + sym->rowBegin[s];
     const double* F = sym->factor + sym->factorBegin[s];
     const int32_t* piv = sym->pivots + first;
-    int32_t bnb = nb > 0 && c > nb ? nb : 0;
-    memcpy(a, b + first, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
-    for (int32_t j = c - 1; j >= 0;) {
-      int32_t shift = bnb ? (j / bnb) * bnb : 0;
-      auto dotBelow = [&](int32_t col) {
-        double sum = 0.0;
-        forColumn(F, bnb, r, c, col, j + 1, [&](const double* f, int32_t i0, int32_t len) {
-          sum += my_ddot(len, a + i0, 1, f, 1);
-        });
-        return sum;
-      };
-      if (piv[j] >= 0) {
-        if (j < r - 1) {
-          a[j] -= dotBelow(j);
-          if (fabs(a[j]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        }
-        int32_t p = piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        j -= 1;
-      } else {
-        if (j < r - 1) {
-          double s1 = dotBelow(j), s0 = dotBelow(j - 1);
-          a[j] -= s1;
-          a[j - 1] -= s0;
-          if (fabs(a[j]) >= G || fabs(a[j - 1]) >= G) return LA_ERR_SOLVE_OVERFLOW;
-        }
-        int32_t p = -piv[j] + shift;
-        if (p != j) swapEntries(a, j, p);
-        j -= 2;
-      }
+    if (nb > 0 && c > nb) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      // The rows below are only read on the way back.
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+    } else if (c > kIndexedCols && c <= kColumnwiseCols) {
+      gatherSNode(a, b, rows, first, r, c);
+      if (!backwardColumns(a, F, r, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      memcpy(b + first, a, sizeof(double) * (size_t)c);
+    } else if (!backwardNarrow(b, first, rows, F, r, c, piv, a)) {
+      return LA_ERR_SOLVE_OVERFLOW;
     }
-    memcpy(b + first, a, sizeof(double) * (size_t)c);
-    for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
   }
 
   if (mode == 0)
-    for (int32_t i = 0; i < n; i++) a[sym->perm[i]] = b[i];
+    for (int32_t i = 0; i < n; i++) a[perm[i]] = b[i];
   return LA_OK;
 }
 
