@@ -733,8 +733,10 @@ HALVEX_EXPORT int32_t LA_SolveMatrixLDL(int32_t mode, const int32_t* colBegin,
   }
 
   if (fgmres) {
-    int32_t m = env->fgmresRestart < n ? env->fgmresRestart : n;
     int32_t mMax = env->fgmresMaxRestart < n ? env->fgmresMaxRestart : n;
+    // Left to the implementer: a first restart longer than the longest one
+    // allowed starts at the longest, since the work space is sized for it.
+    int32_t m = env->fgmresRestart < mMax ? env->fgmresRestart : mMax;
     status = FGMRES(env->refineTol, LA_REFINE_STAGNATION, n, colBegin, rowIndex, value, saved,
                     mode, limit, m, mMax, 0, env->orthoScheme, env, sym, solve,
                     &env->backwardError, x, scratch);
