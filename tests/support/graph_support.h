@@ -124,7 +124,7 @@ inline Graph star(int32_t n) {
 
 // One of each shape the orderings treat differently: 2D and 3D meshes,
 // sparse and denser random graphs, dense rows, pieces with isolated
-// vertices, edgeless graphs and a tree.
+// vertices; last the ones dissection hands on, edgeless graphs and a tree.
 inline std::vector<Graph> zoo() {
   return {grid2d(23, 17),
           grid3d(8),

@@ -230,7 +230,9 @@ TEST(NestedBisection, SeparatorsSeparateAndBalanceAtEveryLevel) {
 
 TEST(NestedDissectionDriver, OrdersEveryFamilyAndBeatsMinimumDegreeOnGrids) {
   PoolEnv e;
+  // Edgeless graphs and the star leave dissection on purpose (see below).
   std::vector<Graph> family = zoo();
+  family.resize(6);
   family.push_back(disjoint(grid2d(60, 1), grid2d(10, 10), 20));
   family.push_back(kkt(2000, 4000, 3, 1, 5));
   family.push_back(grid2d(300, 1));
