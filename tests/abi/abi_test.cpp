@@ -128,25 +128,6 @@ TEST_F(ModuleAbi, ExtensionInstanceAndVersionSlotBySlot) {
   EXPECT_EQ(host.livePools(), 0);
 }
 
-TEST_F(ModuleAbi, HostApiRunsAWholeLifecycleWithoutLeaks) {
-  {
-    hxhost::HalvexModule module(host, entries);
-    ASSERT_TRUE(module.ok());
-    HalvexInstance* first = module.createInstance();
-    HalvexInstance* second = module.createInstance();
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_NE(first->env.pool, second->env.pool);
-    EXPECT_NE(first->env.textLog, nullptr);
-    EXPECT_NE(first->env.messageLog, nullptr);
-    EXPECT_STREQ(module.version().moduleName, "halvex");
-    module.destroyInstance(first);
-    module.destroyInstance(second);
-  }
-  EXPECT_EQ(host.totalStats().liveBlocks, 0);
-  EXPECT_EQ(host.livePools(), 0);
-}
-
 TEST_F(ModuleAbi, RefusedPoolOrBlockGivesNullAndNothingLeaks) {
   ASSERT_EQ(entries.qvextent(host.kernel()), 0);
   QVPool* parent = host.createPool("abi parent");

@@ -122,6 +122,27 @@ inline Graph star(int32_t n) {
   return fromEdges(n, e);
 }
 
+// One of each shape the orderings treat differently: 2D and 3D meshes,
+// sparse and denser random graphs, dense rows, pieces with isolated
+// vertices; last the ones dissection hands on, edgeless graphs and a tree.
+inline std::vector<Graph> zoo() {
+  return {grid2d(23, 17),
+          grid3d(8),
+          randomGraph(500, 1500, 7),
+          randomGraph(300, 3000, 11),
+          withDenseRows(grid2d(20, 20), {0, 137, 399}),
+          disjoint(grid2d(9, 9), randomGraph(60, 150, 3), 5),
+          fromEdges(1, {}),
+          fromEdges(6, {}),
+          star(200)};
+}
+
+inline std::vector<int32_t> natural(int32_t n) {
+  std::vector<int32_t> p(n);
+  for (int32_t i = 0; i < n; i++) p[i] = i;
+  return p;
+}
+
 // Entries of L below the diagonal for perm (position to vertex), by row
 // subtrees of the elimination tree with path compression.
 inline int64_t factorEntries(const Graph& g, const std::vector<int32_t>& perm) {
@@ -146,18 +167,14 @@ inline int64_t factorEntries(const Graph& g, const std::vector<int32_t>& perm) {
   return count;
 }
 
+// perm maps position to vertex, invPerm vertex to position; undoing every
+// position rules out repeats.
 inline ::testing::AssertionResult isPermutationPair(const std::vector<int32_t>& perm,
                                                     const std::vector<int32_t>& invPerm) {
   int32_t n = (int32_t)perm.size();
-  std::vector<char> seen(n, 0);
-  for (int32_t k = 0; k < n; k++) {
-    int32_t v = perm[k];
-    if (v < 0 || v >= n) return ::testing::AssertionFailure() << "perm[" << k << "]=" << v;
-    if (seen[v]) return ::testing::AssertionFailure() << "vertex " << v << " twice";
-    seen[v] = 1;
-    if (invPerm[v] != k)
-      return ::testing::AssertionFailure() << "invPerm[" << v << "]=" << invPerm[v] << " not " << k;
-  }
+  for (int32_t k = 0; k < n; k++)
+    if (perm[k] < 0 || perm[k] >= n || invPerm[perm[k]] != k)
+      return ::testing::AssertionFailure() << "perm[" << k << "]=" << perm[k] << " not undone";
   return ::testing::AssertionSuccess();
 }
 
@@ -170,7 +187,6 @@ struct PoolEnv {
     env.pool = pool;
   }
   int64_t live() { return host.poolStats(pool).liveBlocks; }
-  int64_t allocations() { return host.poolStats(pool).allocations; }
 };
 
 struct Ordered {

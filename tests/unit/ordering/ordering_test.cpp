@@ -2,140 +2,14 @@
 // choice of the driver, dense handling and out-of-memory behaviour.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <random>
-#include <set>
 #include <vector>
 
-#include "host/host.h"
-#include "la/la.h"
-#include "ordering/ordering.h"
-#include "support/oom.h"
+#include "support/graph_support.h"
 
 namespace {
 
-struct Graph {
-  int32_t n = 0;
-  std::vector<int32_t> begin{0};
-  std::vector<int32_t> index;
-};
-
-Graph fromEdges(int32_t n, const std::vector<std::pair<int32_t, int32_t>>& edges) {
-  std::vector<std::set<int32_t>> adj(n);
-  for (auto& e : edges)
-    if (e.first != e.second) {
-      adj[e.first].insert(e.second);
-      adj[e.second].insert(e.first);
-    }
-  Graph g;
-  g.n = n;
-  g.begin.assign(1, 0);
-  for (int32_t v = 0; v < n; v++) {
-    for (int32_t u : adj[v]) g.index.push_back(u);
-    g.begin.push_back((int32_t)g.index.size());
-  }
-  return g;
-}
-
-std::vector<std::pair<int32_t, int32_t>> edgesOf(const Graph& g, int32_t shift = 0) {
-  std::vector<std::pair<int32_t, int32_t>> e;
-  for (int32_t v = 0; v < g.n; v++)
-    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) e.push_back({v + shift, g.index[p] + shift});
-  return e;
-}
-
-Graph grid2d(int32_t nx, int32_t ny) {
-  std::vector<std::pair<int32_t, int32_t>> e;
-  for (int32_t y = 0; y < ny; y++)
-    for (int32_t x = 0; x < nx; x++) {
-      int32_t v = y * nx + x;
-      if (x + 1 < nx) e.push_back({v, v + 1});
-      if (y + 1 < ny) e.push_back({v, v + nx});
-    }
-  return fromEdges(nx * ny, e);
-}
-
-Graph grid3d(int32_t k) {
-  std::vector<std::pair<int32_t, int32_t>> e;
-  for (int32_t z = 0; z < k; z++)
-    for (int32_t y = 0; y < k; y++)
-      for (int32_t x = 0; x < k; x++) {
-        int32_t v = (z * k + y) * k + x;
-        if (x + 1 < k) e.push_back({v, v + 1});
-        if (y + 1 < k) e.push_back({v, v + k});
-        if (z + 1 < k) e.push_back({v, v + k * k});
-      }
-  return fromEdges(k * k * k, e);
-}
-
-Graph randomGraph(int32_t n, int32_t m, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::vector<std::pair<int32_t, int32_t>> e;
-  for (int32_t k = 0; k < m; k++) e.push_back({(int32_t)(rng() % n), (int32_t)(rng() % n)});
-  return fromEdges(n, e);
-}
-
-// A grid with a few vertices joined to (almost) everything.
-Graph gridWithDenseRows(int32_t k, const std::vector<int32_t>& dense) {
-  Graph g = grid2d(k, k);
-  std::vector<std::pair<int32_t, int32_t>> e = edgesOf(g);
-  for (int32_t d : dense)
-    for (int32_t v = 0; v < g.n; v++) e.push_back({d, v});
-  return fromEdges(g.n, e);
-}
-
-Graph disjoint(const Graph& a, const Graph& b, int32_t isolated) {
-  std::vector<std::pair<int32_t, int32_t>> e = edgesOf(a), f = edgesOf(b, a.n + isolated);
-  e.insert(e.end(), f.begin(), f.end());
-  return fromEdges(a.n + isolated + b.n, e);
-}
-
-// Entries of L strictly below the diagonal for the order perm (position to
-// vertex), by row subtrees of the elimination tree.
-int64_t factorEntries(const Graph& g, const std::vector<int32_t>& perm) {
-  int32_t n = g.n;
-  std::vector<int32_t> inv(n), parent(n, -1), flag(n, -1);
-  for (int32_t k = 0; k < n; k++) inv[perm[k]] = k;
-  int64_t count = 0;
-  for (int32_t k = 0; k < n; k++) {
-    flag[k] = k;
-    int32_t v = perm[k];
-    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++) {
-      int32_t i = inv[g.index[p]];
-      if (i >= k) continue;
-      while (flag[i] != k) {
-        if (parent[i] == -1) parent[i] = k;
-        count++;
-        flag[i] = k;
-        i = parent[i];
-      }
-    }
-  }
-  return count;
-}
-
-std::vector<int32_t> natural(int32_t n) {
-  std::vector<int32_t> p(n);
-  for (int32_t i = 0; i < n; i++) p[i] = i;
-  return p;
-}
-
-// perm maps position to vertex, invPerm vertex to position.
-::testing::AssertionResult isPermutationPair(const std::vector<int32_t>& perm,
-                                             const std::vector<int32_t>& invPerm) {
-  int32_t n = (int32_t)perm.size();
-  std::vector<char> seen(n, 0);
-  for (int32_t k = 0; k < n; k++) {
-    int32_t v = perm[k];
-    if (v < 0 || v >= n) return ::testing::AssertionFailure() << "perm[" << k << "]=" << v;
-    if (seen[v]) return ::testing::AssertionFailure() << "vertex " << v << " twice";
-    seen[v] = 1;
-    if (invPerm[v] != k)
-      return ::testing::AssertionFailure() << "invPerm[" << v << "]=" << invPerm[v] << " not " << k;
-  }
-  return ::testing::AssertionSuccess();
-}
+using namespace graphs;
 
 enum Code { AMD, AMF, AMF_LOG, CAMF };
 
@@ -175,69 +49,28 @@ Result runCode(Code code, const Graph& g, int32_t slack, int32_t orderClass = 1,
   return Result{last, next};
 }
 
-std::vector<Graph> zoo() {
-  std::vector<Graph> z;
-  z.push_back(grid2d(23, 17));
-  z.push_back(grid3d(8));
-  z.push_back(randomGraph(500, 1500, 7));
-  z.push_back(randomGraph(300, 3000, 11));
-  z.push_back(gridWithDenseRows(20, {0, 137, 399}));
-  z.push_back(disjoint(grid2d(9, 9), randomGraph(60, 150, 3), 5));
-  z.push_back(fromEdges(1, {}));
-  z.push_back(fromEdges(6, {}));
-  std::vector<std::pair<int32_t, int32_t>> star;
-  for (int32_t v = 1; v < 200; v++) star.push_back({0, v});
-  z.push_back(fromEdges(200, star));
-  return z;
-}
-
-struct Env {
-  hxhost::Host host;
-  QVPool* pool;
-  LAEnv env{};
-  Env() {
-    pool = host.createPool("ordering");
-    env.pool = pool;
-  }
-  int64_t live() { return host.poolStats(pool).liveBlocks; }
-};
-
-struct DriverRun {
-  int32_t rc = -99, method = 0, numDense = -7;
-  std::vector<int32_t> perm, invPerm, labels;
-};
-
-DriverRun runDriver(Env& e, const Graph& g, int32_t method, int32_t orderClass = 1,
-                    int32_t denseRule = 1, int32_t blockMode = 0) {
-  DriverRun r;
-  int32_t n = g.n;
-  std::vector<int32_t> begin(g.begin), index(g.index);
-  index.resize(g.begin[n] + n + 1);
-  std::vector<int32_t> work(7 * (size_t)n + 1);
-  r.perm.assign(n, -1);
-  r.invPerm.assign(n, -1);
-  r.labels.assign(n, -1);
-  r.method = method;
-  r.rc = OrderGraph(&e.env, n, begin.data(), index.data(), (int32_t)index.size(), orderClass,
-                    nullptr, denseRule, r.perm.data(), r.invPerm.data(), &r.numDense, &r.method,
-                    1, blockMode, r.labels.data(), 0, work.data(), 0.0, -1.0);
-  return r;
-}
-
 }  // namespace
 
 // ---- the minimum-degree family -------------------------------------------------
 
 // Any elbow room gives the same permutation: the least forces compaction.
+// Without labels the constrained code makes the same pivots and ties as
+// minimum fill (class 0 keeps the dense thresholds equal too).
 TEST(OrderingMinDeg, EveryCodeGivesAPermutationWhateverTheElbowRoom) {
   for (const Graph& g : zoo())
-    for (Code c : {AMD, AMF, AMF_LOG, CAMF})
-      for (int32_t oc : {0, 1}) {
+    for (int32_t oc : {0, 1}) {
+      std::vector<int32_t> fill;
+      for (Code c : {AMD, AMF, AMF_LOG, CAMF}) {
         Result roomy = runCode(c, g, 3 * g.begin[g.n] + g.n, oc);
         Result tight = runCode(c, g, g.n, oc);
         ASSERT_TRUE(isPermutationPair(tight.perm, tight.invPerm)) << "code " << c << " n " << g.n;
         EXPECT_EQ(roomy.perm, tight.perm) << "code " << c << " n " << g.n << " class " << oc;
+        if (c == AMF) fill = tight.perm;
+        if (c == CAMF && oc == 0) {
+          EXPECT_EQ(tight.perm, fill) << "n " << g.n;
+        }
       }
+    }
 }
 
 TEST(OrderingMinDeg, FillFarBelowNaturalOrderOnGrids) {
@@ -254,14 +87,13 @@ TEST(OrderingMinDeg, FillFarBelowNaturalOrderOnGrids) {
     EXPECT_LT(f3, nat3 * 7 / 10) << "code " << c << ": " << f3 << " vs " << nat3;
   }
   // A tree ordered by minimum degree has no fill at all.
-  Graph star = zoo().back();
-  EXPECT_EQ(factorEntries(star, runCode(AMD, star, star.n).perm), star.n - 1);
-  EXPECT_EQ(factorEntries(star, runCode(AMF, star, star.n).perm), star.n - 1);
+  Graph tree = star(200);
+  for (Code c : {AMD, AMF}) EXPECT_EQ(factorEntries(tree, runCode(c, tree, tree.n).perm), 199);
 }
 
-TEST(OrderingMinDeg, DenseRowsAndIsolatedVerticesGoWhereTheyBelong) {
+TEST(OrderingMinDeg, DenseRowsCloseTheOrderWhateverTheirLabel) {
   // Dense vertices close the order in ascending number.
-  Graph g = gridWithDenseRows(20, {5, 311});
+  Graph g = withDenseRows(grid2d(20, 20), {5, 311});
   for (Code c : {AMD, AMF, AMF_LOG, CAMF}) {
     Result r = runCode(c, g, g.begin[g.n] + g.n, 0);
     ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm));
@@ -270,19 +102,10 @@ TEST(OrderingMinDeg, DenseRowsAndIsolatedVerticesGoWhereTheyBelong) {
   }
   // A dense vertex with the lowest label still goes last.
   std::vector<int32_t> labels(g.n, 1);
-  labels[5] = 0;
-  labels[311] = 0;
+  labels[5] = labels[311] = 0;
   Result r = runCode(CAMF, g, g.n, 0, &labels);
   EXPECT_EQ(r.perm[g.n - 2], 5);
   EXPECT_EQ(r.perm[g.n - 1], 311);
-
-  // Isolated vertices cost nothing; the rest is still ordered well.
-  Graph h = disjoint(grid2d(15, 15), grid2d(15, 15), 10);
-  Result a = runCode(AMD, h, h.n);
-  ASSERT_TRUE(isPermutationPair(a.perm, a.invPerm));
-  Graph one = grid2d(15, 15);
-  int64_t single = factorEntries(one, runCode(AMD, one, one.n).perm);
-  EXPECT_LE(factorEntries(h, a.perm), 2 * single + 2 * single / 10);
 }
 
 TEST(OrderingMinDeg, ConstrainedOrderHonoursSeparatorLabels) {
@@ -329,62 +152,12 @@ TEST(OrderingMinDeg, ConstrainedOrderHonoursSeparatorLabels) {
   EXPECT_EQ(r.perm[2], 1);
 }
 
-TEST(OrderingMinDeg, ConstrainedWithoutLabelsMatchesMinimumFill) {
-  // Same pivots, same ties; class 0 keeps the dense thresholds equal too.
-  for (const Graph& g : zoo()) {
-    Result c = runCode(CAMF, g, g.begin[g.n] + g.n, 0);
-    Result f = runCode(AMF, g, g.begin[g.n] + g.n, 0);
-    EXPECT_EQ(c.perm, f.perm) << "n " << g.n;
-    // One label for all only changes the tie order.
-    std::vector<int32_t> labels(g.n, 3);
-    Result one = runCode(CAMF, g, g.begin[g.n] + g.n, 0, &labels);
-    ASSERT_TRUE(isPermutationPair(one.perm, one.invPerm));
-    EXPECT_LE(factorEntries(g, one.perm), 2 * factorEntries(g, f.perm) + 10) << "n " << g.n;
-  }
-}
-
-TEST(OrderingMinDeg, MultipleMinimumDegreeOrdersSmallLeaves) {
-  for (const Graph& g0 : {grid2d(12, 12), randomGraph(150, 400, 5), grid3d(5),
-                          fromEdges(2, {{0, 1}}), fromEdges(3, {})}) {
-    Graph g = g0;
-    std::vector<int32_t> begin(g.begin), index(g.index), label(g.n);
-    for (int32_t i = 0; i < g.n; i++) label[g.n - 1 - i] = i;  // reversed numbering
-    OrderingGraph og;
-    InitGraph(&og);
-    og.numVertex = g.n;
-    og.numEdge = g.begin[g.n];
-    og.adjBegin = begin.data();
-    og.adjIndex = index.data();
-    og.origLabel = label.data();
-    std::vector<int32_t> work(7 * (size_t)g.n), order(g.n + 10, -1);
-    const int32_t lastPosition = g.n + 10;  // the leaf owns positions 10..n+9
-    MMDOrder(&og, order.data(), lastPosition, work.data());
-    EXPECT_EQ(begin, g.begin);  // the begin array comes back as it was
-    std::vector<int32_t> perm(g.n, -1), inv(g.n);
-    for (int32_t i = 0; i < g.n; i++) {
-      int32_t v = g.n - 1 - i;  // order is indexed by label
-      int32_t pos = order[label[v]] - 10;
-      ASSERT_GE(pos, 0);
-      ASSERT_LT(pos, g.n);
-      inv[v] = pos;
-      perm[pos] = v;
-    }
-    ASSERT_TRUE(isPermutationPair(perm, inv)) << "n " << g.n;
-    if (g.n > 100) {
-      int64_t fm = factorEntries(g, perm);
-      int64_t fa = factorEntries(g, runCode(AMD, g, g.begin[g.n]).perm);
-      EXPECT_LT(fm, factorEntries(g, natural(g.n)));
-      EXPECT_LT(fm, fa + fa / 4) << "mmd " << fm << " amd " << fa;
-    }
-  }
-}
-
 // ---- the driver ----------------------------------------------------------------
 
 TEST(OrderingDriver, TooEmptyOrTooFullGivesTheIdentity) {
-  Env e;
+  PoolEnv e;
   for (const Graph& g : {fromEdges(0, {}), fromEdges(1, {}), fromEdges(40, {})}) {
-    DriverRun r = runDriver(e, g, ORDER_MINDEG);
+    Ordered r = orderGraph(e, g, ORDER_MINDEG);
     EXPECT_EQ(r.rc, 0);
     EXPECT_EQ(r.method, ORDER_NATURAL);
     EXPECT_EQ(r.perm, natural(g.n));
@@ -392,12 +165,12 @@ TEST(OrderingDriver, TooEmptyOrTooFullGivesTheIdentity) {
     EXPECT_EQ(r.numDense, -7);  // untouched
   }
   // Average degree above n/4 (integer division), whatever was asked for.
-  std::vector<std::pair<int32_t, int32_t>> e9;
+  Edges e9;
   for (int32_t a = 0; a < 9; a++)
     for (int32_t b = a + 1; b < 9; b++)
       if ((a + b) % 3) e9.push_back({a, b});
   for (int32_t m : {ORDER_AUTO, ORDER_MINDEG, ORDER_MINFILL, ORDER_NESTED}) {
-    DriverRun r = runDriver(e, fromEdges(9, e9), m);
+    Ordered r = orderGraph(e, fromEdges(9, e9), m);
     EXPECT_EQ(r.rc, 0);
     EXPECT_EQ(r.method, ORDER_NATURAL);
     EXPECT_EQ(r.perm, natural(9));
@@ -406,10 +179,10 @@ TEST(OrderingDriver, TooEmptyOrTooFullGivesTheIdentity) {
 }
 
 TEST(OrderingDriver, EveryRouteOrdersAndReportsItsMethod) {
-  Env e;
+  PoolEnv e;
   Graph g30 = grid2d(30, 30);
   for (int32_t m : {ORDER_MINDEG, ORDER_MINFILL, ORDER_AUTO}) {
-    DriverRun r = runDriver(e, g30, m);
+    Ordered r = orderGraph(e, g30, m);
     ASSERT_EQ(r.rc, 0);
     EXPECT_EQ(r.method, m == ORDER_AUTO ? ORDER_MINFILL : m);
     EXPECT_TRUE(isPermutationPair(r.perm, r.invPerm));
@@ -418,19 +191,10 @@ TEST(OrderingDriver, EveryRouteOrdersAndReportsItsMethod) {
   }
   // A 50 x 70 nine-point grid: n = 3500 and an average degree near 7.8,
   // so class 1 picks nested dissection.
-  const int32_t nx = 50, ny = 70, n = nx * ny;
-  std::vector<std::pair<int32_t, int32_t>> ed;
-  for (int32_t y = 0; y < ny; y++)
-    for (int32_t x = 0; x < nx; x++) {
-      int32_t v = y * nx + x;
-      if (x + 1 < nx) ed.push_back({v, v + 1});
-      if (y + 1 < ny) ed.push_back({v, v + nx});
-      if (x + 1 < nx && y + 1 < ny) ed.push_back({v, v + nx + 1});
-      if (x > 0 && y + 1 < ny) ed.push_back({v, v + nx - 1});
-    }
-  Graph g = fromEdges(n, ed);
+  const int32_t n = 50 * 70;
+  Graph g = grid2d(50, 70, true);
   ASSERT_EQ(OrderChooseMethod(-1, 1, 1, n, (double)g.begin[n] / n), ORDER_NESTED);
-  DriverRun r = runDriver(e, g, ORDER_AUTO);
+  Ordered r = orderGraph(e, g, ORDER_AUTO);
   ASSERT_EQ(r.rc, 0);
   EXPECT_EQ(r.method, ORDER_NESTED);
   EXPECT_EQ(r.numDense, 0);
@@ -439,9 +203,9 @@ TEST(OrderingDriver, EveryRouteOrdersAndReportsItsMethod) {
   EXPECT_EQ(e.live(), 0);
 
   // With dense vertices held back: they end the order in descending number.
-  Graph d = gridWithDenseRows(30, {3, 100, 450});
+  Graph d = withDenseRows(g30, {3, 100, 450});
   for (int32_t bm : {0, 1}) {
-    DriverRun rd = runDriver(e, d, ORDER_NESTED, 1, 1, bm);
+    Ordered rd = orderGraph(e, d, ORDER_NESTED, bm);
     ASSERT_EQ(rd.rc, 0);
     EXPECT_EQ(rd.method, ORDER_NESTED);
     EXPECT_EQ(rd.numDense, 3);
@@ -458,13 +222,13 @@ TEST(OrderingDriver, EveryRouteOrdersAndReportsItsMethod) {
 }
 
 TEST(OrderingDriver, BadInputIsRefused) {
-  Env e;
+  PoolEnv e;
   Graph g = grid2d(10, 10);
   // A one-sided edge, a self loop, an index out of range.
   for (std::pair<int32_t, int32_t> at : {std::make_pair(0, 55), {0, 0}, {3, 100}}) {
     Graph bad = g;
     bad.index[at.first] = at.second;
-    EXPECT_EQ(runDriver(e, bad, at.first ? ORDER_MINFILL : ORDER_MINDEG).rc, ORDERING_SIZE);
+    EXPECT_EQ(orderGraph(e, bad, at.first ? ORDER_MINFILL : ORDER_MINDEG).rc, ORDERING_SIZE);
   }
   // No elbow room for the minimum-degree codes.
   std::vector<int32_t> begin(g.begin), index(g.index), work(7 * g.n + 1), p(g.n), ip(g.n);
@@ -473,144 +237,5 @@ TEST(OrderingDriver, BadInputIsRefused) {
                        1, p.data(), ip.data(), &nd, &method, 1, 0, nullptr, 0, work.data(), 0.0,
                        -1.0),
             ORDERING_SIZE);
-  EXPECT_EQ(e.live(), 0);
-}
-
-TEST(OrderingDriver, OutOfMemoryAtEachAllocationLeaksNothing) {
-  Env e;
-  Graph g = gridWithDenseRows(25, {7});
-  DriverRun ok = runDriver(e, g, ORDER_NESTED), last;
-  ASSERT_EQ(ok.rc, 0);
-  hxtest::OomSweep sweep(e.host);
-  sweep.expected = ORDERING_NOMEM;
-  hxtest::OomSweep::Result r = sweep.run([&](hxtest::OomProbe&) {
-    last = runDriver(e, g, ORDER_NESTED);
-    return last.rc;
-  });
-  EXPECT_EQ(r.finalStatus, 0);
-  EXPECT_GE(r.refusedRuns, 3);  // graph arrays, labels, workspace
-  EXPECT_EQ(last.perm, ok.perm);
-}
-
-// ---- graph helpers ---------------------------------------------------------------
-
-TEST(OrderingGraphTools, RemoveDenseVerticesThresholdAndRenumbering) {
-  Env e;
-  // Path 0-1-2-3-4-5 plus vertex 6 joined to 0..5: degrees 2,3,3,3,3,2,6,
-  // avgInt 22/7 = 3, so factor 2 puts the threshold exactly at 6.
-  std::vector<std::pair<int32_t, int32_t>> ed = {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}};
-  for (int32_t v = 0; v < 6; v++) ed.push_back({6, v});
-  Graph g = fromEdges(7, ed);
-  ASSERT_EQ(g.begin[7], 22);
-  std::vector<int32_t> begin(g.begin), index(g.index), work(14), w = {5, 6, 7, 8, 9, 10, 11};
-  OrderingGraph og;
-  InitGraph(&og);
-  ASSERT_EQ(RemoveDenseVertices(2.0, &og, 7, begin.data(), index.data(), work.data(), w.data(),
-                                e.pool),
-            0);
-  EXPECT_EQ(og.numVertex, 6);
-  EXPECT_EQ(og.numEdge, 10);
-  EXPECT_EQ(work[6], 6);  // the dense vertex from the end of the list
-  for (int32_t k = 0; k < 6; k++) {
-    EXPECT_EQ(work[k], k);
-    EXPECT_EQ(og.vertexWeight[k], w[k] + 3);
-    EXPECT_EQ(og.adjWeightSum[k], k == 0 || k == 5 ? 1 : 2);
-    EXPECT_EQ(og.origLabel[k], k);
-  }
-  for (int32_t p = 0; p < og.numEdge; p++) EXPECT_LT(og.adjIndex[p], 6);
-  poolFree(e.pool, og.graphStorage);
-  poolFree(e.pool, og.origLabel);
-  EXPECT_EQ(e.live(), 0);
-}
-
-TEST(OrderingGraphTools, ComponentsSkipTheBoundary) {
-  // Path 0..8 with 3 and 6 on the boundary: components {0,1,2}, {4,5}, {7,8}.
-  std::vector<std::pair<int32_t, int32_t>> ed;
-  for (int32_t v = 0; v < 8; v++) ed.push_back({v, v + 1});
-  Graph g = fromEdges(9, ed);
-  std::vector<int32_t> begin(g.begin), index(g.index), bnd = {6, 3};
-  OrderingGraph og;
-  InitGraph(&og);
-  og.numVertex = 9;
-  og.adjBegin = begin.data();
-  og.adjIndex = index.data();
-  og.boundaryList = bnd.data();
-  og.numBoundary = 2;
-  std::vector<int32_t> mark(9), cb(10), list(9);
-  ASSERT_EQ(FindComponents(&og, mark.data(), cb.data(), list.data()), 3);
-  EXPECT_EQ(std::vector<int32_t>(cb.begin(), cb.begin() + 4), (std::vector<int32_t>{0, 3, 5, 7}));
-  EXPECT_EQ(std::vector<int32_t>(list.begin(), list.begin() + 7),
-            (std::vector<int32_t>{0, 1, 2, 4, 5, 7, 8}));
-}
-
-TEST(OrderingGraphTools, CompressGraphGroupsTwins) {
-  Env e;
-  // Each vertex of a 6 x 6 grid becomes three mutually joined copies, joined
-  // to all copies of its grid neighbours.
-  Graph base = grid2d(6, 6);
-  std::vector<std::pair<int32_t, int32_t>> ed;
-  for (int32_t v = 0; v < base.n; v++) {
-    for (int32_t a = 0; a < 3; a++)
-      for (int32_t b = a + 1; b < 3; b++) ed.push_back({3 * v + a, 3 * v + b});
-    for (int32_t p = base.begin[v]; p < base.begin[v + 1]; p++)
-      for (int32_t a = 0; a < 3; a++)
-        for (int32_t b = 0; b < 3; b++) ed.push_back({3 * v + a, 3 * base.index[p] + b});
-  }
-  Graph g = fromEdges(3 * base.n, ed);
-  std::vector<int32_t> begin(g.begin), index(g.index), gb(g.n + 1), gl(g.n), mark(g.n);
-  OrderingGraph out;
-  ASSERT_EQ(CompressGraph(g.n, begin.data(), index.data(), &out, gb.data(), gl.data(),
-                          mark.data(), e.pool),
-            0);
-  EXPECT_EQ(out.numVertex, base.n);
-  EXPECT_EQ(out.numEdge, base.begin[base.n]);
-  for (int32_t k = 0; k < out.numVertex; k++) {
-    EXPECT_EQ(out.vertexWeight[k], 3);
-    std::set<int32_t> members;
-    for (int32_t q = gb[k]; q < gb[k + 1]; q++) members.insert(gl[q] / 3);
-    EXPECT_EQ(members.size(), 1u);  // only copies of one grid vertex
-  }
-  poolFree(e.pool, out.graphStorage);
-
-  // A plain grid has no twins: no compression, out refers to the input.
-  ASSERT_EQ(CompressGraph(base.n, base.begin.data(), base.index.data(), &out, gb.data(),
-                          gl.data(), mark.data(), e.pool),
-            1);
-  EXPECT_EQ(out.adjBegin, base.begin.data());
-  // Out of memory also means no compression, and nothing is kept.
-  for (int64_t k = 0; k < 2; k++) {
-    e.host.failAllocation(k);
-    std::vector<int32_t> b2(g.begin), i2(g.index);
-    EXPECT_EQ(CompressGraph(g.n, b2.data(), i2.data(), &out, gb.data(), gl.data(), mark.data(),
-                            e.pool),
-              1);
-    e.host.clearFailures();
-  }
-  EXPECT_EQ(e.live(), 0);
-}
-
-TEST(OrderingGraphTools, StackWorkspaceRoundsToSixteen) {
-  Env e;
-  OrderingGraph og;
-  InitGraph(&og);
-  og.numVertex = 100;
-  og.numEdge = 37;
-  OrderingControl c{};
-  c.env = &e.env;
-  ASSERT_EQ(AllocateWorkSpace(&c, &og), 0);
-  EXPECT_EQ(((uintptr_t)c.workInts) % 16, 0u);
-  EXPECT_GE((char*)c.workInts, (char*)c.edgeScratch + 4 * 37);
-  int32_t* a = poolmalloc(&c, 5);
-  int32_t* b = poolmalloc(&c, 17);
-  EXPECT_EQ(a, c.workInts);
-  EXPECT_EQ(b, c.workInts + 16);
-  EXPECT_EQ(c.workTop, 48);
-  poolfree(&c, 17);
-  poolfree(&c, 5);
-  EXPECT_EQ(c.workTop, 0);
-  poolFree(e.pool, c.workBase);
-  e.host.failAllocation(0);
-  EXPECT_EQ(AllocateWorkSpace(&c, &og), ORDERING_NOMEM);
-  e.host.clearFailures();
   EXPECT_EQ(e.live(), 0);
 }
