@@ -548,7 +548,7 @@ TEST_F(LANumericSparse, RefactorsNewValuesOnTheSameAnalysis) {
   }
 }
 
-TEST_F(LANumericSparse, ThreadedPlanFactorsOnTheCallersThread) {
+TEST_F(LANumericSparse, ThreadedPlanHasTheSequentialInertia) {
   // Heavy enough for the threaded path: wide supernodes in tiled storage.
   Dense A = randomSymmetric(420, 12, 1e-2);
   Sparse s = denseSparse(A);
