@@ -16,8 +16,6 @@ enum { TASK_FACTOR = 0, TASK_SOLVE = 1, TASK_INTERNAL = 2, TASK_EXTERNAL = 3, TA
 // without: the reads tolerate staleness, but must not tear.
 inline int32_t loadRelaxed(const int32_t* p) { return __atomic_load_n(p, __ATOMIC_RELAXED); }
 inline void storeRelaxed(int32_t* p, int32_t v) { __atomic_store_n(p, v, __ATOMIC_RELAXED); }
-inline int32_t loadAcquire(const int32_t* p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
-inline void storeRelease(int32_t* p, int32_t v) { __atomic_store_n(p, v, __ATOMIC_RELEASE); }
 
 inline void takeLock(QVLock* l) { l->lock(l, 1, 1); }
 inline void giveLock(QVLock* l) { l->unlock(l); }
