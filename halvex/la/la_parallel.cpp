@@ -301,11 +301,12 @@ int32_t ApplyUpdatesBlock(int32_t consecutive, int32_t diagonal, int32_t n1, int
   // only x <= y + sourceOffset holds numbers.
   takeLock(lock);
   for (int32_t y = 0; y < n2; y++) {
-    const double* u = source + (int64_t)y * sourceStride;
-    double* t = target + (int64_t)pos2[y] * targetWidth;
+    // The update area and the factor never overlap.
+    const double* __restrict u = source + (int64_t)y * sourceStride;
+    double* __restrict t = target + (int64_t)pos2[y] * targetWidth;
     int32_t end = diagonal ? min32(n1, y + sourceOffset + 1) : n1;
     if (consecutive) {
-      double* tc = t + firstPos;
+      double* __restrict tc = t + firstPos;
       for (int32_t x = 0; x < end; x++) tc[x] -= u[x];
     } else {
       for (int32_t x = 0; x < end; x++) t[pos1[x]] -= u[x];
