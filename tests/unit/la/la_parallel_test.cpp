@@ -258,7 +258,7 @@ std::vector<Sparse> testMatrices() {
 }
 
 TEST_F(LAParallel, AnswersAndInertiaAgreeWithTheSequentialPath) {
-  int32_t realProblems = 0, withExtra = 0, withMultiple = 0;
+  int32_t realProblems = 0, withExtra = 0, withMultiple = 0, withNarrowBlocks = 0;
   for (const Sparse& s : testMatrices()) {
     SCOPED_TRACE(s.name);
     realProblems += s.name.find(".gz") != std::string::npos;
@@ -283,6 +283,7 @@ TEST_F(LAParallel, AnswersAndInertiaAgreeWithTheSequentialPath) {
         }
         withExtra += p.extra > 0;
         withMultiple += p.multiple > 0;
+        withNarrowBlocks += p.narrowBlocks > 0;
         ASSERT_EQ(0, factor(s));
         EXPECT_EQ(s.positive, env->numPositivePivots);
         EXPECT_EQ(s.n - s.positive, env->numNegativePivots);
@@ -301,6 +302,7 @@ TEST_F(LAParallel, AnswersAndInertiaAgreeWithTheSequentialPath) {
   // The shapes that the block walk treats apart were all met.
   EXPECT_GT(withExtra, 0);
   EXPECT_GT(withMultiple, 0);
+  EXPECT_GT(withNarrowBlocks, 0);
   if (realProblems == 0) GTEST_LOG_(WARNING) << "shared problems not found in " << HALVEX_DATA_DIR;
 }
 
