@@ -199,8 +199,10 @@ int32_t growSlots(LAThreadContext* ctx) {
     poolFree(sp->pool, chunk);
     return LA_ERR_MEMORY;
   }
-  memcpy(flags, sp->inUse, sizeof(int32_t) * (size_t)sp->total);
-  memcpy(flags + total, sp->refCount, sizeof(int32_t) * (size_t)sp->total);
+  if (sp->total > 0) {
+    memcpy(flags, sp->inUse, sizeof(int32_t) * (size_t)sp->total);
+    memcpy(flags + total, sp->refCount, sizeof(int32_t) * (size_t)sp->total);
+  }
   if (sp->ownFlags) poolFree(sp->pool, sp->ownFlags);
   sp->ownFlags = flags;
   sp->inUse = flags;
