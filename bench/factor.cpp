@@ -3,6 +3,12 @@
 // the same matrices.  CHOLMOD factors the positive definite matrices with
 // its supernodal LL' and the quasi-definite ones with its LDL' (simplicial:
 // its supernodal code has no LDL').  Writes factor.csv and factor.md.
+//
+// The thread table (factor_threads.csv and .md) runs halvex's factor with
+// numThreads 1 and 2 on the augmented matrices of the largest shared
+// problems and on grids, and CHOLMOD's supernodal LL' where the matrix is
+// definite, with one and two BLAS threads.
+#include <dlfcn.h>
 #include <suitesparse/cholmod.h>
 
 #include <algorithm>
@@ -14,6 +20,8 @@
 #include <tuple>
 #include <vector>
 
+#include "cli/mps.h"
+#include "frame/entry.h"
 #include "host/host.h"
 #include "la/la.h"
 #include "la/la_internal.h"
@@ -116,6 +124,7 @@ Result runHalvex(const Matrix& m, int reps) {
   Result r;
   hxhost::Host host;
   host.silence(true);
+  qvextent(host.kernel());
   QVPool* pool = host.createPool("bench");
   int32_t status = 0;
   LAEnv* env = LA_CreateLAEnv(pool, nullptr, &status);
@@ -193,11 +202,230 @@ Result runCholmod(const Matrix& m, int reps) {
   return r;
 }
 
+// ---- the thread table ---------------------------------------------------------------
+
+// The augmented matrix of a shared problem as an interior-point iteration
+// sees it: [-(Q + X^-1 Z) A'; A delta], with X^-1 Z spread over 8 decades.
+bool augmented(const std::string& set, const std::string& file, Matrix* out) {
+  hxcli::MpsProblem p;
+  hxcli::MpsError err;
+  std::string path = std::string(HALVEX_DATA_DIR) + "/" + set + "/" + file;
+  if (!hxcli::readMpsFile(path, hxcli::MpsFormat::Auto, &p, &err)) {
+    fprintf(stderr, "%s\n", err.message().c_str());
+    return false;
+  }
+  int32_t nc = p.numCol(), nr = p.numRow();
+  std::mt19937 rng(7);
+  std::uniform_real_distribution<double> scale(-4.0, 4.0);
+  Triplets t;
+  for (int32_t j = 0; j < nc; j++) {
+    double q = p.quadDiag.empty() ? 0.0 : p.quadDiag[j];
+    t.push_back({j, j, -(q + std::pow(10.0, scale(rng)))});
+    if (!p.quadColBegin.empty())
+      for (int32_t k = p.quadColBegin[j]; k < p.quadColBegin[j + 1]; k++)
+        t.push_back({p.quadRowIndex[k], j, -p.quadValue[k]});
+    for (int32_t k = p.colBegin[j]; k < p.colBegin[j + 1]; k++)
+      t.push_back({nc + p.rowIndex[k], j, p.value[k]});
+  }
+  for (int32_t i = 0; i < nr; i++) t.push_back({nc + i, nc + i, 1e-8});
+  std::string name = file.substr(0, file.find('.'));
+  *out = build(name, false, nc + nr, t);
+  return true;
+}
+
+// Multiply-adds of the dense steps of a plan: column k of a supernode of r
+// rows costs (r - k)^2.
+double planFlops(const LASymbolic* sym) {
+  double f = 0.0;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int64_t c = sym->snodeStart[s + 1] - sym->snodeStart[s];
+    int64_t r = sym->rowBegin[s + 1] - sym->rowBegin[s];
+    for (int64_t k = 0; k < c; k++) f += (double)(r - k) * (double)(r - k);
+  }
+  return f;
+}
+
+struct ThreadRun {
+  double factor = 1e300, flops = 0, residual = 0;
+  int status = 0, threaded = 0, nb = 0, used = 1;
+};
+
+// forcedNb above 0: the threaded plan of that block edge on one thread,
+// whatever the analysis would choose; it tells the cost of the blocking
+// apart from the gain of the second thread.
+ThreadRun runHalvexThreads(const Matrix& m, int threads, int reps, int forcedNb = 0) {
+  ThreadRun r;
+  hxhost::Host host;
+  host.silence(true);
+  qvextent(host.kernel());
+  QVPool* pool = host.createPool("bench");
+  int32_t status = 0;
+  LAEnv* env = LA_CreateLAEnv(pool, nullptr, &status);
+  LA_SetIntParam(env, LA_PARAM_NUM_THREADS, threads);
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  r.status = laAnalyzeWithPlan(m.n, m.colBegin.data(), m.rowIndex.data(), m.value.data(), env,
+                               &sym, &num, forcedNb > 0 ? threads : 0, forcedNb);
+  if (r.status == 0) {
+    r.flops = planFlops(sym);
+    r.threaded = sym->threaded;
+    r.nb = sym->blockSize;
+    r.used = sym->threadsUsed;
+    for (int k = 0; k < reps && r.status == 0; k++) {
+      auto t0 = std::chrono::steady_clock::now();
+      r.status = LA_FactorMatrixLDL(0, m.n, m.colBegin.data(), m.rowIndex.data(), m.value.data(),
+                                    env, sym, num);
+      r.factor = std::min(r.factor, seconds(t0));
+    }
+    std::vector<double> b = rhsFor(m), x = b, res(m.n);
+    LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 0);
+    if (r.status == 0)
+      LA_SolveMatrixLDL(0, m.colBegin.data(), m.rowIndex.data(), m.value.data(), x.data(), env,
+                        sym, num);
+    r.residual = LA_CalculateInfNormResidual(m.n, m.colBegin.data(), m.rowIndex.data(),
+                                             m.value.data(), x.data(), b.data(), res.data());
+  }
+  LA_CleanUpLDL(env, &sym, &num);
+  LA_FreeLAEnv(&env);
+  pool->poolDestroy(pool);
+  return r;
+}
+
+void setBlasThreads(int threads) {
+  auto set = reinterpret_cast<void (*)(int)>(dlsym(RTLD_DEFAULT, "openblas_set_num_threads"));
+  if (set) set(threads);
+}
+
+// CHOLMOD's supernodal LL' with its BLAS on the given threads.
+ThreadRun runCholmodThreads(const Matrix& m, int threads, int reps) {
+  ThreadRun r;
+  setBlasThreads(threads);
+  cholmod_common c;
+  cholmod_start(&c);
+  c.supernodal = CHOLMOD_SUPERNODAL;
+  cholmod_sparse* A = cholmod_allocate_sparse(m.n, m.n, m.rowIndex.size(), 1, 1, -1, CHOLMOD_REAL, &c);
+  std::copy(m.colBegin.begin(), m.colBegin.end(), (int*)A->p);
+  std::copy(m.rowIndex.begin(), m.rowIndex.end(), (int*)A->i);
+  std::copy(m.value.begin(), m.value.end(), (double*)A->x);
+  cholmod_factor* L = cholmod_analyze(A, &c);
+  for (int k = 0; k < reps; k++) {
+    auto t0 = std::chrono::steady_clock::now();
+    cholmod_factorize(A, L, &c);
+    r.factor = std::min(r.factor, seconds(t0));
+  }
+  r.flops = c.fl;
+  if (c.status != CHOLMOD_OK) r.status = c.status;
+  cholmod_free_factor(&L, &c);
+  cholmod_free_sparse(&A, &c);
+  cholmod_finish(&c);
+  setBlasThreads(1);
+  return r;
+}
+
+extern "C" void dgemm_(const char*, const char*, const int*, const int*, const int*, const double*,
+                       const double*, const int*, const double*, const int*, const double*,
+                       double*, const int*, size_t, size_t);
+
+// GFLOP/s of one large dgemm of the BLAS on the given threads.
+double dgemmRate(int threads) {
+  setBlasThreads(threads);
+  const int n = 2000;
+  std::vector<double> a((size_t)n * n, 0.5), b((size_t)n * n, 0.25), c((size_t)n * n, 0.0);
+  const double one = 1.0;
+  double best = 1e300;
+  for (int k = 0; k < 2; k++) {
+    auto t0 = std::chrono::steady_clock::now();
+    dgemm_("N", "N", &n, &n, &n, &one, a.data(), &n, b.data(), &n, &one, c.data(), &n, 1, 1);
+    best = std::min(best, seconds(t0));
+  }
+  setBlasThreads(1);
+  return 2.0 * n * (double)n * n / best / 1e9;
+}
+
+int threadTable(const std::string& out, int reps, const std::string& only) {
+  std::vector<Matrix> ms;
+  const std::pair<const char*, const char*> problems[] = {
+      {"maros", "CONT-300.qps.gz"}, {"maros", "BOYD2.qps.gz"}, {"maros", "CVXQP1_L.qps.gz"},
+      {"maros", "AUG3DQP.qps.gz"}, {"netlib", "dfl001.mps.gz"}};
+  auto wanted = [&](const std::string& name) {
+    return only.empty() || name.find(only) != std::string::npos;
+  };
+  for (auto& p : problems) {
+    if (!wanted(p.second)) continue;
+    Matrix m;
+    if (augmented(p.first, p.second, &m)) ms.push_back(std::move(m));
+  }
+  if (wanted("grid3d-40")) ms.push_back(build("grid3d-40", true, 40 * 40 * 40, laplacian(40, 3)));
+  if (wanted("grid2d-600")) ms.push_back(build("grid2d-600", true, 600 * 600, laplacian(600, 2)));
+
+  FILE* csv = fopen((out + "/factor_threads.csv").c_str(), "w");
+  FILE* md = fopen((out + "/factor_threads.md").c_str(), "w");
+  if (!csv || !md) return 1;
+  fprintf(csv, "matrix,n,solver,threads,path,block,gflop,factor_s,gflops,speedup,residual,status\n");
+  fprintf(md, "# Threaded factorisation: 1 and 2 threads\n\n"
+              "halvex LDL' with numThreads 1 and 2 (the plan that the analysis chooses for "
+              "that count), best of %d factors; CHOLMOD's supernodal LL' on the definite "
+              "matrices with its BLAS on 1 and 2 threads. Where the 2-thread plan is threaded, a "
+              "second halvex row runs that plan on 1 thread: its speedup is the scheduler's "
+              "own, apart from the choice of plan. GFLOP counts each plan's own dense "
+              "multiply-adds (CHOLMOD: its own count). speedup = time at 1 thread / time at 2. "
+              "The machine is shared with other jobs: times are noisy.\n\n"
+              "| matrix | n | solver | path 1 / 2 | GFLOP 1 / 2 | factor 1 / 2 (s) | "
+              "GFLOP/s 1 / 2 | speedup | residual 2 |\n|---|---|---|---|---|---|---|---|---|\n",
+          reps);
+  for (const Matrix& m : ms) {
+    ThreadRun h1 = runHalvexThreads(m, 1, reps), h2 = runHalvexThreads(m, 2, reps);
+    ThreadRun p1;
+    if (h2.threaded) p1 = runHalvexThreads(m, 1, reps, h2.nb);
+    auto path = [](const ThreadRun& r) {
+      return r.threaded ? "threaded nb " + std::to_string(r.nb) : std::string("sequential");
+    };
+    auto row = [&](const char* solver, const ThreadRun& a, const ThreadRun& b, const std::string& pa,
+                   const std::string& pb) {
+      double sp = a.factor / b.factor;
+      for (int t = 1; t <= 2; t++) {
+        const ThreadRun& r = t == 1 ? a : b;
+        fprintf(csv, "%s,%d,%s,%d,%s,%d,%.3f,%.4f,%.2f,%.3f,%.2e,%d\n", m.name.c_str(), m.n, solver, t,
+                (t == 1 ? pa : pb).c_str(), r.nb, r.flops / 1e9, r.factor, r.flops / r.factor / 1e9,
+                sp, r.residual, r.status);
+      }
+      fprintf(md, "| %s | %d | %s | %s / %s | %.2f / %.2f | %.3f / %.3f | %.2f / %.2f | %.2f | %.1e |\n",
+              m.name.c_str(), m.n, solver, pa.c_str(), pb.c_str(), a.flops / 1e9, b.flops / 1e9,
+              a.factor, b.factor, a.flops / a.factor / 1e9, b.flops / b.factor / 1e9, sp, b.residual);
+      printf("%-12s n %7d %-8s %s / %s  GFLOP %.2f/%.2f  factor %.3f/%.3f s  GFLOP/s %.2f/%.2f  "
+             "speedup %.2f  status %d/%d\n",
+             m.name.c_str(), m.n, solver, pa.c_str(), pb.c_str(), a.flops / 1e9, b.flops / 1e9,
+             a.factor, b.factor, a.flops / a.factor / 1e9, b.flops / b.factor / 1e9, sp, a.status,
+             b.status);
+      fflush(stdout);
+    };
+    row("halvex", h1, h2, path(h1), path(h2));
+    if (h2.threaded) row("halvex, threaded plan", p1, h2, path(p1) + " on 1", path(h2));
+    if (m.definite) {
+      ThreadRun c1 = runCholmodThreads(m, 1, reps), c2 = runCholmodThreads(m, 2, reps);
+      row("CHOLMOD", c1, c2, "supernodal LL'", "supernodal LL'");
+    }
+  }
+  // Last, so that the BLAS's own threads do not spin beside the rows above.
+  double g1 = dgemmRate(1), g2 = dgemmRate(2);
+  fprintf(md, "\ndgemm of the BLAS, n = 2000, in the same run: %.1f GFLOP/s on 1 thread, %.1f on "
+              "2.\n", g1, g2);
+  printf("dgemm: %.1f GFLOP/s on 1 thread, %.1f on 2\n", g1, g2);
+  fclose(csv);
+  fclose(md);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string out = argc > 1 ? argv[1] : ".";
+  std::string mode = argc > 2 ? argv[2] : "all";
   int reps = 3;
+  setBlasThreads(1);
+  // threads [NAME]: the thread table only, on the matrices whose name
+  // contains NAME.
+  if (mode == "threads") return threadTable(out, 2, argc > 3 ? argv[3] : "");
   std::vector<Matrix> ms;
   ms.push_back(build("grid2d-300", true, 300 * 300, laplacian(300, 2)));
   ms.push_back(build("grid3d-30", true, 30 * 30 * 30, laplacian(30, 3)));
@@ -241,5 +469,5 @@ int main(int argc, char** argv) {
   }
   fclose(csv);
   fclose(md);
-  return 0;
+  return mode == "all" ? threadTable(out, 2, "") : 0;
 }

@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <exception>
 #include <string>
+#include <thread>
 
 #include "host/host.h"
 #include "mps.h"
@@ -53,7 +54,7 @@ const char* const kHelp =
     "  --max-iter N              iteration limit\n"
     "  --time-limit SECONDS      time limit\n"
     "  --timer cpu|real          what the time limit measures (cpu)\n"
-    "  --threads N               threads of the factorisation (1)\n"
+    "  --threads N               threads of the factorisation (the machine's cores)\n"
     "  --presolve LEVEL          the presolver: on (-1, automatic), off (0), or\n"
     "                            a level of the LP presolver from 1 to 3 (on)\n"
     "  --lp-as-qp                solve an LP through the QP entry, as a QP with\n"
@@ -128,6 +129,14 @@ void closeOutputs(FILE* a, FILE* b) {
   if (b) std::fclose(b);
 }
 
+// Unset, the factorisation may use every core: the module decides per
+// matrix whether threads pay, and one thread is its own choice for small ones.
+int32_t threadsToUse(const hxcli::SolveOptions& o) {
+  if (o.threads > 0) return o.threads;
+  unsigned cores = std::thread::hardware_concurrency();
+  return cores > 0 ? (int32_t)cores : 1;
+}
+
 // The QP entry's options from the command's; unset ones keep the instance's.
 void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
   if (o.primalTol > 0) so->primalTol = o.primalTol;
@@ -136,7 +145,7 @@ void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
   if (o.maxIteration >= 0) so->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) so->maxTime = o.maxTime;
   if (o.timerType >= 0) so->timerType = o.timerType;
-  if (o.threads > 0) so->numThreads = o.threads;
+  so->numThreads = threadsToUse(o);
   if (o.presolve != hxcli::kPresolveUnset) so->presolver = o.presolve;
   if (o.printFreq >= 0) so->printFreq = o.printFreq;
   // The solver keeps its status lines and drops the iteration table when
@@ -152,7 +161,7 @@ void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
   if (o.maxIteration >= 0) lo->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) lo->maxTime = o.maxTime;
   if (o.timerType >= 0) lo->timerType = o.timerType;
-  if (o.threads > 0) lo->numThreads = o.threads;
+  lo->numThreads = threadsToUse(o);
   if (o.presolve != hxcli::kPresolveUnset) lo->presolver = o.presolve;
   if (o.printFreq >= 0) lo->printFreq = o.printFreq;
   if (o.verifyLevel >= 0) lo->verifyLevel = o.verifyLevel;

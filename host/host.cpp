@@ -13,7 +13,29 @@
 
 namespace hxhost {
 
+// The module runs its own threads in the factorisation; a BLAS that starts
+// threads of its own inside each call oversubscribes the cores, and a
+// module may not set it itself, since it reads no environment and calls
+// nothing outside its kernel.  So the host does, by whichever name the
+// loaded library knows, looked up at run time: no BLAS is required.
+int keepBlasOnOneThread(void* library) {
+  static const char* const kSetters[] = {"openblas_set_num_threads", "goto_set_num_threads",
+                                         "bli_thread_set_num_threads", "MKL_Set_Num_Threads"};
+  void* where = library ? library : RTLD_DEFAULT;
+  for (const char* name : kSetters) {
+    void* fn = dlsym(where, name);
+    if (!fn) continue;
+    if (std::strcmp(name, "bli_thread_set_num_threads") == 0)
+      reinterpret_cast<void (*)(long)>(fn)(1);
+    else
+      reinterpret_cast<void (*)(int)>(fn)(1);
+    return 1;
+  }
+  return 0;
+}
+
 Host::Host() : impl_(new Impl) {
+  keepBlasOnOneThread(nullptr);
   std::memset(&impl_->kernel.table, 0, sizeof impl_->kernel.table);
   impl_->kernel.host = impl_;
   impl_->installPools();
@@ -65,6 +87,7 @@ bool openHalvexLibrary(const char* path, HalvexEntries* out, std::string* error)
     return false;
   }
   out->library = lib;
+  keepBlasOnOneThread(lib);
   return true;
 }
 

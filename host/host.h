@@ -123,6 +123,13 @@ const char* messageSignature(int64_t code);
 std::string formatMessage(int32_t severity, int64_t code, const int64_t* ints, int numInts,
                           const double* reals, int numReals);
 
+// Sets the BLAS library's own thread count to 1 through whichever of the
+// known setters (OpenBLAS, BLIS, MKL) the library exports: library is a
+// dlopen handle, whose dependencies are searched too, or null for the
+// program's global scope.  Returns 1 when a setter was found, else 0.  The Host
+// does this when it is made and when it opens the module.
+int keepBlasOnOneThread(void* library);
+
 // The exported entries of a halvex module, from libhalvex.so or linked in.
 struct HalvexEntries {
   int32_t (*qvextent)(QVKernel*) = nullptr;

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/host.h"
@@ -115,7 +116,9 @@ struct HostImpl {
   std::unordered_map<void*, Waitable*> waitables;
   std::vector<HostThread*> threads;  // live, not yet destroyed
   std::vector<HostEvent*> events;
-  std::vector<HostLock*> locks;
+  // A factorisation makes one lock per block; a set keeps their removal
+  // from growing with their number.
+  std::unordered_set<HostLock*> locks;
   HostThread* mainThread = nullptr;
 
   // Module registry.

@@ -66,12 +66,7 @@ void destroyLock(void* object) {
   HostImpl* h = l->data->host;
   {
     std::lock_guard<std::mutex> g(h->waitMu);
-    auto& v = h->locks;
-    for (size_t i = 0; i < v.size(); ++i)
-      if (v[i] == l) {
-        v.erase(v.begin() + (long)i);
-        break;
-      }
+    h->locks.erase(l);
   }
   delete l->data;
   delete l;
@@ -87,7 +82,7 @@ void* kernelCreateMutex(QVKernel* k, void*, int64_t, const char*) {
   l->data = new LockData;
   l->data->host = h;
   std::lock_guard<std::mutex> g(h->waitMu);
-  h->locks.push_back(l);
+  h->locks.insert(l);
   return l;
 }
 
@@ -250,7 +245,7 @@ void HostImpl::shutdownThreads() {
     std::lock_guard<std::mutex> g(waitMu);
     ts = threads;
     es = events;
-    ls = locks;
+    ls.assign(locks.begin(), locks.end());
   }
   for (HostThread* t : ts) destroyThread(t);
   for (HostEvent* e : es) destroyEvent(e);

@@ -268,6 +268,12 @@ HALVEX_EXPORT int32_t LA_AnalyzeMatrixLDL(int32_t n, const int32_t* colBegin,
                                           const int32_t* rowIndex, const double* value,
                                           LAEnv* env, LASymbolic** symbolic,
                                           LANumeric** numeric) {
+  return laAnalyzeWithPlan(n, colBegin, rowIndex, value, env, symbolic, numeric, 0, 0);
+}
+
+int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                          const double* value, LAEnv* env, LASymbolic** symbolic,
+                          LANumeric** numeric, int32_t forcedThreads, int32_t forcedBlockSize) {
   if (!symbolic || !numeric) return LA_ERR_INTERNAL;
   *symbolic = nullptr;
   *numeric = nullptr;
@@ -427,6 +433,11 @@ HALVEX_EXPORT int32_t LA_AnalyzeMatrixLDL(int32_t n, const int32_t* colBegin,
   FindColCounts(&lower, parent, colCounts, &sym->estFactorEntries, &sym->estOperations, work);
   if (sym->estFactorEntries >= LA_SIZE_LIMIT) return LA_ERR_TOO_BIG;
   ChooseSequentialOrThreaded(sym, env->numThreads, 1);
+  if (forcedThreads > 0 && forcedBlockSize > 0) {
+    sym->threaded = 1;
+    sym->threadsUsed = forcedThreads;
+    sym->blockSize = forcedBlockSize;
+  }
   status = SupernodalAnalysis(env, n, &upper, env->orderClass, 1 - sym->threaded, parent,
                               colCounts, sym, num, work);
   if (status) return status;

@@ -3,16 +3,13 @@
 // inside its diagonal block, and its update is formed once as a dense
 // product and pushed into all ancestors at once.
 //
-// A plan that chose the threaded path keeps its block storage: wide
-// supernodes are stored in tiles.  Until that path has its scheduler, such
-// a plan is factored here on the caller's thread, column block by column
-// block, so that the pivots stay inside each block as the threaded solve
-// expects.
+// A plan that chose the threaded path goes to the task scheduler, which
+// also runs it on one thread when that plan was chosen for its blocking.
 #include <math.h>
 #include <string.h>
 
 #include "kernels/kernels.h"
-#include "la/la_numeric_internal.h"
+#include "la/la_parallel.h"
 
 namespace {
 
@@ -22,17 +19,13 @@ struct FactorRun {
   double* factor;
   double* U;        // update area
   double* W;        // panel area: L * D of the current block
-  double* T;        // a wide column block gathered out of its tiles
   int32_t* rel;     // n entries
   int32_t* touched; // one per supernode
   double* bufA;
   double* bufB;
   double tol;
   int32_t perturbed;
-  int32_t nb;       // block size of tiled storage, 0 for none
 };
-
-inline bool isTiled(const FactorRun& run, int32_t c) { return run.nb > 0 && c > run.nb; }
 
 // Copies the values into lowerCopy, in analysis order.  Bad input is a
 // status, never an access out of bounds.
@@ -110,13 +103,8 @@ void pushUpdate(FactorRun& run, const int32_t* upd, int32_t k) {
       rel[q] = pos;
     }
     double* Ft = run.factor + sym->factorBegin[t];
-    if (isTiled(run, ct)) {
-      for (int32_t u = p; u < p + m; u++) {
-        const double* Uc = U + (int64_t)u * k;
-        for (int32_t v = u; v < k; v++)
-          Ft[laBlockOffset(run.nb, rt, ct, rel[v], rel[u])] -= Uc[v];
-      }
-    } else if (rel[k - 1] - rel[p] == k - 1 - p) {
+    (void)ct;
+    if (rel[k - 1] - rel[p] == k - 1 - p) {
       int32_t base = rel[p];
       for (int32_t u = p; u < p + m; u++) {
         double* Fc = Ft + (int64_t)rel[u] * rt + base - p;
@@ -145,26 +133,6 @@ void factorBlock(FactorRun& run, double* P, int32_t rl, int32_t w, const int32_t
   pushUpdate(run, rows + w, k);
 }
 
-// Moves column block J of a tiled supernode between its tiles and T.
-void moveColumnBlock(FactorRun& run, int32_t s, int32_t J, bool toTiles) {
-  LASymbolic* sym = run.sym;
-  int32_t nb = run.nb, r = laSNodeRows(sym, s), c = laSNodeCols(sym, s);
-  int32_t w = c - J * nb < nb ? c - J * nb : nb;
-  int32_t rl = r - J * nb;
-  double* base = run.factor + sym->factorBegin[s] + laWideColBlockStart(nb, r, J);
-  int32_t nrb = (r - 1) / nb + 1;
-  for (int32_t I = J; I < nrb; I++) {
-    int32_t h = r - I * nb < nb ? r - I * nb : nb;
-    double* tile = base + (int64_t)(I - J) * nb * w;
-    for (int32_t jj = 0; jj < w; jj++) {
-      double* t = run.T + (int64_t)(I - J) * nb + (int64_t)jj * rl;
-      double* f = tile + (int64_t)jj * h;
-      if (toTiles) memcpy(f, t, sizeof(double) * (size_t)h);
-      else memcpy(t, f, sizeof(double) * (size_t)h);
-    }
-  }
-}
-
 void factorSNode(FactorRun& run, const LAMatrix* lower, int32_t s) {
   LASymbolic* sym = run.sym;
   int32_t first = sym->snodeStart[s];
@@ -174,93 +142,15 @@ void factorSNode(FactorRun& run, const LAMatrix* lower, int32_t s) {
   for (int32_t i = 0; i < r; i++) rel[rows[i]] = i;
   if (!run.touched[s]) clearSNode(run, s);
   double* F = run.factor + sym->factorBegin[s];
-  bool tiled = isTiled(run, c);
   // Added, not stored: the array may hold updates, and duplicates add up.
   for (int32_t j = 0; j < c; j++) {
     const int32_t col = first + j;
     for (int32_t p = lower->colBegin[col]; p < lower->colBegin[col + 1]; p++) {
       int32_t i = rel[lower->rowIndex[p]];
-      int64_t off = tiled ? laBlockOffset(run.nb, r, c, i, j) : i + (int64_t)j * r;
-      F[off] += lower->value[p];
+      F[i + (int64_t)j * r] += lower->value[p];
     }
   }
-  if (!tiled) {
-    factorBlock(run, F, r, c, rows, sym->pivots + first);
-    return;
-  }
-  int32_t nb = run.nb;
-  for (int32_t J = 0; J * nb < c; J++) {
-    int32_t w = c - J * nb < nb ? c - J * nb : nb;
-    moveColumnBlock(run, s, J, false);
-    factorBlock(run, run.T, r - J * nb, w, rows + J * nb, sym->pivots + first + J * nb);
-    moveColumnBlock(run, s, J, true);
-  }
-}
-
-// Pivot counts by sign and the ratio of the smallest to the largest pivot.
-void collectInertia(LAEnv* env, const LASymbolic* sym, int32_t nb) {
-  int32_t pos = 0, neg = 0;
-  double mn = 1e+20, mx = 0.0;
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    int32_t first = sym->snodeStart[s];
-    int32_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
-    const double* F = sym->factor + sym->factorBegin[s];
-    int32_t bnb = nb > 0 && c > nb ? nb : 0;
-    for (int32_t j = 0; j < c;) {
-      double a = F[laBlockOffset(bnb, r, c, j, j)];
-      if (sym->pivots[first + j] >= 0) {
-        if (a <= 0.0) {
-          neg++;
-          a = -a;
-        } else {
-          pos++;
-        }
-        if (a < mn) mn = a;
-        if (a > mx) mx = a;
-        j += 1;
-      } else {
-        double b = F[laBlockOffset(bnb, r, c, j + 1, j + 1)];
-        double d = F[laBlockOffset(bnb, r, c, j + 1, j)];
-        double disc = sqrt(d * 4.0 * d + (a - b) * (a - b));
-        if (a + b - disc <= 0.0) neg++;
-        else pos++;
-        if (a + b + disc <= 0.0) neg++;
-        else pos++;
-        double fa = fabs(a), fb = fabs(b);
-        double big = fa > fb ? fa : fb, small = fa < fb ? fa : fb;
-        if (big > mx) mx = big;
-        if (small > 0.0 && small < mn) mn = small;
-        j += 2;
-      }
-    }
-  }
-  env->numPositivePivots = pos;
-  env->numNegativePivots = neg;
-  env->pivotRatio = mx >= 1.110223024625157e-16 ? mn / mx : 0.0;
-}
-
-// Work areas of a tiled plan's fallback: the per-thread areas of that plan
-// are sized for its own blocks, not for whole column blocks.
-int32_t fallbackAreas(LAEnv* env, LASymbolic* sym, double** area, FactorRun& run) {
-  int32_t nb = sym->blockSize;
-  int64_t maxT = 0, maxW = 0, maxU = 0;
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    int64_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
-    int64_t w = c > nb ? nb : c;
-    int64_t k = r - w;
-    if (c > nb && r * nb > maxT) maxT = r * nb;
-    int64_t wp = r == w ? w * KERNEL_BLOCK : r * w;
-    if (wp > maxW) maxW = wp;
-    if (k * k > maxU) maxU = k * k;
-  }
-  int64_t total = maxT + maxW + maxU;
-  if ((double)total * 8.0 >= LA_SIZE_LIMIT) return LA_ERR_MEMORY;
-  *area = static_cast<double*>(poolAlloc(env->pool, (total > 2 ? total : 2) * 8, 0));
-  if (!*area) return LA_ERR_MEMORY;
-  run.U = *area;
-  run.W = run.U + maxU;
-  run.T = run.W + maxW;
-  return LA_OK;
+  factorBlock(run, F, r, c, rows, sym->pivots + first);
 }
 
 }  // namespace
@@ -277,6 +167,7 @@ HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t*
   int32_t status = copyLower(mode, n, colBegin, rowIndex, value, sym, numeric);
   if (status) return status;
   sym->pivotTol = LA_PIVOT_TOL;
+  if (sym->threaded) return NumericLDLParallel(env, sym, numeric);
 
   FactorRun run;
   memset(&run, 0, sizeof(run));
@@ -287,22 +178,14 @@ HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t*
   run.bufB = numeric->panelBuffers;
   run.rel = static_cast<int32_t*>(numeric->scratch);
   run.touched = run.rel + n;
-  double* area = nullptr;
-  if (sym->threaded) {
-    run.nb = sym->blockSize;
-    status = fallbackAreas(env, sym, &area, run);
-    if (status) return status;
-  } else {
-    run.U = static_cast<double*>(sym->work);
-    run.W = run.U + sym->updateBufferSize;
-  }
+  run.U = static_cast<double*>(sym->work);
+  run.W = run.U + sym->updateBufferSize;
 
   memset(run.touched, 0, sizeof(int32_t) * (size_t)sym->numSNodes);
   for (int32_t s = 0; s < sym->numSNodes; s++) factorSNode(run, &numeric->lowerCopy, s);
   // The threaded path adds its threads' counts; this one assigns.
   sym->numPerturbed = run.perturbed;
-  if (area) poolFree(env->pool, area);
 
-  if (env->collectInertia == 1) collectInertia(env, sym, run.nb);
+  if (env->collectInertia == 1) laCollectInertia(env, sym, 0);
   return LA_OK;
 }

@@ -124,6 +124,12 @@ int32_t PermuteCompressMatrix(int32_t n, const int32_t* colBegin, const int32_t*
                               int32_t* pivots, const int32_t* perm0, const int32_t* invPerm0,
                               int32_t numCompressed, int32_t* outBegin, int32_t* outIndex,
                               int32_t* work);
+// LA_AnalyzeMatrixLDL, or with forcedThreads and forcedBlockSize both above
+// 0 a threaded plan of that team and block edge whatever the estimate says:
+// small matrices then exercise the blocking of large ones.
+int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                          const double* value, LAEnv* env, LASymbolic** symbolic,
+                          LANumeric** numeric, int32_t forcedThreads, int32_t forcedBlockSize);
 // Task capacity of the threaded scheduler from the leaf count.
 int32_t ChooseTaskCapacity(int32_t numLeaves, int32_t numSNodes);
 

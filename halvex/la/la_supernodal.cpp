@@ -111,7 +111,10 @@ int32_t SupernodalAnalysis(LAEnv* env, int32_t n, const LAMatrix* upper, int32_t
     AmalgamateSupernodes(parent, sym, rows, temp);
   sym->kind = isLDL;
 
-  sym->blockSize = sequential ? 0 : blockSizeFor(sym->kind, sym->threadsUsed, sym->maxSNodeCols);
+  // A block edge set beforehand stays: it is a forced plan's.
+  if (sequential) sym->blockSize = 0;
+  else if (sym->blockSize <= 0)
+    sym->blockSize = blockSizeFor(sym->kind, sym->threadsUsed, sym->maxSNodeCols);
   int32_t status = buildStorageMap(sym, rows, sequential);
   if (status) return status;
   int64_t listBytes = sym->numRowEntries * (int64_t)sizeof(int32_t);

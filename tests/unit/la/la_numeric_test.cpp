@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "frame/entry.h"
 #include "host/host.h"
 #include "la/la.h"
 #include "la/la_internal.h"
@@ -320,6 +321,7 @@ Vec multiply(const Sparse& s, const Vec& x) {
 class LANumericSparse : public ::testing::Test {
  protected:
   void SetUp() override {
+    qvextent(host.kernel());  // the threaded path takes its threads and locks from it
     pool = host.createPool("la-numeric");
     int32_t status = -1;
     env = LA_CreateLAEnv(pool, nullptr, &status);
