@@ -34,6 +34,8 @@ constexpr int32_t kStallBeforePerturb = 60;
 // A stall after the costs came back gets a fresh perturbation, a few times.
 constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
+// The polish finds what it finds within a few pivots, or not at all.
+constexpr int64_t kPolishIterations = 1000;
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -709,7 +711,7 @@ int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Resul
     const std::vector<uint8_t> state = state_;
     const std::vector<double> x = x_;
     int32_t polished = refactor();
-    if (polished == 0) polished = simplex(set_.polishTol, std::max<int64_t>(2000, 2 * (int64_t)m_));
+    if (polished == 0) polished = simplex(set_.polishTol, kPolishIterations);
     if (polished != IPM_STATUS_OPTIMAL) {
       head_ = head;
       state_ = state;
