@@ -185,7 +185,7 @@ int main(int argc, char** argv) {
     bool ok = (code == 0 || (code == 9 && !crossover)) && err <= 1e-6;
     if (crossover && lpEntry && !p.isQP()) {
       char buf[160];
-      std::snprintf(buf, sizeof buf, "crossover %d push %d simplex %.2f s", stats.pushIterations,
+      std::snprintf(buf, sizeof buf, "crossover: push %d, simplex %d, %.2f s", stats.pushIterations,
                     stats.simplexIterations, stats.seconds);
       note = note.empty() ? buf : note + "  " + buf;
     }
