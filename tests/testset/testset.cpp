@@ -102,7 +102,8 @@ int main(int argc, char** argv) {
     }
   }
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] DATA_DIR SET [NAME ...]\n",
+                 argv[0]);
     return 2;
   }
   const std::string dir = std::string(argv[1]) + "/" + argv[2];
