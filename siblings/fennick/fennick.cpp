@@ -35,7 +35,8 @@ int32_t runCrossover(Instance* instance, void* /*bramlet*/, void* context, LPRec
       const int32_t limit = readInt(params, FENNICK_PARAM_ITERATION_LIMIT);
       if (limit >= 0) settings.iterationLimit = limit;
     }
-    if (const uint8_t* limits = blocks[1]) settings.timeLimit = readDouble(limits, FENNICK_LIMIT_MAXTIME);
+    if (const uint8_t* limits = blocks[1])
+      settings.timeLimit = readDouble(limits, FENNICK_LIMIT_MAXTIME);
   }
   uint8_t* basisOut = reinterpret_cast<uint8_t*>(record->siblingWord[LPRECORD_BASIS_WORD]);
   FennickStats* statsOut =

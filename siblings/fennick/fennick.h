@@ -61,7 +61,8 @@ struct Settings {
   int64_t iterationLimit = INT32_MAX;
   double timeLimit = 1e300;       // seconds
   double primalTol = 1e-7;
-  double dualTol = 1e-9;
+  double dualTol = 1e-7;
+  double polishTol = 1e-9;        // a bounded last run at this dual tolerance
 };
 
 // Outcome codes are the solver's statuses: 1 optimal, 3 infeasible, 4 dual

@@ -31,6 +31,11 @@ constexpr double kInfinity = 1e20;
 constexpr int32_t kRefactorEvery = 100;
 constexpr double kPivotTol = 1e-7;  // smallest |alpha| accepted as a pivot
 constexpr int32_t kStallBeforePerturb = 60;
+// A stall after the costs came back gets a fresh perturbation, a few times.
+constexpr int32_t kMaxPerturbRounds = 8;
+constexpr int32_t kCapReached = -3;
+// The polish finds what it finds within a few pivots, or not at all.
+constexpr int64_t kPolishIterations = 1000;
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -69,7 +74,7 @@ class Simplex {
   void updateDevex(int32_t q, int32_t r, bool updateDuals);
   void perturbCosts();
   int32_t push();
-  int32_t simplex();
+  int32_t simplex(double td, int64_t cap);
   bool outOfTime();
   void finish(Result* out, int32_t status);
   void placeNonbasic(int32_t j);
@@ -89,6 +94,7 @@ class Simplex {
   std::vector<int32_t> bStart_, bIndex_, depPos_, depRow_;
   std::vector<double> bValue_;
   bool perturbed_ = false;
+  int32_t perturbRounds_ = 0;
   int64_t pushCount_ = 0, iterations_ = 0;
   std::chrono::steady_clock::time_point start_;
 };
@@ -452,7 +458,8 @@ void Simplex::updateDevex(int32_t q, int32_t r, bool updateDuals) {
 // columns dual feasible; they break the ties that make a degenerate vertex
 // cycle or stall.  Taken off again once the perturbed problem is optimal.
 void Simplex::perturbCosts() {
-  uint32_t seed = 12345u;
+  cost_ = trueCost_;
+  uint32_t seed = 12345u + 7919u * (uint32_t)perturbRounds_++;
   for (int32_t j = 0; j < n_; j++) {
     seed = seed * 1103515245u + 12345u;
     const double u = 0.5 + 0.5 * (double)(seed >> 8) / (double)(1u << 24);
@@ -527,8 +534,10 @@ int32_t Simplex::push() {
   return 0;
 }
 
-int32_t Simplex::simplex() {
-  const double td = set_.dualTol;
+// td is the dual tolerance of this run; cap bounds its iterations, after
+// which it returns kCapReached.
+int32_t Simplex::simplex(double td, int64_t cap) {
+  const int64_t first = iterations_;
   int32_t stall = 0, singularRetry = 0;
   // Phase 2 updates the reduced costs from the pivot row between fresh
   // computations, which come with every factorisation and before a claim of
@@ -537,6 +546,7 @@ int32_t Simplex::simplex() {
   int32_t updated = 0;
   for (;;) {
     if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
+    if (iterations_ - first >= cap) return kCapReached;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery) {
       const int32_t rc = refactor();
@@ -612,7 +622,7 @@ int32_t Simplex::simplex() {
     pivot(q, dir, r, theta, flip);
     iterations_++;
     stall = gain > 1e-12 ? 0 : stall + 1;
-    if (stall > kStallBeforePerturb && !perturbed_ && !phase1) {
+    if (stall > kStallBeforePerturb && perturbRounds_ < kMaxPerturbRounds && !phase1) {
       perturbCosts();
       fresh = false;
       stall = 0;
@@ -685,13 +695,34 @@ int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Resul
   // rounds settle all but pathological cases.
   for (int round = 0; status == 0 && round < 4; round++) {
     status = refactor();
-    if (status == 0) status = simplex();
+    if (status == 0) status = simplex(set_.dualTol, INT64_MAX);
     if (status != IPM_STATUS_OPTIMAL) break;
     bool super = false;
     for (int32_t j = 0; j < N_ && !super; j++) super = state_[j] == kSuper;
     if (!super) break;
     status = refactor();
     if (status == 0) status = push();
+  }
+  // Badly scaled LPs hide a last improvement below the dual tolerance: a
+  // polish at a tighter one, bounded, from the optimal basis.  If it does
+  // not settle, the basis it started from stands.
+  if (status == IPM_STATUS_OPTIMAL && set_.polishTol < set_.dualTol) {
+    const std::vector<int32_t> head = head_;
+    const std::vector<uint8_t> state = state_;
+    const std::vector<double> x = x_;
+    int32_t polished = refactor();
+    if (polished == 0) polished = simplex(set_.polishTol, kPolishIterations);
+    if (polished != IPM_STATUS_OPTIMAL) {
+      head_ = head;
+      state_ = state;
+      x_ = x;
+      std::fill(posOf_.begin(), posOf_.end(), -1);
+      for (int32_t p = 0; p < m_; p++) posOf_[head_[p]] = p;
+      cost_ = trueCost_;
+      perturbed_ = false;
+      status = refactor();
+      if (status == 0) status = IPM_STATUS_OPTIMAL;
+    }
   }
   if (status == 0) status = IPM_STATUS_FAILED;
   if (status == IPM_STATUS_OPTIMAL) {

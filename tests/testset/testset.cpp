@@ -118,7 +118,11 @@ int main(int argc, char** argv) {
     }
   }
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET [NAME ...]\n", argv[0]);
+    std::fprintf(stderr,
+                 "usage: %s [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET "
+                 "[NAME ...]
+",
+                 argv[0]);
     return 2;
   }
   const std::string dir = std::string(argv[1]) + "/" + argv[2];
@@ -231,7 +235,7 @@ int main(int argc, char** argv) {
     }
     if (crossover && lpEntry && !p.isQP()) {
       char buf[160];
-      std::snprintf(buf, sizeof buf, "crossover %d push %d simplex %.2f s", stats.pushIterations,
+      std::snprintf(buf, sizeof buf, "crossover: push %d, simplex %d, %.2f s", stats.pushIterations,
                     stats.simplexIterations, stats.seconds);
       note = note.empty() ? buf : note + "  " + buf;
     }
