@@ -120,8 +120,7 @@ int main(int argc, char** argv) {
   if (argc < 3) {
     std::fprintf(stderr,
                  "usage: %s [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET "
-                 "[NAME ...]
-",
+                 "[NAME ...]\n",
                  argv[0]);
     return 2;
   }
