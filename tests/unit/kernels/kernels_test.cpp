@@ -260,6 +260,22 @@ const TrxmVariant kTrxms[] = {
     {"trmm_RLTU", my_dtrmm_RLTU, false, true, true, true, false, 1},
     {"trmm_RUNN", my_dtrmm_RUNN, false, false, false, false, false, 1},
     {"trmm_LUNN_m1", my_dtrmm_LUNN_m1, true, false, false, false, false, -1},
+    // The vector solves, a column at a time; the generic one divides
+    // whatever the diagonal flag says.
+#define TRSV(F, UPLO, TR, DIAG)                                                              \
+  [](const char*, const char*, const char*, const char*, const int* m, const int* n,         \
+     const double*, const double* A, const int* lda, double* B, const int* ldb, double*,     \
+     double*) {                                                                              \
+    for (int j = 0, one = 1; j < *n; ++j) F(UPLO, TR, DIAG, m, A, lda, B + (size_t)j * *ldb, &one); \
+  }
+    {"trsv_LN", TRSV(my_dtrsv, "L", "N", "U"), true, true, false, false, true, 1},
+    {"trsv_LT", TRSV(my_dtrsv, "L", "T", "U"), true, true, true, false, true, 1},
+    {"trsv_UN", TRSV(my_dtrsv, "U", "N", "U"), true, false, false, false, true, 1},
+    {"trsv_UT", TRSV(my_dtrsv, "U", "T", "U"), true, false, true, false, true, 1},
+    {"trsv_ln", TRSV(my_dtrsv_ln, "L", "N", "N"), true, true, false, false, true, 1},
+    {"trsv_ln_T", TRSV(my_dtrsv_ln, "L", "T", "N"), true, true, true, false, true, 1},
+    {"trsv_utn", TRSV(my_dtrsv_utn, "U", "T", "N"), true, false, true, false, true, 1},
+    {"trsv_unn", TRSV(my_dtrsv_unn, "U", "N", "N"), true, false, false, false, true, 1},
 };
 
 // op(A)(i, j) of a triangle made by triangular(); a unit diagonal reads 1.
@@ -366,14 +382,7 @@ TEST(KernelLevel1, StridedAndUnitRoutinesMatchReference) {
       }
 }
 
-TEST(KernelLevel1, OverlapsTiesAndExtremes) {
-  std::vector<double> v(40);
-  for (int i = 0; i < 40; ++i) v[i] = i;
-  my_dcopy(30, v.data() + 5, 1, v.data(), 1);  // overlapping, destination first: runs forward
-  for (int i = 0; i < 30; ++i) EXPECT_EQ(v[i], i + 5);
-  std::vector<double> w(20, 1.0), z(20, 0.0);
-  my_dcopy(20, w.data(), 1, z.data(), 1);  // disjoint, long: the block copy
-  EXPECT_EQ(z, w);
+TEST(KernelLevel1, TiesAndExtremes) {
   // idamax is zero-based and takes the first of ties.
   const double zeros[4] = {0, 0, 0, 0}, x[6] = {1, -5, 2, 5, -5, 0}, nan1 = kNaN;
   EXPECT_EQ(my_idamax(4, zeros, 1), 0);
@@ -397,8 +406,22 @@ struct GemvVariant {
   bool trans;
   double keep, sign;  // y := keep y + sign op(A) x
   bool xStrided, yStrided;
-  bool scales = false;  // takes beta as keep; the fixed ones ignore alpha and beta
+  // 0: alpha and beta ignored; 1: beta taken as keep; 2: beta and alpha
+  // taken as keep and sign.
+  int scales = 0;
+  bool symmetric = false;  // from the lower triangle of a square A
 };
+
+#define SYMV_ARGS                                                                          \
+  const char*, const int *m, const int*, const double *alpha, const double *A, const int *lda, \
+      const double *x, const int *incx, const double *beta, double *y, const int *incy
+void symv(SYMV_ARGS) { my_dsymv("L", m, alpha, A, lda, x, incx, beta, y, incy); }
+void spmv(SYMV_ARGS) {
+  std::vector<double> packed(1);
+  for (int j = 0; j < *m; ++j)
+    for (int i = j; i < *m; ++i) packed.push_back(A[i + (size_t)j * *lda]);
+  my_dspmv("L", m, alpha, packed.data() + 1, x, incx, beta, y, incy);
+}
 
 TEST(KernelLevel2, GemvFamilyMatchesReference) {
   const GemvVariant vars[] = {
@@ -409,29 +432,38 @@ TEST(KernelLevel2, GemvFamilyMatchesReference) {
       {"t_1m1_one", my_dgemv_t_1m1_one, true, 1, -1, false, false},
       {"t_1m1_xone", my_dgemv_t_1m1_xone, true, 1, -1, false, true},
       {"t_0p1_one", my_dgemv_t_0p1_one, true, 0, 1, false, false},
-      {"N_0", my_dgemv, false, 0, -1, false, false, true},
-      {"N_half", my_dgemv, false, 0.5, -1, false, false, true},
-      {"T_1", my_dgemv, true, 1, -1, false, false, true},
-      {"T_half", my_dgemv, true, 0.5, -1, false, false, true},
+      {"N_0", my_dgemv, false, 0, -1, false, false, 1},
+      {"N_half", my_dgemv, false, 0.5, -1, false, false, 1},
+      {"T_1", my_dgemv, true, 1, -1, false, false, 1},
+      {"T_half", my_dgemv, true, 0.5, -1, false, false, 1},
+      {"symv_b0", symv, false, 0, 1.5, false, false, 2, true},
+      {"symv_a0", symv, false, -0.5, 0, false, false, 2, true},
+      {"symv", symv, false, 1, 1.5, false, false, 2, true},
+      {"spmv_b0", spmv, false, 0, 1.5, false, false, 2, true},
+      {"spmv", spmv, false, -0.5, 1.5, false, false, 2, true},
   };
   std::mt19937 rng(10);
   const int dims[][2] = {{1, 1}, {9, 4}, {4, 9}, {37, 23}, {8, 0}};
   for (const auto& g : vars)
     for (auto& d : dims) {
-      const int m = d[0], n = d[1], incx = g.xStrided ? 3 : 1, incy = g.yStrided ? 2 : 1;
-      const int lenx = g.trans ? m : n, leny = g.trans ? n : m;
+      const int m = d[0], n = g.symmetric ? m : d[1], incx = g.xStrided ? 3 : 1;
+      const int incy = g.yStrided ? 2 : 1, lenx = g.trans ? m : n, leny = g.trans ? n : m;
       Mat a(m, n, 5, rng, kNaN);
+      if (g.symmetric)  // the upper triangle is not to be read
+        for (int j = 0; j < n; ++j)
+          for (int i = 0; i < j; ++i) a(i, j) = kNaN;
       std::vector<double> x = randomVec(lenx * incx, rng), y = randomVec(leny * incy, rng);
       std::vector<double> ref = y;
       if (g.keep == 0 && lenx > 0)
         for (int i = 0; i < leny; ++i) y[(size_t)i * incy] = kNaN;  // stored over, never read
       for (int i = 0; i < leny; ++i) {
         double s = 0;
-        for (int q = 0; q < lenx; ++q) s += (g.trans ? a(q, i) : a(i, q)) * x[(size_t)q * incx];
+        for (int q = 0; q < lenx; ++q)
+          s += (g.trans || (g.symmetric && q > i) ? a(q, i) : a(i, q)) * x[(size_t)q * incx];
         double& r = ref[(size_t)i * incy];
         if (lenx > 0 || g.keep != 0 || g.scales) r = g.keep * r + g.sign * s;
       }
-      const double alpha = 2, beta = g.scales ? g.keep : 3;
+      const double alpha = g.scales == 2 ? g.sign : 2, beta = g.scales ? g.keep : 3;
       g.fn(g.trans ? "T" : "N", &m, &n, &alpha, a.p(), &a.ld, x.data(), &incx, &beta, y.data(),
            &incy);
       for (int i = 0; i < leny; ++i)
@@ -471,66 +503,6 @@ TEST(KernelLevel2, RankUpdatesTouchTheirPartOnly) {
     EXPECT_TRUE(paddingIntact(a) && paddingIntact(b) && paddingIntact(c) && paddingIntact(d) &&
                 paddingIntact(e));
   }
-}
-
-TEST(KernelLevel2, SymvAndPackedSymvUseTheLowerTriangle) {
-  std::mt19937 rng(14);
-  const int one = 1;
-  for (int n : {0, 1, 5, 17}) {
-    Mat a(n, n, 2, rng, kNaN);
-    std::vector<double> packed;
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        if (i < j) a(i, j) = kNaN;  // upper triangle: not to be read
-        else packed.push_back(a(i, j));
-      }
-    if (packed.empty()) packed.push_back(0);
-    const std::vector<double> x = randomVec(n, rng), y0 = randomVec(n, rng);
-    for (double alpha : {0.0, 1.5}) for (double beta : {0.0, 1.0, -0.5}) {
-      std::vector<double> y1 = y0, y2 = y0;
-      if (beta == 0.0 && n > 0) y1[0] = y2[0] = kNaN;
-      my_dsymv("L", &n, &alpha, a.p(), &a.ld, x.data(), &one, &beta, y1.data(), &one);
-      my_dspmv("L", &n, &alpha, packed.data(), x.data(), &one, &beta, y2.data(), &one);
-      for (int i = 0; i < n; ++i) {
-        double s = 0;
-        for (int q = 0; q < n; ++q) s += (i >= q ? a(i, q) : a(q, i)) * x[q];
-        const double want = beta * y0[i] + alpha * s;
-        EXPECT_NEAR(y1[i], want, 1e-13) << n << " " << alpha << " " << beta;
-        EXPECT_NEAR(y2[i], want, 1e-13) << n << " " << alpha << " " << beta;
-      }
-    }
-  }
-}
-
-TEST(KernelLevel2, TrsvVariantsSolveAndIgnoreDiagFlag) {
-  std::mt19937 rng(15);
-  const int inc = 1;
-  struct Case { const char* name; char uplo, trans; bool lower, transposed; } cases[] = {
-      {"LN", 'L', 'N', true, false}, {"LT", 'L', 'T', true, true},
-      {"UN", 'U', 'N', false, false}, {"UT", 'U', 'T', false, true}};
-  for (int n : {0, 1, 3, 4, 5, 11, 40})
-    for (auto& cs : cases) {
-      Mat a = triangular(n, cs.lower, rng);
-      const std::vector<double> want = randomVec(n, rng);
-      std::vector<double> b(n > 0 ? n : 1);
-      for (int i = 0; i < n; ++i) {
-        double s = 0;
-        for (int q = 0; q < n; ++q) {
-          const int r = cs.transposed ? q : i, c = cs.transposed ? i : q;
-          if (r == c || (r > c) == cs.lower) s += a(r, c) * want[q];
-        }
-        b[i] = s;
-      }
-      const char uplo[2] = {cs.uplo, 0}, tr[2] = {cs.trans, 0};
-      std::vector<double> x = b;
-      my_dtrsv(uplo, tr, "U", &n, a.p(), &a.ld, x.data(), &inc);  // 'U' divides all the same
-      std::vector<double> y = b;
-      if (cs.lower) my_dtrsv_ln(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
-      else if (cs.transposed) my_dtrsv_utn(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
-      else my_dtrsv_unn(uplo, tr, "N", &n, a.p(), &a.ld, y.data(), &inc);
-      EXPECT_EQ(x, y);
-      for (int i = 0; i < n; ++i) EXPECT_NEAR(x[i], want[i], 1e-13) << cs.name << " n=" << n;
-    }
 }
 
 }  // namespace

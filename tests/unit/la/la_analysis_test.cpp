@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <random>
 #include <set>
 #include <vector>
@@ -77,11 +76,6 @@ TEST_F(LATest, ParameterLimitsAndRejections) {
     EXPECT_EQ(9, LA_SetDblParam(env, 0.0, id));
     EXPECT_EQ(9, LA_GetDblParam(env, id, &d));
   }
-  // Results cannot be set from outside, by either call.
-  for (int32_t id : {10, 11}) EXPECT_EQ(0, LA_SetIntParam(env, id, 123));
-  EXPECT_EQ(0, LA_SetDblParam(env, 5.0, 12));
-  EXPECT_EQ(0, env->numNegativePivots + env->numPositivePivots);
-  EXPECT_EQ(0.0, env->pivotRatio);
   EXPECT_EQ(9, LA_SetDblParam(env, -1e-300, 19));
   EXPECT_EQ(1e-16, env->refineTol);
   EXPECT_EQ(0, LA_SetDblParam(env, 0.0, 19));
@@ -160,15 +154,6 @@ void checkPlan(const Pattern& p, const LASymbolic* sym) {
       int32_t p0 = bf.parent[end - 1];
       EXPECT_EQ(p0 == -1 ? -1 : sym->colToSNode[p0], sym->snodeParent[s]);
     }
-    int64_t r = (int64_t)got.size(), c = end - first;
-    int64_t size = 0;
-    if (!sym->threaded) {
-      size = r * c;
-    } else {
-      for (int64_t done = 0, left = r; done < c; done += sym->blockSize, left -= sym->blockSize)
-        size += std::min<int64_t>(sym->blockSize, c - done) * left;
-    }
-    EXPECT_EQ(size, sym->factorBegin[s + 1] - sym->factorBegin[s]) << "supernode " << s;
   }
   EXPECT_LE(sym->maxSNodeCols, widest);
   EXPECT_EQ(sym->rowBegin[ns], sym->numRowEntries);
