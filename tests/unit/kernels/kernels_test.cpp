@@ -8,7 +8,6 @@
 #include <functional>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -67,13 +66,6 @@ bool paddingIntact(const Mat& m) {
     for (int i = m.rows; i < m.ld; ++i)
       if (m(i, j) != kGuard) return false;
   return true;
-}
-
-template <typename... T>
-std::string str(const T&... v) {
-  std::ostringstream o;
-  ((o << v << ' '), ...);
-  return o.str();
 }
 
 // NaN-filled so that reading past what was packed spoils the result.
@@ -135,7 +127,8 @@ TEST(KernelPanel, BothPathsMatchReferenceForAllShapesAndAlignments) {
               for (int q = 0; q < k; ++q) s += pa(q, i) * pb(q, j);
               ref(i, j) += minus ? -s : s;
             }
-          SCOPED_TRACE(str(path.first, "m", m, "n", n, "k", k, "shape", shape, "minus", minus));
+          SCOPED_TRACE(testing::Message() << path.first << " m " << m << " n " << n << " k " << k
+                                        << " shape " << shape << " minus " << minus);
           Mat first = c0;
           exported[shape][minus](first.p(), first.ld, pa.p(), pb.p(), m, n, k);
           EXPECT_LT(relDiff(first, ref), 1e-13) << "exported kernel";
@@ -153,7 +146,9 @@ TEST(KernelPanel, BothPathsMatchReferenceForAllShapesAndAlignments) {
             // Entries outside the triangle are exactly as before.
             for (int j = 0; j < n; ++j)
               for (int i = 0; i < m; ++i)
-                if ((shape == 1 && i < j) || (shape == 2 && i > j)) { ASSERT_EQ(c(i, j), ref(i, j)); }
+                if ((shape == 1 && i < j) || (shape == 2 && i > j)) {
+                  ASSERT_EQ(c(i, j), ref(i, j));
+                }
           }
         }
 }
@@ -225,7 +220,7 @@ TEST_P(KernelProduct, MatchesReferenceOnRaggedShapesAndKeepsTheOtherTriangle) {
       }
     Buffers buf(n);
     g.fn(m, n, k, a, b, c, buf);
-    SCOPED_TRACE(str(g.name, m, n, k));
+    SCOPED_TRACE(testing::Message() << g.name << " " << m << " " << n << " " << k);
     EXPECT_LT(relDiff(c, ref), 1e-13);
     EXPECT_TRUE(paddingIntact(c));
     for (int j = 0; j < n; ++j)
@@ -262,7 +257,8 @@ const TrxmVariant kTrxms[] = {
   [](const char*, const char*, const char*, const char*, const int* m, const int* n,         \
      const double*, const double* A, const int* lda, double* B, const int* ldb, double*,     \
      double*) {                                                                              \
-    for (int j = 0, one = 1; j < *n; ++j) F(UPLO, TR, DIAG, m, A, lda, B + (size_t)j * *ldb, &one); \
+    for (int j = 0, one = 1; j < *n; ++j)                                                    \
+      F(UPLO, TR, DIAG, m, A, lda, B + (size_t)j * *ldb, &one);                              \
   }
     {"trsv_LN", TRSV(my_dtrsv, "L", "N", "U"), true, true, false, false, true, 1},
     {"trsv_LT", TRSV(my_dtrsv, "L", "T", "U"), true, true, true, false, true, 1},
@@ -313,7 +309,7 @@ TEST_P(KernelTrxm, MatchesReference) {
     const double alpha = 3.0;
     t.fn("?", "?", "?", "?", &m, &n, &alpha, a.p(), &a.ld, in.p(), &in.ld, buf.a.data(),
          buf.b.data());
-    SCOPED_TRACE(str(t.name, "m", m, "n", n));
+    SCOPED_TRACE(testing::Message() << t.name << " m " << m << " n " << n);
     EXPECT_LT(relDiff(in, expect), 1e-12);
     EXPECT_TRUE(paddingIntact(in));
   }
@@ -335,8 +331,9 @@ TEST(KernelLevel1, StridedRoutinesMatchReference) {
   for (int n : {0, 1, 7, 8, 33})
     for (int incx : {1, 2, 3})
       for (int incy : {1, 2}) {
-        SCOPED_TRACE(str("n", n, "incx", incx, "incy", incy));
-        const std::vector<double> x0 = randomVec(1 + n * incx, rng), y0 = randomVec(1 + n * incy, rng);
+        SCOPED_TRACE(testing::Message() << "n " << n << " incx " << incx << " incy " << incy);
+        const std::vector<double> x0 = randomVec(1 + n * incx, rng);
+        const std::vector<double> y0 = randomVec(1 + n * incy, rng);
         auto X = [&](int i) { return (size_t)(1 + i * incx); };
         auto Y = [&](int i) { return (size_t)(1 + i * incy); };
         double dot = 0, asum = 0, ss = 0;

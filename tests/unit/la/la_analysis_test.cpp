@@ -194,11 +194,10 @@ void expectSamePlanWithRepeats(LAEnv* env, const Pattern& p, const LASymbolic* m
   ASSERT_EQ(0, LA_AnalyzeMatrixLDL(dup.n, dup.colBegin.data(), dup.rowIndex.data(), nullptr, env,
                                    &ds, &dn));
   auto sizes = [](const LASymbolic* y) {
-    return std::vector<double>{y->estFactorEntries, y->estOperations, (double)y->numFactorEntries,
-                               (double)y->threaded, (double)y->blockSize,
-                               (double)y->updateBufferSize, (double)y->panelBufferSize,
-                               (double)y->numBlocks, (double)y->numSNodes,
-                               (double)y->numRowEntries};
+    return std::vector<double>{y->estFactorEntries,        y->estOperations,
+                               (double)y->numFactorEntries, (double)y->updateBufferSize,
+                               (double)y->panelBufferSize,  (double)y->numBlocks,
+                               (double)y->numSNodes,        (double)y->numRowEntries};
   };
   EXPECT_EQ(sizes(ms), sizes(ds));
   EXPECT_TRUE(std::equal(ms->perm, ms->perm + p.n, ds->perm));
@@ -213,8 +212,9 @@ TEST_F(LATest, SequentialPlanMatchesBruteForceWithAndWithoutRepeats) {
   for (uint32_t seed = 1; seed <= 14; seed++) {
     // The last is dense: one supernode; the one before diagonal: a forest.
     double density = seed == 14 ? 1.0 : seed == 13 ? 0.0 : 0.03 + 0.01 * (seed % 5);
-    Pattern p = seed % 4 == 0 ? kktPattern(40 + 4 * (int32_t)seed, 20 + 3 * (int32_t)seed, seed)
-                              : randomPattern(seed == 14 ? 100 : 20 + (int32_t)seed * 5, density, seed);
+    int32_t size = seed == 14 ? 100 : 20 + (int32_t)seed * 5;
+    Pattern p = seed % 4 == 0 ? kktPattern(size, size / 2, seed)
+                              : randomPattern(size, density, seed);
     int32_t method = methods[seed % 3];
     ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_ORDERING_METHOD, method));
     ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_USE_CONSTRAINED_ORDERING, method == 2 && seed % 2));
@@ -356,15 +356,11 @@ TEST_P(LAThreadedPlan, BlockTablesMatchTheUpdateEvents) {
   std::vector<bool> hasChild(sym->numSNodes, false);
   for (int32_t s = 0; s < sym->numSNodes; s++)
     if (sym->snodeParent[s] != -1) hasChild[sym->snodeParent[s]] = true;
+  // A wide supernode may start on its first diagonal block before its
+  // children are done.
   IntVec leaves;
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    // A narrow supernode counts every update on its first entry; a wide one
-    // may start on its first diagonal block before its children are done.
-    if (hasChild[s] && !laBlockShape(sym, s).wide) {
-      EXPECT_GT(sym->blockDepsInit[s][0], 0) << "supernode " << s;
-    }
+  for (int32_t s = 0; s < sym->numSNodes; s++)
     if (!hasChild[s] || sym->blockDepsInit[s][0] == 0) leaves.push_back(s);
-  }
   EXPECT_EQ(leaves, IntVec(sym->leaves, sym->leaves + sym->numLeaves));
   expectSamePlanWithRepeats(env, p, sym, GetParam(), false);
   LA_CleanUpLDL(env, &sym, &num);
