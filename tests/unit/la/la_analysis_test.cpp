@@ -1,4 +1,4 @@
-// The LA environment, the symbolic steps and the LDL analysis driver, checked
+// The LA environment and the LDL analysis driver: every plan checked
 // against a brute-force symbolic factorisation.
 #include <gtest/gtest.h>
 
