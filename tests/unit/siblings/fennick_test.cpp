@@ -17,6 +17,7 @@
 #include "host/host.h"
 #include "records/lpdriver.h"
 #include "siblings/fennick/fennick.h"
+#include "support/dense_ref.h"
 
 namespace {
 
@@ -75,28 +76,12 @@ struct TestLP {
   }
 };
 
-// Solves M v = b in place by Gaussian elimination with partial pivoting;
-// false when M is singular.
-bool denseSolve(std::vector<double> M, int k, std::vector<double>& b) {
-  for (int c = 0; c < k; c++) {
-    int piv = c;
-    for (int r = c + 1; r < k; r++)
-      if (std::fabs(M[r * k + c]) > std::fabs(M[piv * k + c])) piv = r;
-    if (std::fabs(M[piv * k + c]) < 1e-12) return false;
-    for (int t = 0; t < k; t++) std::swap(M[c * k + t], M[piv * k + t]);
-    std::swap(b[c], b[piv]);
-    for (int r = c + 1; r < k; r++) {
-      const double f = M[r * k + c] / M[c * k + c];
-      if (f == 0.0) continue;
-      for (int t = c; t < k; t++) M[r * k + t] -= f * M[c * k + t];
-      b[r] -= f * b[c];
-    }
-  }
-  for (int c = k - 1; c >= 0; c--) {
-    for (int t = c + 1; t < k; t++) b[c] -= M[c * k + t] * b[t];
-    b[c] /= M[c * k + c];
-  }
-  return true;
+// M v = b by the shared dense reference, M row-major k x k, v into b.
+bool denseSolve(const std::vector<double>& M, int k, std::vector<double>& b) {
+  hxtest::Dense a(k, hxtest::Vec(k));
+  for (int r = 0; r < k; r++)
+    for (int c = 0; c < k; c++) a[r][c] = M[r * k + c];
+  return hxtest::luSolve(a, b, &b);
 }
 
 // The basis, the point and the duals as a caller gets them (x, y, z in the
