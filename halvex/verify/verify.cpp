@@ -41,6 +41,17 @@ inline bool differs(double stored, double actual, double tol) {
   return !(fabs(actual - stored) <= scale * tol);
 }
 
+// A stored measure against its recomputed value, reported as
+// "Error <check>: iteration=..  <field>=..  actual=..".
+int32_t checkMeasure(const Ipm* ipm, const char* check, const char* field, double stored,
+                     double actual) {
+  if (!differs(stored, actual, kMeasureTol)) return 0;
+  if (TextLogFn log = logOf(ipm))
+    log("Error %s: iteration=%d  %s=%15.7g  actual=%15.7g", check, ipm->iteration, field, stored,
+        actual);
+  return IPM_STATUS_FAILED;
+}
+
 // Adds -Q x to g, for a QP.
 void subtractQx(const Ipm* ipm, const double* x, double* g) {
   if (ipm->modelType != IPM_MODEL_QP || !ipm->quadDiag) return;
@@ -256,13 +267,7 @@ int32_t VerifyPrimalInfeas(Ipm* ipm, int32_t level) {
   primalResidual(ipm, r);
   const double actual = norm2(ipm->numRow, r) / (ipm->normRhs + 1.0);
   clearBuffer(ipm->numRow, r);
-  int32_t status = 0;
-  if (differs(ipm->primalInfeas, actual, kMeasureTol)) {
-    if (TextLogFn log = logOf(ipm))
-      log("Error VerifyPrimalInfeas: iteration=%d  primalInfeas=%15.7g  actual=%15.7g",
-          ipm->iteration, ipm->primalInfeas, actual);
-    status = IPM_STATUS_FAILED;
-  }
+  const int32_t status = checkMeasure(ipm, "VerifyPrimalInfeas", "primalInfeas", ipm->primalInfeas, actual);
   trace(ipm, level, "%7hTRACE: %mPrimal infeasibility = %15.7g", actual);
   return status;
 }
@@ -284,13 +289,7 @@ int32_t VerifyBoundInfeas(Ipm* ipm, int32_t level) {
     }
   }
   const double actual = sqrt(sum) / (ipm->normLower + 1.0 + ipm->normUpper);
-  int32_t status = 0;
-  if (differs(ipm->boundInfeas, actual, kMeasureTol)) {
-    if (TextLogFn log = logOf(ipm))
-      log("Error VerifyBoundInfeas: iteration=%d  boundInfeas=%15.7g  actual=%15.7g",
-          ipm->iteration, ipm->boundInfeas, actual);
-    status = IPM_STATUS_FAILED;
-  }
+  const int32_t status = checkMeasure(ipm, "VerifyBoundInfeas", "boundInfeas", ipm->boundInfeas, actual);
   trace(ipm, level, "%7hTRACE: %mBound  infeasibility = %15.7g", actual);
   return status;
 }
@@ -302,13 +301,7 @@ int32_t VerifyDualInfeas(Ipm* ipm, int32_t level) {
   dualResidual(ipm, g);
   const double actual = norm2(ipm->numCol, g) / (ipm->normObj + 1.0);
   clearBuffer(ipm->numCol, g);
-  int32_t status = 0;
-  if (differs(ipm->dualInfeas, actual, kMeasureTol)) {
-    if (TextLogFn log = logOf(ipm))
-      log("Error VerifyDualInfeas: iteration=%d  dualInfeas=%15.7g  actual=%15.7g",
-          ipm->iteration, ipm->dualInfeas, actual);
-    status = IPM_STATUS_FAILED;
-  }
+  const int32_t status = checkMeasure(ipm, "VerifyDualInfeas", "dualInfeas", ipm->dualInfeas, actual);
   trace(ipm, level, "%7hTRACE: %mDual   infeasibility = %15.7g", actual);
   return status;
 }
@@ -326,17 +319,14 @@ int32_t VerifyDualityGap(Ipm* ipm, int32_t level) {
   }
   for (int32_t i = 0; i < ipm->numRow; i++) dual += ipm->rhs[i] * ipm->solDual[i];
   const double gap = fabs(primal - dual) / (fabs(primal) + 1.0);
-  TextLogFn log = logOf(ipm);
   int32_t status = 0;
-  auto test = [&](const char* field, double stored, double actual) {
-    if (!differs(stored, actual, kMeasureTol)) return;
-    if (log) log("Error VerifyDualityGap: iteration=%d  %s=%15.7g  actual=%15.7g", ipm->iteration,
-                 field, stored, actual);
-    status = IPM_STATUS_FAILED;
-  };
-  test("objValuePrimal", ipm->objValuePrimal, primal);
-  test("objValueDual", ipm->objValueDual, dual);
-  test("dualityGap", ipm->dualityGap, gap);
+  // Every field is reported, not only the first that is off.
+  const double stored[3] = {ipm->objValuePrimal, ipm->objValueDual, ipm->dualityGap};
+  const double actual[3] = {primal, dual, gap};
+  const char* field[3] = {"objValuePrimal", "objValueDual", "dualityGap"};
+  for (int k = 0; k < 3; k++)
+    if (checkMeasure(ipm, "VerifyDualityGap", field[k], stored[k], actual[k]))
+      status = IPM_STATUS_FAILED;
   trace(ipm, level, "%7hTRACE: %mDuality gap          = %15.7g", gap);
   return status;
 }
@@ -346,18 +336,10 @@ int32_t VerifyComplementarity(Ipm* ipm, int32_t level) {
   running(ipm);
   const double actual = complementaritySum(ipm);
   const double mu = ipm->numComplement > 0 ? actual / ipm->numComplement : 0.0;
-  TextLogFn log = logOf(ipm);
   int32_t status = 0;
-  if (differs(ipm->complementarity, actual, kMeasureTol)) {
-    if (log) log("Error VerifyComplementarity: iteration=%d  complementarity=%15.7g  actual=%15.7g",
-                 ipm->iteration, ipm->complementarity, actual);
+  if (checkMeasure(ipm, "VerifyComplementarity", "complementarity", ipm->complementarity, actual))
     status = IPM_STATUS_FAILED;
-  }
-  if (differs(ipm->mu, mu, kMeasureTol)) {
-    if (log) log("Error VerifyComplementarity: iteration=%d  mu=%15.7g  actual=%15.7g",
-                 ipm->iteration, ipm->mu, mu);
-    status = IPM_STATUS_FAILED;
-  }
+  if (checkMeasure(ipm, "VerifyComplementarity", "mu", ipm->mu, mu)) status = IPM_STATUS_FAILED;
   trace(ipm, level, "%7hTRACE: %mComplementarity      = %15.7g", actual);
   return status;
 }
