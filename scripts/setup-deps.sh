@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, if any is missing.
 set -euo pipefail
-packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev libsuitesparse-dev python3)
+packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev libsuitesparse-dev python3
+  pkg-config)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -7,7 +7,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// C callers get the declarations without the module's C++ glue.
+#ifdef __cplusplus
 #include "frame/qv.h"
+#else
+#include <assert.h>
+#include "frame/qvkernel.h"
+#define HALVEX_EXPORT extern __attribute__((visibility("default")))
+#endif
 
 // ---- status codes -----------------------------------------------------------
 enum {
