@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""check_docs.py HALVEX COMMAND_MD OUTPUT_CPP: the options table of the
-command's page against `halvex --help` both ways, and its status table
-against the names that the command prints."""
+# check_docs.py HALVEX COMMAND_MD OUTPUT_CPP: the options table of the
+# command's page against `halvex --help` both ways, and its status table
+# against the names that the command prints.  A parser that finds nothing on
+# one side fails on the rows of the other.
 import re
 import subprocess
 import sys
@@ -41,6 +42,4 @@ printed = {(int(c), s) for c, s in re.findall(r'case (-?\d+): return "([^"]+)";'
                                               source.split("\n}\n", 1)[0])}
 errors += [f"status {c} '{s}' is printed but not in {page}" for c, s in sorted(printed - statuses)]
 errors += [f"status {c} '{s}' is in {page} but not printed" for c, s in sorted(statuses - printed)]
-if not printed:
-    errors.append(f"no status names found in {output_cpp}")
 sys.exit("\n".join(errors) if errors else 0)
