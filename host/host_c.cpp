@@ -67,7 +67,7 @@ QVPool* hxHostCreatePool(HxHost* host, const char* name) {
 }
 
 int32_t hxHostSolveLP(HxHost* host, LPRecord* record, LPOptions* options) {
-  if (!host || !host->entries.iplpmain) return -1086;
+  if (!host || !record || !options) return 1;
   QVPool* pool = host->host.createPool("LP context");
   if (!pool) return -1086;
   // The entry fills every slot but the pool and the two log call-backs.

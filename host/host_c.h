@@ -40,7 +40,8 @@ QVPool* hxHostCreatePool(HxHost* host, const char* name);
 
 /* The LP entry (iplpmain) with a context of this host; the status and the
  * results land in record.  Returns the entry's code (0, or 1 when a failure
- * broke the chain), or -1086 when the host has no memory for the context. */
+ * broke the chain, as for a null argument), or -1086 when the host has no
+ * memory for the context. */
 int32_t hxHostSolveLP(HxHost* host, LPRecord* record, LPOptions* options);
 
 #ifdef __cplusplus
