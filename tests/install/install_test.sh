@@ -6,7 +6,10 @@ examples=$src/docs/examples
 fail() { echo "install test: $*" >&2; exit 1; }
 
 rm -rf "$work" && mkdir -p "$work"
+# The user's own install keeps its manifest: the install writes it into the build.
+[ ! -f "$build/install_manifest.txt" ] || cp "$build/install_manifest.txt" "$work/"
 "$cmake" --install "$build" --prefix "$work/staged" >"$work/install.log" || fail "cmake --install failed"
+if [ -f "$work/install_manifest.txt" ]; then mv "$work/install_manifest.txt" "$build/"; else rm "$build/install_manifest.txt"; fi
 # Installed trees get copied and moved: nothing may point back at where the
 # tree was installed, nor at the build.
 mv "$work/staged" "$work/prefix"
