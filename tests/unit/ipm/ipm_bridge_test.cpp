@@ -84,26 +84,23 @@ TEST_F(IpmBridge, FactorAndSolveCodes) {
 
 // ---- whole solves through a failing numeric phase ---------------------------------
 
-class IpmBreakdown : public IpmBridge {
- protected:
-  static Problem lp() { return textbookLP(); }
-};
+using IpmBreakdown = IpmBridge;
 
 int32_t gSolveCalls = 0, gFailSolveAt = -1;
 int32_t countingSolve(int32_t mode, const int32_t* b, const int32_t* i, const double* v, double* x,
                       LAEnv* e, LASymbolic* s, LANumeric* n) {
   if (gSolveCalls++ == gFailSolveAt) return LA_ERR_SOLVE_OVERFLOW;
-  return DenseNumeric::solve(mode, b, i, v, x, e, s, n);
+  return LA_SolveMatrixLDL(mode, b, i, v, x, e, s, n);
 }
 
 TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
   // Two solves in the start, then two per pass: the sixth call is the
   // predictor of pass 2, after two full steps.
-  LdlNumericOverride ops{&DenseNumeric::factor, countingSolve};
+  LdlNumericOverride ops{nullptr, countingSolve};
   ldlNumericOverride = &ops;
   gSolveCalls = 0;
   gFailSolveAt = 6;
-  Problem p = lp();
+  Problem p = textbookLP();
   RunResult r = runSolve(&env, p);
   EXPECT_EQ(p.model.iteration, 2);
   const int32_t verdict = getSolutionStatus(1e-8, 1e-8, 1e-8, 1e-8, p.model.primalInfeas,
@@ -114,11 +111,10 @@ TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
   // In the start the same failure is a plain failure.
   gSolveCalls = 0;
   gFailSolveAt = 0;
-  Problem q = lp();
+  Problem q = textbookLP();
   r = runSolve(&env, q);
   EXPECT_EQ(r.status, IPM_STATUS_FAILED);
   gFailSolveAt = -1;
-  DenseNumeric::clear();
   EXPECT_EQ(liveBlocks(), 0);
 }
 
