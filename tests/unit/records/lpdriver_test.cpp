@@ -516,17 +516,23 @@ TEST_F(LPDriver, TimeLimitMetByPresolve) {
 // ---- crossover --------------------------------------------------------------------------
 
 TEST_F(LPDriver, CrossoverWithoutFennickFailsAsAMissingSibling) {
-  spy.fennickLoads = false;
-  options.crossover = 1;
-  EXPECT_EQ(run(), 1);
-  EXPECT_EQ(lp.record.status, IPM_STATUS_OUT_OF_MEMORY);
-  EXPECT_EQ(lp.record.returnCode, IPM_STATUS_OUT_OF_MEMORY);
-  EXPECT_EQ(messages.severityOf(0x827FD808), MSG_ERROR);
-  // The presolved LP goes back to bramlet's clean-up in its own space.
-  EXPECT_EQ(spy.scaleDirections, (std::vector<int64_t>{1, -1}));
-  EXPECT_EQ(spy.unscaleDirections, (std::vector<int64_t>{1, -1}));
-  EXPECT_FALSE(called("postsolve"));
-  expectReleased();
+  for (bool moduleLoads : {false, true}) {
+    SCOPED_TRACE(moduleLoads);
+    fresh();
+    spy.fennickLoads = moduleLoads;
+    spy.fennickInstance = false;
+    options.crossover = 1;
+    EXPECT_EQ(run(), 1);
+    EXPECT_EQ(lp.record.status, IPM_STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(lp.record.returnCode, IPM_STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(messages.severityOf(moduleLoads ? 0x827FD809 : 0x827FD808), MSG_ERROR);
+    // The presolved LP goes back to bramlet's clean-up in its own space.
+    EXPECT_EQ(spy.scaleDirections, (std::vector<int64_t>{1, -1}));
+    EXPECT_EQ(spy.unscaleDirections, (std::vector<int64_t>{1, -1}));
+    EXPECT_FALSE(called("postsolve"));
+    EXPECT_EQ(ctx.simplexModule, nullptr);
+    expectReleased();
+  }
 }
 
 TEST_F(LPDriver, CrossoverRunsFennickOnTheScaledPresolvedLP) {
@@ -596,16 +602,6 @@ TEST_F(LPDriver, CrossoverStartsOnlyFromAUsablePoint) {
   EXPECT_EQ(spy.runParams[0], IPM_STATUS_PRIMAL_INFEASIBLE);
   EXPECT_EQ(spy.runParams[1], 1);  // even crossover
   EXPECT_EQ(spy.runTimeLimit, 7.0);
-
-  // A missing instance is out of memory.
-  spy.fennickInstance = false;
-  messages.clear();
-  ctx.env.messageLog = &messages.base;
-  EXPECT_EQ(iplpCrossover(&ctx.env, &presolved.record, &solution, &option, IPM_STATUS_OPTIMAL),
-            IPM_STATUS_OUT_OF_MEMORY);
-  EXPECT_EQ(messages.severityOf(0x827FD809), MSG_ERROR);
-  EXPECT_EQ(spy.calls.back(), "fennickCreate");
-  EXPECT_EQ(ctx.simplexModule, nullptr);
 
   host.failAllocation(0);
   EXPECT_EQ(iplpCrossover(&ctx.env, &presolved.record, &solution, &option, IPM_STATUS_OPTIMAL),

@@ -135,13 +135,6 @@ void expectMeetsTolerances(const Problem& p) {
   EXPECT_LE(p.rec.iterations, p.rec.maxIter);
 }
 
-Problem freeProblem() {
-  Problem p(4, 7.5);
-  p.q = {1.0, 2.0, 0.5, 4.0};
-  p.c = {1.0, -3.0, 2.0, 0.25};
-  return p;
-}
-
 Problem boxLP() {  // q = 0 throughout: fills the cheapest variables up to b
   Problem p(4, 2.5);
   p.q.assign(4, 0.0);
@@ -262,7 +255,7 @@ TEST(ReconChecks, IterationLimit) {
 
 TEST(ReconChecks, MalformedRecordIsRejectedWithoutTouchingIt) {
   EXPECT_EQ(qpReconQP(nullptr), RECON_INFEASIBLE);
-  Problem p = freeProblem();
+  Problem p(4, 7.5);
   p.rec.n = -1;
   EXPECT_EQ(qpReconQP(&p.rec), RECON_INFEASIBLE);
   EXPECT_TRUE(p.outputsUntouched());
