@@ -30,13 +30,14 @@ namespace {
 //      x3 + x5                   >= -10   (inactive)
 //      x0 <= 4, x1 >= 2, 1 <= x2 <= 3, -1 <= x3 <= 5, x4 free, -3 <= x5 <= 0
 // The bounds give a flip, a shift, a flip of a box, a shift of a box, a free
-// column and a flip around 0; the first two rows give bramlet factors other
-// than 1.  Optimum x = (2, 2, 3, -1, 1, -3), value -9.5.
+// column and a flip around 0; x0's lower bound lies beyond infinity.  The
+// first two rows give bramlet factors other than 1.  Optimum
+// x = (2, 2, 3, -1, 1, -3), value -9.5.
 constexpr double kInf = 1e20;
 
 struct SmallLP {
   std::vector<double> matValue{4, 4, -1, 4, 4, 1, 2, 1}, obj{-1, 1, -2, 1, 0, 1}, rhs{24, 0, -10},
-      lower{-kInf, 2, 1, -1, -kInf, -3}, upper{4, kInf, 3, 5, kInf, 0}, x = std::vector<double>(6),
+      lower{-1e30, 2, 1, -1, -kInf, -3}, upper{4, kInf, 3, 5, kInf, 0}, x = std::vector<double>(6),
       y = std::vector<double>(3), rc = std::vector<double>(6), act = std::vector<double>(3);
   std::vector<int32_t> rowIndex{0, 0, 1, 0, 0, 2, 1, 2}, colBegin{0, 1, 3, 4, 6, 7, 8},
       colLength{1, 2, 1, 2, 1, 1};
