@@ -81,7 +81,8 @@ int32_t readInt(const uint8_t* block, int position) {
 struct Spy {
   // behaviour
   bool moduleLoads = true, instanceMade = true, fennickLoads = true, fennickInstance = true;
-  // bramlet hands the LP back as it came unless asked to presolve it.
+  // bramlet runs at presolve level 0, and so hands the LP back as it came,
+  // unless a test lets it presolve.
   bool passThrough = true;
   int32_t contextStatus = 0, presolveFailure = 0, postsolveCode = 0;
   int presolveSleepMs = 0;
