@@ -3,8 +3,6 @@
 #include <math.h>
 #include <stdarg.h>
 
-#include <map>
-
 namespace ipmtest {
 
 std::vector<LoggedMessage>& loggedMessages() {
@@ -23,41 +21,6 @@ void logMessage(MessageLog*, int32_t severity, int64_t code, ...) {
   }
   loggedMessages().push_back(m);
 }
-
-namespace {
-std::map<const void*, Dense>& denseStore() {
-  static std::map<const void*, Dense> s;
-  return s;
-}
-Vec nudgedSolve(const Dense& k, const Vec& b) {
-  Vec z;
-  hxtest::luSolve(k, b, &z, 1e-30, true);
-  return z;
-}
-}  // namespace
-
-int32_t DenseNumeric::factor(int32_t, int32_t n, const int32_t* begin, const int32_t* index,
-                             const double* value, LAEnv*, LASymbolic*, LANumeric* numeric) {
-  denseStore()[numeric] = hxtest::denseFromCsc(n, n, begin, index, value);
-  return 0;
-}
-
-int32_t DenseNumeric::solve(int32_t, const int32_t*, const int32_t*, const double*, double* x,
-                            LAEnv*, LASymbolic*, LANumeric* numeric) {
-  auto it = denseStore().find(numeric);
-  if (it == denseStore().end()) return 2;
-  const Dense& k = it->second;
-  const Vec b(x, x + k.size());
-  const Vec z = nudgedSolve(k, b);
-  const Vec az = hxtest::multiply(k, z);
-  Vec r(b);
-  for (size_t i = 0; i < r.size(); i++) r[i] -= az[i];
-  const Vec dz = nudgedSolve(k, r);
-  for (size_t i = 0; i < k.size(); i++) x[i] = z[i] + dz[i];
-  return 0;
-}
-
-void DenseNumeric::clear() { denseStore().clear(); }
 
 Problem::Problem(const Dense& a, const std::string& senses, std::vector<double> b,
                  std::vector<double> c, std::vector<double> lo, std::vector<double> up,

@@ -1,6 +1,6 @@
 // Test support of the iteration: small models built in code, the record
-// made and analysed on one of them, a dense numeric phase that tests put
-// behind the bridge, and a message log that keeps what it was given.
+// made and analysed on one of them, and a message log that keeps what it
+// was given.
 #ifndef HALVEX_TESTS_IPM_SUPPORT_H
 #define HALVEX_TESTS_IPM_SUPPORT_H
 
@@ -31,16 +31,6 @@ struct LoggedMessage {
 };
 std::vector<LoggedMessage>& loggedMessages();
 void logMessage(MessageLog*, int32_t severity, int64_t code, ...);
-
-// Dense numeric phase: keeps a dense copy per factor handle and solves with
-// one round of refinement, as the library does.
-struct DenseNumeric {
-  static int32_t factor(int32_t, int32_t n, const int32_t* begin, const int32_t* index,
-                        const double* value, LAEnv*, LASymbolic*, LANumeric* numeric);
-  static int32_t solve(int32_t, const int32_t*, const int32_t*, const double*, double* x, LAEnv*,
-                       LASymbolic*, LANumeric* numeric);
-  static void clear();
-};
 
 // A model in code: A dense by rows, senses as a string ('E','G','L','R').
 // For an R row, rhs is the upper end and range the width.  Arrays have room

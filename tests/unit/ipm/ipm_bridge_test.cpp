@@ -84,26 +84,23 @@ TEST_F(IpmBridge, FactorAndSolveCodes) {
 
 // ---- whole solves through a failing numeric phase ---------------------------------
 
-class IpmBreakdown : public IpmBridge {
- protected:
-  static Problem lp() { return textbookLP(); }
-};
+using IpmBreakdown = IpmBridge;
 
 int32_t gSolveCalls = 0, gFailSolveAt = -1;
 int32_t countingSolve(int32_t mode, const int32_t* b, const int32_t* i, const double* v, double* x,
                       LAEnv* e, LASymbolic* s, LANumeric* n) {
   if (gSolveCalls++ == gFailSolveAt) return LA_ERR_SOLVE_OVERFLOW;
-  return DenseNumeric::solve(mode, b, i, v, x, e, s, n);
+  return LA_SolveMatrixLDL(mode, b, i, v, x, e, s, n);
 }
 
 TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
   // Two solves in the start, then two per pass: the sixth call is the
   // predictor of pass 2, after two full steps.
-  LdlNumericOverride ops{&DenseNumeric::factor, countingSolve};
+  LdlNumericOverride ops{nullptr, countingSolve};
   ldlNumericOverride = &ops;
   gSolveCalls = 0;
   gFailSolveAt = 6;
-  Problem p = lp();
+  Problem p = textbookLP();
   RunResult r = runSolve(&env, p);
   EXPECT_EQ(p.model.iteration, 2);
   const int32_t verdict = getSolutionStatus(1e-8, 1e-8, 1e-8, 1e-8, p.model.primalInfeas,
@@ -114,11 +111,10 @@ TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
   // In the start the same failure is a plain failure.
   gSolveCalls = 0;
   gFailSolveAt = 0;
-  Problem q = lp();
+  Problem q = textbookLP();
   r = runSolve(&env, q);
   EXPECT_EQ(r.status, IPM_STATUS_FAILED);
   gFailSolveAt = -1;
-  DenseNumeric::clear();
   EXPECT_EQ(liveBlocks(), 0);
 }
 
@@ -126,43 +122,42 @@ TEST_F(IpmBreakdown, FailedTriangularSolveEndsWithTheLastVerdict) {
 
 class IpmMemory : public HostTest {};
 
+// A QP, whose layout has the most to allocate; the LP's solves are swept
+// through the LP entry and the big-data routes.
 TEST_F(IpmMemory, EveryRefusedAllocationOfASolveGivesOutOfMemoryAndNoLeak) {
-  for (bool quad : {false, true}) {
-    SCOPED_TRACE(quad ? "QP" : "LP");
-    hxtest::OomSweep sweep(host);
-    sweep.armAtStart = false;
-    // A refusal inside the active-set finish is a failed reset like any
-    // other: the point in force goes on, and the solve still ends.
-    sweep.absorbed = IPM_STATUS_OPTIMAL;
-    const auto result = sweep.run([&](hxtest::OomProbe& probe) {
-      Problem p({{1, 2, 1}, {3, 1, 0}}, "LR", {4, 6}, {-1, -1, -0.5}, {0, 0, -kInf},
-                {kInf, 5, kInf}, {0, 3});
-      if (quad) p.setQuad({{2, 1, 0}, {1, 2, 0}, {0, 0, 1}});
-      p.link();
-      ipmSolution* solution = nullptr;
-      if (addSlack(&env, &p.model, &p.storage) ||
-          NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data())) {
-        ADD_FAILURE() << "set-up failed";
-        return IPM_STATUS_FAILED;
-      }
-      probe.arm();
-      const int32_t status = ipmSolve(&env, &p.model, &p.option, nullptr, &p.storage, solution,
-                                      nullptr, IPM_CONTROL_FIRST_LEG);
-      probe.disarm();
-      if (status == IPM_STATUS_OUT_OF_MEMORY) {
-        EXPECT_EQ(p.model.status, IPM_STATUS_OUT_OF_MEMORY);
-      }
-      FreeSolution(&env, solution);
-      poolFree(pool, p.storage.rangeRow);
-      poolFree(pool, p.storage.lcontRow);
-      return status;
-    });
-    EXPECT_EQ(result.finalStatus, IPM_STATUS_OPTIMAL);
-    EXPECT_GT(result.absorbedRuns, 0);
-    // The record, its working set, the environment and the analysis.
-    EXPECT_GT(result.refusedRuns, 20);
-    EXPECT_EQ(liveBlocks(), 0);
-  }
+  hxtest::OomSweep sweep(host);
+  sweep.armAtStart = false;
+  // A refusal inside the active-set finish is a failed reset like any
+  // other: the point in force goes on, and the solve still ends.
+  sweep.absorbed = IPM_STATUS_OPTIMAL;
+  const auto result = sweep.run([&](hxtest::OomProbe& probe) {
+    Problem p({{1, 2, 1}, {3, 1, 0}}, "LR", {4, 6}, {-1, -1, -0.5}, {0, 0, -kInf},
+              {kInf, 5, kInf}, {0, 3});
+    p.setQuad({{2, 1, 0}, {1, 2, 0}, {0, 0, 1}});
+    p.link();
+    ipmSolution* solution = nullptr;
+    if (addSlack(&env, &p.model, &p.storage) ||
+        NewSolution(&env, &solution, p.model.numRow, p.model.numCol, p.x.data(), p.y.data())) {
+      ADD_FAILURE() << "set-up failed";
+      return IPM_STATUS_FAILED;
+    }
+    probe.arm();
+    const int32_t status = ipmSolve(&env, &p.model, &p.option, nullptr, &p.storage, solution,
+                                    nullptr, IPM_CONTROL_FIRST_LEG);
+    probe.disarm();
+    if (status == IPM_STATUS_OUT_OF_MEMORY) {
+      EXPECT_EQ(p.model.status, IPM_STATUS_OUT_OF_MEMORY);
+    }
+    FreeSolution(&env, solution);
+    poolFree(pool, p.storage.rangeRow);
+    poolFree(pool, p.storage.lcontRow);
+    return status;
+  });
+  EXPECT_EQ(result.finalStatus, IPM_STATUS_OPTIMAL);
+  EXPECT_GT(result.absorbedRuns, 0);
+  // The record, its working set, the environment and the analysis.
+  EXPECT_GT(result.refusedRuns, 20);
+  EXPECT_EQ(liveBlocks(), 0);
 }
 
 }  // namespace

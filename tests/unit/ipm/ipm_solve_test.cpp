@@ -1,5 +1,5 @@
 // Whole solves of small LPs and QPs with known optima through addSlack,
-// ipmSolve and removeSlack.
+// ipmSolve and removeSlack, which must give the caller's model back.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -83,6 +83,7 @@ TEST_F(IpmSolve, SmallModelsReachTheirKnownOptima) {
     // range slack's entry stays behind the cut-off).
     EXPECT_EQ(p.sense, original.sense);
     EXPECT_EQ(p.model.numCol, original.numCol);
+    EXPECT_EQ(p.model.numCoef, original.model.numCoef);
     EXPECT_EQ(p.rhs, original.rhs);
     for (int32_t k = 0; k < original.model.numCoef; k++)
       EXPECT_EQ(p.matValue[k], original.matValue[k]) << k;
@@ -90,6 +91,10 @@ TEST_F(IpmSolve, SmallModelsReachTheirKnownOptima) {
     EXPECT_LE(p.model.dualityGap, 1e-8);
     EXPECT_GT(p.model.iteration, 0);
   }
+  // Row counts that disagree with the senses fail before any list is kept.
+  Problem q({{1, 2}, {1, 0}}, "LL", {4, 1}, {1, 1}, {0, 0}, {kInf, kInf});
+  q.storage.numLcont = 1;
+  EXPECT_EQ(addSlack(&env, &q.model, &q.storage), IPM_STATUS_FAILED);
   EXPECT_EQ(liveBlocks(), 0);
 }
 

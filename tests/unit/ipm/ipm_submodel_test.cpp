@@ -38,23 +38,9 @@ class SubModelTest : public HostTest {
   subModel* sub = nullptr;
 };
 
-// Three rows, three bounded columns, all data moderate: entries near 1.
-Problem moderate() {
-  return Problem({{1, 2, 0}, {0, 1, 1}, {1, 0, -1}}, "LGE", {4, 1, 0}, {1, -1, 2}, {0, 0, -5},
-                 {10, kInf, 5});
-}
-
-TEST_F(SubModelTest, ModerateDataMarksNothingAgainstTheThresholdFloors) {
-  Problem p = moderate();
-  mark(p);
-  EXPECT_EQ(sub->thresholdBig, 10000.0);
-  EXPECT_EQ(sub->thresholdBigBound, 1000.0);
-  EXPECT_EQ(sub->numObjBigAll + sub->numRhsBigAll + sub->numBoundBig, 0);
-}
-
 TEST_F(SubModelTest, BigRightSidesOfInequalitiesAreLeftOutButEquationsStay) {
-  // Rows: just below the threshold, at it, an equation far beyond it, a
-  // large negative G, a normal one.
+  // Rows: just below the threshold's floor, at it, an equation far beyond
+  // it, a large negative G, a normal one.
   Problem p({{1, 1}, {1, -1}, {1, 0}, {0, 1}, {1, 2}}, "LLEGL", {9999, 10000, 1e9, -1e7, 3},
             {1, 1}, {0, 0}, {1, 1});
   mark(p);

@@ -11,6 +11,7 @@
 #include "ipm/scale.h"
 #include "records/model.h"
 #include "support/oom.h"
+#include "siblings/bramlet/bramlet.h"
 #include "support/support.h"
 
 namespace {
@@ -18,18 +19,15 @@ namespace {
 using hxtest::logged;
 using hxtest::textLines;
 
-// ---- a stand-in bramlet ------------------------------------------------------------
+// ---- bramlet, watched ----------------------------------------------------------------
 //
-// Scales by powers of two, so that a round trip must come back bit for bit,
-// and records what it was handed.
+// bramlet's own scaling behind a spy that records what it was handed, or
+// fails where a test asks.  Its factors are powers of two, so that a round
+// trip must come back bit for bit.
 
-const double kRowFactor[4] = {0.5, 2.0, 4.0, 0.25}, kColFactor[4] = {2.0, 0.5, 1.0, 8.0};
-double rowFactor(int64_t i) { return kRowFactor[i % 4]; }
-double colFactor(int64_t j) { return kColFactor[j % 4]; }
-const double kObjFactor = 0.125;
 const double kInf = 1e20;
 
-struct Bramlet {
+struct Spy {
   void* instance = nullptr;
   int64_t numRow = -1, numCol = -1;
   double *rowScale = nullptr, *colScale = nullptr;
@@ -46,11 +44,11 @@ struct Bramlet {
   }
 } gB;
 
-int64_t fakeScale(double tolerance, void* instance, int64_t direction, int64_t numRow,
-                  int64_t numCol, int64_t, int32_t* colBegin, int32_t* colLength,
-                  int32_t* rowIndex, double* matValue, double* obj, double* lower, double* upper,
-                  double* rowScale, double* colScale, void* n1, void* n2, double* rhs, char*,
-                  double* range, void* n3, void* n4, void* n5, void* n6) {
+int64_t spyScale(double tolerance, void* instance, int64_t direction, int64_t numRow,
+                 int64_t numCol, int64_t numCoef, int32_t* colBegin, int32_t* colLength,
+                 int32_t* rowIndex, double* matValue, double* obj, double* lower, double* upper,
+                 double* rowScale, double* colScale, void* n1, void* n2, double* rhs, char* sense,
+                 double* range, void* n3, void* n4, void* n5, void* n6) {
   gB.scaleCalls++;
   gB.scaleArgsAsHanded = tolerance == 3e-7 && direction == 1 && instance == gB.instance &&
                          numRow == gB.numRow &&
@@ -59,55 +57,31 @@ int64_t fakeScale(double tolerance, void* instance, int64_t direction, int64_t n
   for (int64_t j = 0; j <= numCol; j++) gB.scaleArgsAsHanded &= colScale[j] == 1.0;
   gB.rowScale = rowScale;
   gB.colScale = colScale;
-  if (gB.scaleResult) return gB.scaleResult;
-  for (int64_t i = 0; i < numRow; i++) rowScale[i] = rowFactor(i);
-  for (int64_t j = 0; j < numCol; j++) colScale[j] = colFactor(j);
-  rowScale[numRow] = kObjFactor;
   for (int64_t j = 0; j < numCol; j++) {
-    for (int32_t p = colBegin[j]; p < colBegin[j] + colLength[j]; p++) {
-      gB.note(matValue[p]);
-      matValue[p] *= rowScale[rowIndex[p]] * colScale[j];
-    }
+    for (int32_t p = colBegin[j]; p < colBegin[j] + colLength[j]; p++) gB.note(matValue[p]);
     gB.note(obj[j]);
-    obj[j] *= kObjFactor * colScale[j];
-    if (lower[j] > -kInf) lower[j] /= colScale[j];
-    if (upper[j] < kInf) upper[j] /= colScale[j];
   }
-  for (int64_t i = 0; i < numRow; i++) {
-    gB.note(rhs[i]);
-    rhs[i] *= rowScale[i];
-    if (range) range[i] *= rowScale[i];
-  }
-  return 0;
+  for (int64_t i = 0; i < numRow; i++) gB.note(rhs[i]);
+  if (gB.scaleResult) return gB.scaleResult;
+  return bramlet::scale(tolerance, nullptr, direction, numRow, numCol, numCoef, colBegin,
+                        colLength, rowIndex, matValue, obj, lower, upper, rowScale, colScale, n1,
+                        n2, rhs, sense, range, n3, n4, n5, n6);
 }
 
-int64_t fakeUnscale(int64_t direction, int64_t numRow, int64_t numCol, int32_t* colBegin,
-                    int32_t* colLength, int32_t* rowIndex, double* matValue, double* rhs,
-                    double* range, double* obj, double* lower, double* upper, void* n1, void* n2,
-                    double* rowScale, double* colScale, double* solPrimal, double* solDual,
-                    double* reducedCost, double* rowActivity) {
+int64_t spyUnscale(int64_t direction, int64_t numRow, int64_t numCol, int32_t* colBegin,
+                   int32_t* colLength, int32_t* rowIndex, double* matValue, double* rhs,
+                   double* range, double* obj, double* lower, double* upper, void* n1, void* n2,
+                   double* rowScale, double* colScale, double* solPrimal, double* solDual,
+                   double* reducedCost, double* rowActivity) {
   gB.unscaleCalls++;
   gB.unscaleArgsAsHanded = direction == 1 && numRow == gB.numRow && numCol == gB.numCol &&
                            rowScale == gB.rowScale && colScale == gB.colScale && !n1 && !n2 &&
                            !reducedCost;
   gB.rowActivity = rowActivity;
   if (gB.unscaleResult) return gB.unscaleResult;
-  const double f = rowScale[numRow];
-  for (int64_t j = 0; j < numCol; j++) {
-    for (int32_t p = colBegin[j]; p < colBegin[j] + colLength[j]; p++)
-      matValue[p] /= rowScale[rowIndex[p]] * colScale[j];
-    obj[j] /= f * colScale[j];
-    if (lower[j] > -kInf) lower[j] *= colScale[j];
-    if (upper[j] < kInf) upper[j] *= colScale[j];
-    solPrimal[j] *= colScale[j];
-  }
-  for (int64_t i = 0; i < numRow; i++) {
-    rhs[i] /= rowScale[i];
-    if (range) range[i] /= rowScale[i];
-    solDual[i] *= rowScale[i] / f;
-    if (rowActivity) rowActivity[i] /= rowScale[i];
-  }
-  return 0;
+  return bramlet::unscale(direction, numRow, numCol, colBegin, colLength, rowIndex, matValue, rhs,
+                          range, obj, lower, upper, n1, n2, rowScale, colScale, solPrimal,
+                          solDual, reducedCost, rowActivity);
 }
 
 // ---- models built in code ----------------------------------------------------------
@@ -223,10 +197,10 @@ class Scale : public HostTest {
  protected:
   Scale() {
     textLines().clear();
-    gB = Bramlet();
+    gB = Spy();
     for (void*& slot : bramlet) slot = nullptr;
-    bramlet[BRAMLET_SLOT_SCALE] = reinterpret_cast<void*>(&fakeScale);
-    bramlet[BRAMLET_SLOT_UNSCALE] = reinterpret_cast<void*>(&fakeUnscale);
+    bramlet[BRAMLET_SLOT_SCALE] = reinterpret_cast<void*>(&spyScale);
+    bramlet[BRAMLET_SLOT_UNSCALE] = reinterpret_cast<void*>(&spyUnscale);
     gB.instance = bramlet;
     env.preObject = bramlet;
     env.textLog = hxtest::captureText;
@@ -274,7 +248,7 @@ TEST_F(Scale, ObjectiveFactorRulesAndTheirRoundTrip) {
   const struct {
     const char* name;
     std::vector<double> qpDiag;  // empty: an LP through bramlet
-    double lpSize, lo, hi;       // the range of the factor; an LP's relative to bramlet's
+    double lpSize, lo, hi;       // the range of the factor
   } cases[] = {
       {"QP, no diagonal", {0.0, 0.0, 0.0}, 0, 1.0, 1.0},
       {"QP, in step", {0.7, 1.3, 0.9}, 0, 1.0, 1.0},
@@ -297,8 +271,8 @@ TEST_F(Scale, ObjectiveFactorRulesAndTheirRoundTrip) {
     gB.scaleCalls = 0;
     ASSERT_EQ(scale(m), 0);
     const double f = storage->objScale;
-    EXPECT_GE(qp ? f : f / kObjFactor, c.lo);
-    EXPECT_LE(qp ? f : f / kObjFactor, c.hi);
+    EXPECT_GE(f, c.lo);
+    EXPECT_LE(f, c.hi);
     if (!qp) {
       EXPECT_EQ(storage->rowScale[m.model.numRow], f);
       EXPECT_LT(gB.largestSeen, 10.0);  // a large objective reaches bramlet brought down
@@ -358,8 +332,10 @@ TEST_F(Scale, CallsScaleServiceAndRoundTripsExactly) {
   EXPECT_TRUE(gB.scaleArgsAsHanded);
   EXPECT_EQ(gB.rowScale, storage->rowScale);
   EXPECT_EQ(gB.colScale, storage->colScale);
-  EXPECT_EQ(storage->objScale, kObjFactor);  // in step: no boost
-  EXPECT_EQ(m.matValue[0], before[0] * rowFactor(m.rowIndex[0]) * colFactor(0));
+  EXPECT_EQ(storage->objScale, 1.0);  // in step: no boost
+  const std::vector<double> r(storage->rowScale, storage->rowScale + numRow),
+      c(storage->colScale, storage->colScale + numCol);
+  EXPECT_EQ(m.matValue[0], before[0] * r[m.rowIndex[0]] * c[0]);
 
   // Unscale with a solution record in the scaled space.
   ipmSolution* sol = nullptr;
@@ -380,11 +356,11 @@ TEST_F(Scale, CallsScaleServiceAndRoundTripsExactly) {
   EXPECT_EQ(gB.rowActivity, m.activity.data());
   EXPECT_EQ(m.numbers(), before);  // bit for bit: all factors are powers of two
   for (int32_t j = 0; j < numCol; j++) {
-    EXPECT_EQ(sol->lowerSlack[j], 3.0 * colFactor(j));
-    EXPECT_EQ(sol->lowerDual[j], 0.75 / (colFactor(j) * kObjFactor));
-    EXPECT_EQ(m.x[j], 2.0 * colFactor(j));
+    EXPECT_EQ(sol->lowerSlack[j], 3.0 * c[j]);
+    EXPECT_EQ(sol->lowerDual[j], 0.75 / c[j]);
+    EXPECT_EQ(m.x[j], 2.0 * c[j]);
   }
-  for (int32_t i = 0; i < numRow; i++) EXPECT_EQ(sol->ineqnSlack[i], 6.0 / rowFactor(i));
+  for (int32_t i = 0; i < numRow; i++) EXPECT_EQ(sol->ineqnSlack[i], 6.0 / r[i]);
 
   FreeSolution(&env, sol);
 }
@@ -406,7 +382,8 @@ TEST_F(Scale, OutliersAreKeptFromServiceAndRestoredScaled) {
   int restored = 0;
   for (int32_t j = 0; j < m.model.numCol; j++)
     for (int32_t p = m.colBegin[j]; p < m.colBegin[j] + m.colLength[j]; p++) {
-      EXPECT_EQ(m.matValue[p], before[p] * rowFactor(m.rowIndex[p]) * colFactor(j)) << p;
+      EXPECT_EQ(m.matValue[p], before[p] * storage->rowScale[m.rowIndex[p]] * storage->colScale[j])
+          << p;
       restored += fabs(before[p]) == 5e6 || before[p] == h.lowBreak[7];
     }
   EXPECT_EQ(restored, 6);
@@ -426,9 +403,10 @@ TEST_F(Scale, OutliersAreKeptFromServiceAndRestoredScaled) {
   ASSERT_EQ(scale(n), 0);
   EXPECT_LT(gB.largestSeen, 10.0);
   EXPECT_GT(gB.smallestSeen, 0.1);
-  EXPECT_EQ(n.obj[5], 1e9 * colFactor(5) * kObjFactor);
-  EXPECT_EQ(n.obj[4], (1.0 + 4 / 64.0) * colFactor(4) * kObjFactor);
-  EXPECT_EQ(n.rhs[6], 1e-9 * rowFactor(6));
+  EXPECT_EQ(storage->objScale, 1.0);
+  EXPECT_EQ(n.obj[5], 1e9 * storage->colScale[5]);
+  EXPECT_EQ(n.obj[4], (1.0 + 4 / 64.0) * storage->colScale[4]);
+  EXPECT_EQ(n.rhs[6], 1e-9 * storage->rowScale[6]);
   ASSERT_EQ(unscale(n), 0);
   EXPECT_EQ(n.numbers(), nBefore);
 }

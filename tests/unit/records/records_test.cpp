@@ -43,13 +43,11 @@ struct SmallQP {
 TEST_F(Records, OptionsFollowTheirSourceAndThePrintRule) {
   ScripterOptions so;
   initScripter(&so);
-  so.maxIteration = 40;
   for (int32_t freq : {0, 5}) {
     so.printFreq = freq;
     ipmOption* o = CreateOptionFromQP(pool, &so);
     ASSERT_NE(o, nullptr);
     EXPECT_EQ(o->printLevel, freq ? 2 : 1);
-    EXPECT_EQ(o->maxIteration, 40);
     DestroyOption(pool, o);
   }
   LPOptions* lpo = createLpOptions(&env);

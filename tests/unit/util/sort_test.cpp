@@ -113,14 +113,6 @@ TEST(Sort, CompanionsMoveWithTheirKeys) {
     }
 }
 
-TEST(Sort, MillionKeys) {
-  const int32_t n = 1000000;
-  for (Shape shape : {Shape::Random, Shape::Reversed, Shape::OrganPipe, Shape::FewValues})
-    checkWithPositions<double, false>(
-        [](double* k, int32_t* p, int32_t m) { return QS_quickSortDblIntInc(nullptr, k, p, m); },
-        shape, n, 31);
-}
-
 // Sorted input (with ties) and all-equal input must come back untouched:
 // with positions as companion, any swap at all would show, even among ties.
 TEST(Sort, SortedAndAllEqualInputsAreNotTouched) {
