@@ -28,8 +28,8 @@ struct Copies {
 class VerifyCopies : public HostTest {
  protected:
   VerifyCopies() {
-    env.textLog = verifytest::captureLog;
-    lines().clear();
+    env.textLog = hxtest::captureText;
+    verifytest::clear();
   }
   int32_t rows(Copies& c, int32_t numCoef = 6, const int32_t* colSkip = nullptr,
                const int32_t* rowSkip = nullptr) {
@@ -70,38 +70,38 @@ TEST_F(VerifyCopies, DifferencesBetweenTheCopiesAreReported) {
   EXPECT_TRUE(logged("Error VerifyRowMatrix: matValue(5)="));
   EXPECT_TRUE(logged("<> matValue2("));
   EXPECT_EQ(errors(), 1);
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(sym(c), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrixFormat: matValue(4)="));
 
   Copies d;
   d.rowLength[2] = 1;  // row 2 loses (2,2)
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(rows(d), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyRowMatrix: numCoef2=5 should be 6"));
   EXPECT_TRUE(logged("Error VerifyRowMatrix: colLength(2)=2 should be 1"));
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(sym(d), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrixFormat: length(2) row-major=1 column-major=2"));
   EXPECT_TRUE(logged("Error VerifySymMatrixFormat: nonzero count row-major=5 column-major=6"));
 
   Copies e;
   e.colIndex[5] = 0;  // row 2 names column 0, which has no row 2
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(rows(e), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyRowMatrix: miss row(2) in column(0)"));
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(sym(e), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrixFormat: missing col 0 in row 2"));
 
   Copies f;
   f.rowIndex[1] = 0;  // column 0 holds row 0 twice
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(rows(f), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyRowMatrix: duplicate rowIndex(0)=rowIndex(1)=0 in column(0)"));
 
   std::vector<int32_t> colSkip{0, -1, 1}, rowSkip{0, 1, 2};
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(sym(f, 6, colSkip.data(), rowSkip.data()), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrixFormat: colMap(1)=-1 and rowMap(1)=1 don't match"));
   EXPECT_EQ(liveBlocks(), 0);
@@ -119,7 +119,7 @@ TEST_F(VerifyCopies, DisabledPresolveLeavesTheRecordBlank) {
   pre.numRemovedElement = 4;
   pre.numPass = 2;
   pre.colMap = map;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyPresolveDisabled(&env, 1, &pre, 3, 3), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyPresolveDisabled: presolver->preControl=3"));
   EXPECT_TRUE(logged("Error VerifyPresolveDisabled: presolver->preRoute=2"));
