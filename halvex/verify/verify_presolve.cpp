@@ -682,9 +682,13 @@ int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ip
   }
 
   // What the removed rows asked for, the point must give by its bounds and
-  // its removed columns alone; a free row asked for nothing.
+  // its removed columns alone; a free row asked for nothing, and an empty
+  // equation of the equation solver is a singular row that it drops as it
+  // is, whatever its right side.
+  const bool equations = pre->typeModel == PRESOLVE_MODEL_EQUATION;
   for (int32_t i = 0; i < m; i++) {
     if (pre->rowMap[i] >= 0 || pre->rowMap[i] == ROWMAP_FREE) continue;
+    if (equations && pre->rowMap[i] == ROWMAP_EMPTY) continue;
     const char sense = model->rowSense ? upperSense(model->rowSense[i]) : 'E';
     const double res = ax[i] - model->rhs[i], range = model->range ? model->range[i] : 0.0;
     const double tol = 1e-6 * fmax(1.0, size[i] + fabs(model->rhs[i]));

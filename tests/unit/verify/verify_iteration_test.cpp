@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "ipm/ipm.h"
@@ -304,6 +305,39 @@ TEST(VerifyStart, PrimalStartSystemIsSolved) {
 }
 
 using VerifyRun = HostTest;
+
+TEST_F(VerifyRun, PartialAugmentedMatrixAgainstTheModel) {
+  State st;
+  st.env.pool = pool;
+  // Whole, and without column 1 and without row 0: the off-diagonal part
+  // must be -A on what is kept, whatever stands on the diagonal.
+  for (int leaveOut = 0; leaveOut < 3; leaveOut++) {
+    std::vector<int32_t> colMap{0, 1, 2}, rowMap{0, 1};
+    if (leaveOut == 1) colMap = {0, -1, 1};
+    if (leaveOut == 2) rowMap = {-1, 0};
+    const int32_t nc = leaveOut == 1 ? 2 : 3, nr = leaveOut == 2 ? 1 : 2;
+    std::vector<int32_t> begin(nc + nr + 1), index(nc + nr + 8), colDiag(3), rowDiag(2);
+    std::vector<double> value(nc + nr + 8);
+    createAugmentMatrixPartial(&st.ipm, begin.data(), index.data(), value.data(), colDiag.data(),
+                               rowDiag.data(), colMap.data(), nc, rowMap.data(), nr);
+    value[colDiag[0]] = 123.0;
+    auto check = [&](int32_t numCol) {
+      return VerifyAugValue(&st.ipm, 1, begin.data(), index.data(), value.data(), colMap.data(),
+                            numCol, rowMap.data(), nr);
+    };
+    verifytest::clear();
+    EXPECT_EQ(check(nc), 0) << leaveOut << ": " << firstError();
+    EXPECT_EQ(VerifyAugValue(&st.ipm, 0, nullptr, nullptr, nullptr, nullptr, 0, nullptr, 0), 0);
+    EXPECT_EQ(check(nc + 1), IPM_STATUS_FAILED);
+    EXPECT_TRUE(logged("Error VerifyAugValue: numColMapped=" + std::to_string(nc + 1) +
+                       ", but counted as " + std::to_string(nc)));
+    value[begin[0] + 1] *= 1.0 + 1e-9;  // an entry of A in column 0
+    verifytest::clear();
+    EXPECT_EQ(check(nc), IPM_STATUS_FAILED);
+    EXPECT_TRUE(logged("Error VerifyAugValue: result(")) << leaveOut;
+  }
+  EXPECT_EQ(liveBlocks(), 0);
+}
 
 TEST_F(VerifyRun, RealSolvesPassEveryIterationCheck) {
   env.textLog = hxtest::captureText;
