@@ -1196,7 +1196,6 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
   double* ax = x + n;
   double* y = ax + m;
   double* aty = y + m;
-  int32_t listed = 0;
   for (int32_t k = 0; k < sub->numBoundBig && sub->idxBoundSub; k++) {
     const int32_t j = sub->idxBoundSub[k];
     if (j < 0 || j >= n || boundStatus(j) == 0) {
@@ -1205,7 +1204,6 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     }
     if (k > 0 && sub->idxBoundSub[k - 1] >= j) fail("Error VerifySubmodel: idxBoundSub(%d) = idxBoundSub(%d) = %d", k - 1, k, j);
     x[j] = 1.0;
-    listed++;
     const int32_t st = sub->statusBoundSub ? sub->statusBoundSub[k] : 0;
     if (st < 1 || st > 3) fail("Error VerifySubmodel: unknown statusBoundSub(%d) = %d", k, st);
     if ((st & SUB_BIG_LOWER) && !(boundStatus(j) & SUB_BIG_LOWER))
@@ -1222,7 +1220,6 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
       fail("Error VerifySubmodel: %d  lower=%15.7g upper=%15.7g is not marked", j, model->lower[j], model->upper[j]);
     x[j] = 0.0;
   }
-  (void)listed;
 
   for (int32_t k = 0; k < sub->numRhsBigAll; k++) {
     const int32_t i = sub->idxRowSub[k];
