@@ -7,7 +7,6 @@
 #include "verify/verify.h"
 
 #include <math.h>
-
 #include <stdio.h>
 
 #include "frame/qv.h"
@@ -828,7 +827,10 @@ int32_t checkInitMap(HalvexEnv* env, const char* check, const char* bigName, int
       continue;
     }
     if (v >= 0 && v != normal) fail("pos=%d  skip=%d  i=%d", normal, skip, i);
-    if (v >= 0) normal++; else skip++;
+    if (v >= 0)
+      normal++;
+    else
+      skip++;
     if (pos < count && map[pos] != v) {
       snprintf(text, sizeof text, "%s(%%d)=%%d  %s(%%d)=%%d", mapName, subName);
       fail(text, pos, map[pos], i, v);
@@ -845,8 +847,8 @@ int32_t checkInitMap(HalvexEnv* env, const char* check, const char* bigName, int
 
 }  // namespace
 
-int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub,
-                         const int32_t* rowMap, int32_t numRow) {
+int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* rowMap,
+                         int32_t numRow) {
   if (level < kStructure) return 0;
   if (env && env->textLog) env->textLog("running debug code......");
   return checkInitMap(env, "VerifyInitRowMap", "numRhsBigAll", sub->numRhsBigAll, "numRhsBigIneqn",
@@ -854,8 +856,8 @@ int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub,
                       rowMap, numRow);
 }
 
-int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub,
-                         const int32_t* colMap, int32_t numCol) {
+int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* colMap,
+                         int32_t numCol) {
   if (level < kStructure) return 0;
   if (env && env->textLog) env->textLog("running debug code......");
   return checkInitMap(env, "VerifyInitColMap", "numObjBigAll", sub->numObjBigAll,
@@ -1083,24 +1085,31 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     status = IPM_STATUS_FAILED;
   };
   const int32_t m = model->numRow, n = model->numCol;
-  if (sub->numRow != m) fail("Error VerifySubmodel: submodel->numRow=%d <> model->numRow=%d", sub->numRow, m);
-  if (sub->numCol != n) fail("Error VerifySubmodel: submodel->numCol=%d <> model->numCol=%d", sub->numCol, n);
+  if (sub->numRow != m)
+    fail("Error VerifySubmodel: submodel->numRow=%d <> model->numRow=%d", sub->numRow, m);
+  if (sub->numCol != n)
+    fail("Error VerifySubmodel: submodel->numCol=%d <> model->numCol=%d", sub->numCol, n);
   if (sub->numObjBigBounded > sub->numObjBigAll)
     fail("Error VerifySubmodel: numObjBigBounded=%d should not be greater than numObjBigAll=%d",
          sub->numObjBigBounded, sub->numObjBigAll);
   if (sub->numRhsBigIneqn > sub->numRhsBigAll)
     fail("Error VerifySubmodel: numRhsBigIneqn=%d should not be greater than numRhsBigAll=%d",
          sub->numRhsBigIneqn, sub->numRhsBigAll);
-  if (sub->numObjBigAll < 0 || sub->numObjBigAll > n) fail("Error VerifySubmodel: numObjBigAll=%d  numCol=%d", sub->numObjBigAll, n);
-  if (sub->numRhsBigAll < 0 || sub->numRhsBigAll > m) fail("Error VerifySubmodel: numRhsBigAll=%d  numCol=%d", sub->numRhsBigAll, m);
-  if (sub->numBoundBig < 0 || sub->numBoundBig > n) fail("Error VerifySubmodel: numBoundBig=%d  numCol=%d", sub->numBoundBig, n);
+  if (sub->numObjBigAll < 0 || sub->numObjBigAll > n)
+    fail("Error VerifySubmodel: numObjBigAll=%d  numCol=%d", sub->numObjBigAll, n);
+  if (sub->numRhsBigAll < 0 || sub->numRhsBigAll > m)
+    fail("Error VerifySubmodel: numRhsBigAll=%d  numCol=%d", sub->numRhsBigAll, m);
+  if (sub->numBoundBig < 0 || sub->numBoundBig > n)
+    fail("Error VerifySubmodel: numBoundBig=%d  numCol=%d", sub->numBoundBig, n);
   // Nothing below can be read with sizes that do not fit.
   if (status) return status;
 
   const double big = sub->thresholdBig, bigBound = sub->thresholdBigBound;
   // The module's own "no bound": the option's infinity is not at hand here.
   const double inf = 1e20;
-  auto bigRow = [&](int32_t i) { return !(model->rhs[i] > -big && model->rhs[i] < big) && model->rowSense[i] != 'E'; };
+  auto bigRow = [&](int32_t i) {
+    return !(model->rhs[i] > -big && model->rhs[i] < big) && model->rowSense[i] != 'E';
+  };
   auto bigCol = [&](int32_t j) {
     const bool free = model->lower[j] <= -inf && model->upper[j] >= inf;
     return !(model->obj[j] > -big && model->obj[j] < big) && !free;
@@ -1119,9 +1128,12 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     for (int32_t i = 0; i < m; i++)
       if (bigRow(i)) log("    markBigRhs(%d) %c = %15.7g", i, model->rowSense[i], model->rhs[i]);
     for (int32_t j = 0; j < n; j++)
-      if (bigCol(j)) log("    markBigObj(%d) = %15.7g  lb=%15.7g  ub=%15.7g", j, model->obj[j], model->lower[j], model->upper[j]);
+      if (bigCol(j))
+        log("    markBigObj(%d) = %15.7g  lb=%15.7g  ub=%15.7g", j, model->obj[j], model->lower[j],
+            model->upper[j]);
     for (int32_t j = 0; j < n; j++)
-      if (boundStatus(j)) log("    markBigBound(%d)  lb=%15.7g  ub=%15.7g", j, model->lower[j], model->upper[j]);
+      if (boundStatus(j))
+        log("    markBigBound(%d)  lb=%15.7g  ub=%15.7g", j, model->lower[j], model->upper[j]);
   }
 
   struct Part {
@@ -1131,28 +1143,44 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     const char* names[8];
   };
   const Part parts[] = {
-      {sub->numRhsBigAll, "row-wise",
-       {sub->rhsMapSub, sub->idxRowSub, sub->rowBeginSub, sub->rowLengthSub, sub->colIndexSub, sub->rowMatValueSub, sub->rhsSub, sub->rowSenseSub},
-       {"rhsMapSub", "idxRowSub", "rowBeginSub", "rowLengthSub", "colIndexSub", "rowMatValueSub", "rhsSub", "rowSenseSub"}},
-      {sub->numObjBigAll, "column-wise",
-       {sub->objMapSub, sub->idxColSub, sub->colBeginSub, sub->colLengthSub, sub->rowIndexSub, sub->matValueSub, sub->objSub, nullptr},
-       {"objMapSub", "idxColSub", "colBeginSub", "colLengthSub", "rowIndexSub", "matValueSub", "objSub", nullptr}},
-      {sub->numBoundBig, "bound", {sub->idxBoundSub, sub->lowerSub, sub->upperSub}, {"idxBoundSub", "lowerSub", "upperSub"}},
+      {sub->numRhsBigAll,
+       "row-wise",
+       {sub->rhsMapSub, sub->idxRowSub, sub->rowBeginSub, sub->rowLengthSub, sub->colIndexSub,
+        sub->rowMatValueSub, sub->rhsSub, sub->rowSenseSub},
+       {"rhsMapSub", "idxRowSub", "rowBeginSub", "rowLengthSub", "colIndexSub", "rowMatValueSub",
+        "rhsSub", "rowSenseSub"}},
+      {sub->numObjBigAll,
+       "column-wise",
+       {sub->objMapSub, sub->idxColSub, sub->colBeginSub, sub->colLengthSub, sub->rowIndexSub,
+        sub->matValueSub, sub->objSub, nullptr},
+       {"objMapSub", "idxColSub", "colBeginSub", "colLengthSub", "rowIndexSub", "matValueSub",
+        "objSub", nullptr}},
+      {sub->numBoundBig,
+       "bound",
+       {sub->idxBoundSub, sub->lowerSub, sub->upperSub},
+       {"idxBoundSub", "lowerSub", "upperSub"}},
   };
   for (const Part& part : parts) {
     if (part.count != 0) continue;
     for (int k = 0; k < 8 && part.names[k]; k++)
-      if (part.arrays[k]) fail("Error VerifySubmodel: no %s sub-matrix, %s should be null", part.name, part.names[k]);
+      if (part.arrays[k])
+        fail("Error VerifySubmodel: no %s sub-matrix, %s should be null", part.name, part.names[k]);
   }
-  if (sub->numRhsBigAll == 0 && sub->numRhsBigIneqn) fail("Error VerifySubmodel: no row-wise sub-matrix, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
-  if (sub->numRhsBigAll == 0 && sub->numCoefRowSub) fail("Error VerifySubmodel: no row-wise sub-matrix, numCoefRowSub=%d", sub->numCoefRowSub);
-  if (sub->numObjBigAll == 0 && sub->numObjBigBounded) fail("Error VerifySubmodel: no column-wise sub-matrix, numObjBigBounded=%d", sub->numObjBigBounded);
-  if (sub->numObjBigAll == 0 && sub->numCoefColSub) fail("Error VerifySubmodel: no column-wise sub-matrix, numCoefColSub=%d", sub->numCoefColSub);
+  if (sub->numRhsBigAll == 0 && sub->numRhsBigIneqn)
+    fail("Error VerifySubmodel: no row-wise sub-matrix, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
+  if (sub->numRhsBigAll == 0 && sub->numCoefRowSub)
+    fail("Error VerifySubmodel: no row-wise sub-matrix, numCoefRowSub=%d", sub->numCoefRowSub);
+  if (sub->numObjBigAll == 0 && sub->numObjBigBounded)
+    fail("Error VerifySubmodel: no column-wise sub-matrix, numObjBigBounded=%d",
+         sub->numObjBigBounded);
+  if (sub->numObjBigAll == 0 && sub->numCoefColSub)
+    fail("Error VerifySubmodel: no column-wise sub-matrix, numCoefColSub=%d", sub->numCoefColSub);
   if (status) return status;
 
   // A map numbers the normal items in order and holds -1, or a code of its
   // own below that, on the marked ones.
-  auto checkMap = [&](const int32_t* map, int32_t count, auto isBig, const char* normal, const char* skipped, const char* counter) {
+  auto checkMap = [&](const int32_t* map, int32_t count, auto isBig, const char* normal,
+                      const char* skipped, const char* counter) {
     if (!map) return;
     int32_t next = 0, marked = 0;
     for (int32_t k = 0; k < count; k++) {
@@ -1165,16 +1193,27 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     }
     if (next + marked != count) fail(counter);
   };
-  checkMap(sub->rhsMapSub, m, bigRow, "Error VerifySubmodel: normal row mapping(%d)=%d should be %d",
-           "Error VerifySubmodel: skipped row mapping(%d)=%d should be %d", "Error VerifySubmodel: wrong row mapping counter");
-  checkMap(sub->objMapSub, n, bigCol, "Error VerifySubmodel: normal column mapping(%d)=%d should be %d",
-           "Error VerifySubmodel: skipped column mapping(%d)=%d should be %d", "Error VerifySubmodel: wrong column mapping counter");
-  if (sub->rowMapSub && sub->numRhsBigIneqn == 0) fail("Error VerifySubmodel: rowMap is not NULL, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
-  if (!sub->rowMapSub && sub->numRhsBigIneqn != 0) fail("Error VerifySubmodel: rowMap is NULL, numRhsBigIneqn=%d should be zero", sub->numRhsBigIneqn);
-  if (sub->colMapSub && sub->numObjBigBounded == 0) fail("Error VerifySubmodel: colMap is not NULL, numObjBigBounded=%d", sub->numObjBigBounded);
-  if (!sub->colMapSub && sub->numObjBigBounded != 0) fail("Error VerifySubmodel: colMap is NULL, numObjBigBounded=%d should be zero", sub->numObjBigBounded);
+  checkMap(sub->rhsMapSub, m, bigRow,
+           "Error VerifySubmodel: normal row mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: skipped row mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: wrong row mapping counter");
+  checkMap(sub->objMapSub, n, bigCol,
+           "Error VerifySubmodel: normal column mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: skipped column mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: wrong column mapping counter");
+  if (sub->rowMapSub && sub->numRhsBigIneqn == 0)
+    fail("Error VerifySubmodel: rowMap is not NULL, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
+  if (!sub->rowMapSub && sub->numRhsBigIneqn != 0)
+    fail("Error VerifySubmodel: rowMap is NULL, numRhsBigIneqn=%d should be zero",
+         sub->numRhsBigIneqn);
+  if (sub->colMapSub && sub->numObjBigBounded == 0)
+    fail("Error VerifySubmodel: colMap is not NULL, numObjBigBounded=%d", sub->numObjBigBounded);
+  if (!sub->colMapSub && sub->numObjBigBounded != 0)
+    fail("Error VerifySubmodel: colMap is NULL, numObjBigBounded=%d should be zero",
+         sub->numObjBigBounded);
 
-  auto checkList = [&](const int32_t* idx, int32_t count, int32_t limit, auto isBig, const char* unmarked, const char* twice) {
+  auto checkList = [&](const int32_t* idx, int32_t count, int32_t limit, auto isBig,
+                       const char* unmarked, const char* twice) {
     for (int32_t k = 0; k < count; k++) {
       const int32_t v = idx[k];
       if (v < 0 || v >= limit || !isBig(v)) fail(unmarked, k, v);
@@ -1182,10 +1221,12 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     }
   };
   if (sub->idxRowSub)
-    checkList(sub->idxRowSub, sub->numRhsBigAll, m, bigRow, "Error VerifySubmodel: idxRowSub(%d) = %d is not marked",
+    checkList(sub->idxRowSub, sub->numRhsBigAll, m, bigRow,
+              "Error VerifySubmodel: idxRowSub(%d) = %d is not marked",
               "Error VerifySubmodel: idxRowSub(%d) = idxRowSub(%d) = %d");
   if (sub->idxColSub)
-    checkList(sub->idxColSub, sub->numObjBigAll, n, bigCol, "Error VerifySubmodel: idxColSub(%d) = %d is not marked",
+    checkList(sub->idxColSub, sub->numObjBigAll, n, bigCol,
+              "Error VerifySubmodel: idxColSub(%d) = %d is not marked",
               "Error VerifySubmodel: idxColSub(%d) = idxColSub(%d) = %d");
   if (status) return status;  // the copies below are indexed through the lists
 
@@ -1202,7 +1243,8 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
       fail("Error VerifySubmodel: idxBoundSub(%d) = %d should not be marked", k, j);
       continue;
     }
-    if (k > 0 && sub->idxBoundSub[k - 1] >= j) fail("Error VerifySubmodel: idxBoundSub(%d) = idxBoundSub(%d) = %d", k - 1, k, j);
+    if (k > 0 && sub->idxBoundSub[k - 1] >= j)
+      fail("Error VerifySubmodel: idxBoundSub(%d) = idxBoundSub(%d) = %d", k - 1, k, j);
     x[j] = 1.0;
     const int32_t st = sub->statusBoundSub ? sub->statusBoundSub[k] : 0;
     if (st < 1 || st > 3) fail("Error VerifySubmodel: unknown statusBoundSub(%d) = %d", k, st);
@@ -1211,25 +1253,33 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     if ((st & SUB_BIG_UPPER) && !(boundStatus(j) & SUB_BIG_UPPER))
       fail("Error VerifySubmodel: upper(%d)=%15.7g should not be marked", j, model->upper[j]);
     if (sub->lowerSub && sub->lowerSub[k] != model->lower[j])
-      fail("Error VerifySubmodel: lowerSub(%d)=%15.7g   model->lower(%d)=%15.7g", k, sub->lowerSub[k], j, model->lower[j]);
+      fail("Error VerifySubmodel: lowerSub(%d)=%15.7g   model->lower(%d)=%15.7g", k,
+           sub->lowerSub[k], j, model->lower[j]);
     if (sub->upperSub && sub->upperSub[k] != model->upper[j])
-      fail("Error VerifySubmodel: upperSub(%d)=%15.7g   model->upper(%d)=%15.7g", k, sub->upperSub[k], j, model->upper[j]);
+      fail("Error VerifySubmodel: upperSub(%d)=%15.7g   model->upper(%d)=%15.7g", k,
+           sub->upperSub[k], j, model->upper[j]);
   }
   for (int32_t j = 0; j < n; j++) {
     if (boundStatus(j) && x[j] == 0.0)
-      fail("Error VerifySubmodel: %d  lower=%15.7g upper=%15.7g is not marked", j, model->lower[j], model->upper[j]);
+      fail("Error VerifySubmodel: %d  lower=%15.7g upper=%15.7g is not marked", j, model->lower[j],
+           model->upper[j]);
     x[j] = 0.0;
   }
 
   for (int32_t k = 0; k < sub->numRhsBigAll; k++) {
     const int32_t i = sub->idxRowSub[k];
-    if (sub->rhsSub[k] != model->rhs[i]) fail("Error VerifySubmodel: rhsSub(%d)=%15.7g   rhs(%d)=%15.7g", k, sub->rhsSub[k], i, model->rhs[i]);
+    if (sub->rhsSub[k] != model->rhs[i])
+      fail("Error VerifySubmodel: rhsSub(%d)=%15.7g   rhs(%d)=%15.7g", k, sub->rhsSub[k], i,
+           model->rhs[i]);
     if (sub->rowSenseSub[k] != model->rowSense[i])
-      fail("Error VerifySubmodel: rowSenseSub(%d)=%c   rowSense(%d)=%c", k, sub->rowSenseSub[k], i, model->rowSense[i]);
+      fail("Error VerifySubmodel: rowSenseSub(%d)=%c   rowSense(%d)=%c", k, sub->rowSenseSub[k], i,
+           model->rowSense[i]);
   }
   for (int32_t k = 0; k < sub->numObjBigAll; k++) {
     const int32_t j = sub->idxColSub[k];
-    if (sub->objSub[k] != model->obj[j]) fail("Error VerifySubmodel: objSub(%d)=%15.7g   obj(%d)=%15.7g", k, sub->objSub[k], j, model->obj[j]);
+    if (sub->objSub[k] != model->obj[j])
+      fail("Error VerifySubmodel: objSub(%d)=%15.7g   obj(%d)=%15.7g", k, sub->objSub[k], j,
+           model->obj[j]);
   }
 
   // The copies of the big rows and columns against the model's matrix, by
@@ -1237,7 +1287,8 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
   int64_t seed = 1999;
   for (int32_t j = 0; j < n; j++) x[j] = 2.0 * zranuni(&seed) - 1.0;
   for (int32_t i = 0; i < m; i++) y[i] = 2.0 * zranuni(&seed) - 1.0;
-  matrixTimesVector(m, n, model->colBegin, model->colLength, model->rowIndex, model->matValue, x, ax);
+  matrixTimesVector(m, n, model->colBegin, model->colLength, model->rowIndex, model->matValue, x,
+                    ax);
   vectorTimesMatrix(n, model->colBegin, model->colLength, model->rowIndex, model->matValue, y, aty);
   for (int32_t k = 0; k < sub->numRhsBigAll; k++) {
     const int32_t i = sub->idxRowSub[k];
@@ -1251,11 +1302,14 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
     fail("Error VerifySubmodel: row activity sub(%d)=%15.7g  model(%d)=%15.7g", k, act, i, ax[i]);
     if (!log) continue;
     log("=================== sub(%d) ===================", k);
-    for (int32_t p = b; p < e; p++) log("%d: coef=%15.7g  sol=%15.7g", sub->colIndexSub[p], sub->rowMatValueSub[p], x[sub->colIndexSub[p]]);
+    for (int32_t p = b; p < e; p++)
+      log("%d: coef=%15.7g  sol=%15.7g", sub->colIndexSub[p], sub->rowMatValueSub[p],
+          x[sub->colIndexSub[p]]);
     log("=================== model(%d) ===================", i);
     for (int32_t j = 0; j < n; j++)
       for (int32_t p = model->colBegin[j]; p < model->colBegin[j] + model->colLength[j]; p++)
-        if (model->rowIndex[p] == i) log("%d: coef=%15.7g  sol=%15.7g", j, model->matValue[p], x[j]);
+        if (model->rowIndex[p] == i)
+          log("%d: coef=%15.7g  sol=%15.7g", j, model->matValue[p], x[j]);
   }
   for (int32_t k = 0; k < sub->numObjBigAll; k++) {
     const int32_t j = sub->idxColSub[k];
@@ -1265,7 +1319,8 @@ int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel*
       size += fabs(sub->matValueSub[p] * y[sub->rowIndexSub[p]]);
     }
     if (!(fabs(act - aty[j]) <= 1e-12 * fmax(1.0, size)))
-      fail("Error VerifySubmodel: column activity sub(%d)=%15.7g  model(%d)=%15.7g", k, act, j, aty[j]);
+      fail("Error VerifySubmodel: column activity sub(%d)=%15.7g  model(%d)=%15.7g", k, act, j,
+           aty[j]);
   }
   poolFree(pool, work);
   return status;

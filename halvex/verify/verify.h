@@ -56,10 +56,10 @@ int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x);
 int32_t VerifyInitDerivDual(Ipm* ipm, int32_t level);
 int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel* sub);
 // A map of the starting point compacted from the sub-model's.
-int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub,
-                         const int32_t* rowMap, int32_t numRow);
-int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub,
-                         const int32_t* colMap, int32_t numCol);
+int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* rowMap,
+                         int32_t numRow);
+int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* colMap,
+                         int32_t numCol);
 // Prints how far the point may move along random directions; no caller.
 int32_t VerifyDomainShape(Ipm* ipm, int32_t level);
 

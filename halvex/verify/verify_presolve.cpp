@@ -275,8 +275,8 @@ void patternByRow(const ipmModel* model, int32_t* begin, int32_t* index) {
 
 }  // namespace
 
-int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
-                                ipmOption* option, presolver* pre) {
+int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model, ipmOption* option,
+                                presolver* pre) {
   if (level < kStructure) return 0;
   running(env);
   TextLogFn log = env->textLog;
@@ -290,10 +290,17 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
     log("%2z   numChangeRange = %d", pre->numChangeRange);
     log("%2z          numPass = %d", pre->numPass);
     switch (pre->preControl) {
-      case PRECONTROL_NONE: log("%2zpresolver control = NONE"); break;
-      case PRECONTROL_BOUND: log("%2zpresolver control = CHANGE BOUND"); break;
-      case PRECONTROL_REDUCED: log("%2zpresolver control = REDUCED"); break;
-      default: log("%1zunknown presolver control");
+      case PRECONTROL_NONE:
+        log("%2zpresolver control = NONE");
+        break;
+      case PRECONTROL_BOUND:
+        log("%2zpresolver control = CHANGE BOUND");
+        break;
+      case PRECONTROL_REDUCED:
+        log("%2zpresolver control = REDUCED");
+        break;
+      default:
+        log("%1zunknown presolver control");
     }
   }
   int32_t status = 0;
@@ -352,8 +359,10 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
     removedRow += pre->rowMap[i] < 0;
     byRow += (begin[i + 1] - begin[i]) - (pre->rowMap[i] >= 0 ? pre->rowLength[i] : 0);
   }
-  if (removedCol != pre->numRemovedCol) fail("removed column = %d should be %d", removedCol, pre->numRemovedCol);
-  if (removedRow != pre->numRemovedRow) fail("removed row = %d should be %d", removedRow, pre->numRemovedRow);
+  if (removedCol != pre->numRemovedCol)
+    fail("removed column = %d should be %d", removedCol, pre->numRemovedCol);
+  if (removedRow != pre->numRemovedRow)
+    fail("removed row = %d should be %d", removedRow, pre->numRemovedRow);
   if (byCol != pre->numRemovedElement)
     fail("by column removed element = %d should be %d", (int32_t)byCol, pre->numRemovedElement);
   if (byRow != pre->numRemovedElement)
@@ -363,23 +372,28 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
   for (int32_t j = 0; j < n; j++) {
     // "None" is kept beyond infinity in the working copies.
     if (pre->lowerBound[j] < model->lower[j] && model->lower[j] > -inf)
-      fail("column %d reduced lb=%15.7g < original lb=%15.7g", j, pre->lowerBound[j], model->lower[j]);
+      fail("column %d reduced lb=%15.7g < original lb=%15.7g", j, pre->lowerBound[j],
+           model->lower[j]);
     if (pre->upperBound[j] > model->upper[j] && model->upper[j] < inf)
-      fail("column %d reduced ub=%15.7g > original ub=%15.7g", j, pre->upperBound[j], model->upper[j]);
+      fail("column %d reduced ub=%15.7g > original ub=%15.7g", j, pre->upperBound[j],
+           model->upper[j]);
     const bool fixed = isFixed(pre, option, j);
     switch (pre->colMap[j]) {
       case COLMAP_EMPTY:
         if (pre->colLength[j] != 0) fail("column %d is not empty but marked as so.", j);
         break;
       case COLMAP_POSTDET: {
-        if (pre->numPostdet <= 0) fail("column %d is COLMAP_POSTDET status, but no POSTDET defined", j);
+        if (pre->numPostdet <= 0)
+          fail("column %d is COLMAP_POSTDET status, but no POSTDET defined", j);
         bool listed = false;
         for (int32_t k = 0; k < pre->numPostdet; k++) listed = listed || pre->spec[k] == j;
         if (!listed) fail("column %d is COLMAP_POSTDET status, but not in POSTDET list", j);
         if (pre->lbMap[j] != pre->ubMap[j])
           fail("column %d is COLMAP_POSTDET status, but bounds are not defined by the same row", j);
-        else if (pre->lbMap[j] < 0 || pre->lbMap[j] >= m || pre->rowMap[pre->lbMap[j]] != ROWMAP_POSTDET)
-          fail("column %d is COLMAP_POSTDET status, but rowMap(%d) with wrong status", j, pre->lbMap[j]);
+        else if (pre->lbMap[j] < 0 || pre->lbMap[j] >= m ||
+                 pre->rowMap[pre->lbMap[j]] != ROWMAP_POSTDET)
+          fail("column %d is COLMAP_POSTDET status, but rowMap(%d) with wrong status", j,
+               pre->lbMap[j]);
         break;
       }
       case COLMAP_FIXED:
@@ -391,7 +405,8 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
           break;
         }
         if (!complete) break;
-        if (pre->colLength[j] == 0 && !(qp && (pre->quadColLength[j] > 0 || pre->quadRowLength[j] > 0)))
+        if (pre->colLength[j] == 0 &&
+            !(qp && (pre->quadColLength[j] > 0 || pre->quadRowLength[j] > 0)))
           fail("column %d is empty but not removed.", j);
         else if (fixed && pre->typeModel != PRESOLVE_MODEL_EQUATION)
           fail("column %d is fixed but not removed.", j);
@@ -406,19 +421,24 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
   };
   auto onlyInRow = [&](int32_t i, const char* format) {
     for (int32_t j = 0; j < n; j++)
-      if ((pre->lbMap[j] == i || pre->ubMap[j] == i) && !rowHolds(begin, index, i, j)) fail(format, j, i);
+      if ((pre->lbMap[j] == i || pre->ubMap[j] == i) && !rowHolds(begin, index, i, j))
+        fail(format, j, i);
   };
   for (int32_t i = 0; i < m; i++) {
     const int32_t rowMap = pre->rowMap[i], length = pre->rowLength[i];
     const int32_t defs = lowCount[i] + upCount[i];
     switch (rowMap) {
       case ROWMAP_FREE:
-        if (defs) fail("row %d is free, but defined bound on column %d", i, lowCount[i] ? lowCol[2 * i] : upCol[2 * i]);
+        if (defs)
+          fail("row %d is free, but defined bound on column %d", i,
+               lowCount[i] ? lowCol[2 * i] : upCol[2 * i]);
         break;
       case ROWMAP_FIXED:
         allFixed(i, "column %d in ROWMAP_FIXED row %d is not fixed");
-        if (!defs) fail("row %d is ROWMAP_FIXED, but doesn't fix any column", i);
-        else onlyInRow(i, "column %d not in ROWMAP_FIXED row %d bound is changed");
+        if (!defs)
+          fail("row %d is ROWMAP_FIXED, but doesn't fix any column", i);
+        else
+          onlyInRow(i, "column %d not in ROWMAP_FIXED row %d bound is changed");
         break;
       case ROWMAP_LOWER:
       case ROWMAP_UPPER: {
@@ -438,24 +458,30 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
                i, col[2 * i], col[2 * i + 1]);
         if (count[i] == 0)
           fail(lower ? "row %d is ROWMAP_LOWER, but doesn't define any lower bound"
-                     : "row %d is ROWMAP_UPPER, but doesn't define any upper bound", i);
+                     : "row %d is ROWMAP_UPPER, but doesn't define any upper bound",
+               i);
         break;
       }
       case ROWMAP_RANGE:
         for (int32_t k = 0; k < 2 && k < lowCount[i]; k++)
-          if (pre->ubMap[lowCol[2 * i + k]] != i) fail("row %d should define range on column %d", i, lowCol[2 * i + k]);
+          if (pre->ubMap[lowCol[2 * i + k]] != i)
+            fail("row %d should define range on column %d", i, lowCol[2 * i + k]);
         for (int32_t k = 0; k < 2 && k < upCount[i]; k++)
-          if (pre->lbMap[upCol[2 * i + k]] != i) fail("row %d should define range on column %d", i, upCol[2 * i + k]);
+          if (pre->lbMap[upCol[2 * i + k]] != i)
+            fail("row %d should define range on column %d", i, upCol[2 * i + k]);
         if (length != 1) fail("row %d is ROWMAP_RANGE, but not a singleton row", i);
-        if (!model->rowSense || model->rowSense[i] != 'R') fail("row %d is ROWMAP_RANGE, but not with R sense", i);
+        if (!model->rowSense || model->rowSense[i] != 'R')
+          fail("row %d is ROWMAP_RANGE, but not with R sense", i);
         if (lowCount[i] > 1)
-          fail("row %d is ROWMAP_RANGE, but defined multiple range bounds %d and %d", i, lowCol[2 * i], lowCol[2 * i + 1]);
+          fail("row %d is ROWMAP_RANGE, but defined multiple range bounds %d and %d", i,
+               lowCol[2 * i], lowCol[2 * i + 1]);
         if (defs == 0) fail("row %d is ROWMAP_RANGE, but doesn't define any range bound", i);
         break;
       case ROWMAP_EMPTY:
         if (length != 0) {
           bool allColumnsFixed = true;
-          for (int32_t p = begin[i]; p < begin[i + 1]; p++) allColumnsFixed = allColumnsFixed && isFixed(pre, option, index[p]);
+          for (int32_t p = begin[i]; p < begin[i + 1]; p++)
+            allColumnsFixed = allColumnsFixed && isFixed(pre, option, index[p]);
           if (!allColumnsFixed) {
             fail("row %d is ROWMAP_EMPTY, but not an empty row", i);
             allFixed(i, "column %d in ROWMAP_EMPTY row %d is not fixed");
@@ -464,7 +490,8 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
         onlyInRow(i, "column %d not in ROWMAP_EMPTY row %d is changed bounds");
         break;
       case ROWMAP_POSTDET:
-        if (defs > 2 || (lowCount[i] == 2) || (lowCount[i] == 1 && upCount[i] == 1 && lowCol[2 * i] != upCol[2 * i]))
+        if (defs > 2 || (lowCount[i] == 2) ||
+            (lowCount[i] == 1 && upCount[i] == 1 && lowCol[2 * i] != upCol[2 * i]))
           fail("row %d is ROWMAP_POSTDET, but defined multiple POSTDET columns %d and %d", i,
                lowCol[2 * i], lowCount[i] > 1 ? lowCol[2 * i + 1] : upCol[2 * i]);
         if (defs == 0) fail("row %d is ROWMAP_POSTDET, but doesn't define any POSTDET column", i);
@@ -476,8 +503,10 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
         }
         if (!complete) break;
         const char sense = model->rowSense ? model->rowSense[i] : 'E';
-        if (length == 0) fail("row %d is empty but not removed.", i);
-        else if (length == 1) fail("row %d is singleton but not removed.", i);
+        if (length == 0)
+          fail("row %d is empty but not removed.", i);
+        else if (length == 1)
+          fail("row %d is singleton but not removed.", i);
         else if (sense != 'E' && sense != 'L' && sense != 'G' && sense != 'R')
           fail("row %d is not accepted but not removed.", i);
       }
@@ -495,8 +524,13 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
         const double was = side == 0 ? model->lower[j] : model->upper[j];
         const bool none = side == 0 ? now <= -inf && was <= -inf : now >= inf && was >= inf;
         if (now != was && !none && pre->colMap[j] >= 0) {
-          fail(side == 0 ? "lbMap(%d)=%d, but lower bound has changed" : "ubMap(%d)=%d, but upper bound has changed", j, r);
-          if (log) log(side == 0 ? "      lowerBound=%15.7g  lower=%15.7g" : "      upperBound=%15.7g  upper=%15.7g", now, was);
+          fail(side == 0 ? "lbMap(%d)=%d, but lower bound has changed"
+                         : "ubMap(%d)=%d, but upper bound has changed",
+               j, r);
+          if (log)
+            log(side == 0 ? "      lowerBound=%15.7g  lower=%15.7g"
+                          : "      upperBound=%15.7g  upper=%15.7g",
+                now, was);
         }
         continue;
       }
@@ -511,15 +545,20 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
             fail("%s(%d)=%d is a ROWMAP_FIXED row, but column %d is not fixed", name, j, r, j);
           break;
         case ROWMAP_POSTDET:
-          if (pre->colMap[j] >= 0) fail("%s(%d)=%d is a ROWMAP_POSTDET row, but column %d is a normal variable", name, j, r, j);
+          if (pre->colMap[j] >= 0)
+            fail("%s(%d)=%d is a ROWMAP_POSTDET row, but column %d is a normal variable", name, j,
+                 r, j);
           break;
         case ROWMAP_FREE:
-          fail(side == 0 ? "lbMap(%d)=%d, but that row is removed" : "ubMap(%d)=%d, but that row is removed", j, r);
+          fail(side == 0 ? "lbMap(%d)=%d, but that row is removed"
+                         : "ubMap(%d)=%d, but that row is removed",
+               j, r);
           break;
         default:
           break;
       }
-      if (!rowHolds(begin, index, r, j)) fail("row %s(%d)=%d doesn't contain that column", name, j, r);
+      if (!rowHolds(begin, index, r, j))
+        fail("row %s(%d)=%d doesn't contain that column", name, j, r);
     }
   }
 
@@ -532,7 +571,8 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
       continue;
     }
     if (pre->colMap[j] >= 0) fail("spec(%d)=%d is not removed", k, j);
-    if (pre->lowerBound[j] != 0.0 || pre->upperBound[j] != 0.0) fail("spec(%d)=%d should be fixed at zero", k, j);
+    if (pre->lowerBound[j] != 0.0 || pre->upperBound[j] != 0.0)
+      fail("spec(%d)=%d should be fixed at zero", k, j);
     if (pre->lbMap[j] != pre->ubMap[j]) {
       fail("spec(%d)=%d map to different row", k, j);
       if (log) log("            lbMap=%d  ubMap=%d", pre->lbMap[j], pre->ubMap[j]);
@@ -544,7 +584,8 @@ int32_t VerifyPresolveStructure(HalvexEnv* env, int32_t level, ipmModel* model,
   for (int32_t j = 0; j < n; j++) {
     if (pre->colMap[j] < 0) continue;
     for (int32_t k = pre->colBegin[j]; k < pre->colBegin[j] + pre->colLength[j]; k++)
-      if (pre->rowMap[pre->rowIndex[k]] < 0) fail("column %d should not appear in row %d", j, pre->rowIndex[k]);
+      if (pre->rowMap[pre->rowIndex[k]] < 0)
+        fail("column %d should not appear in row %d", j, pre->rowIndex[k]);
   }
   return status;
 }
@@ -640,7 +681,10 @@ int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ip
   int64_t seed = 20011;
   for (int32_t c = 0; c < nr; c++) {
     const double u = zranuni(&seed), lb = reduced->lower[c], ub = reduced->upper[c];
-    xr[c] = lb > -inf && ub < inf ? lb + u * (ub - lb) : lb > -inf ? lb + u : ub < inf ? ub - u : 2.0 * u - 1.0;
+    xr[c] = lb > -inf && ub < inf ? lb + u * (ub - lb)
+            : lb > -inf           ? lb + u
+            : ub < inf            ? ub - u
+                                  : 2.0 * u - 1.0;
   }
   if (!expandPoint(env, pre, inf, n, xr, x)) status = IPM_STATUS_FAILED;
   activity(model, x, ax, size);
@@ -663,16 +707,20 @@ int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ip
         continue;
       }
     }
-    const double scale = fmax(1.0, fmax(size[i] + fabs(model->rhs[i]), sizer[r] + fabs(reduced->rhs[r])));
+    const double scale =
+        fmax(1.0, fmax(size[i] + fabs(model->rhs[i]), sizer[r] + fabs(reduced->rhs[r])));
     if (!(fabs(inRes - res) <= 1e-6 * scale))
-      fail(turned ? "Error VerifyPresolveValue: range inRow(%d)=%15.7g  row(%d)=%15.7g  diff=%15.7g"
-                  : "Error VerifyPresolveValue: residual inRow(%d)=%15.7g  row(%d)=%15.7g  diff=%15.7g",
-           i, inRes, r, res, inRes - res);
+      fail(
+          turned
+              ? "Error VerifyPresolveValue: range inRow(%d)=%15.7g  row(%d)=%15.7g  diff=%15.7g"
+              : "Error VerifyPresolveValue: residual inRow(%d)=%15.7g  row(%d)=%15.7g  diff=%15.7g",
+          i, inRes, r, res, inRes - res);
   }
 
   const double inObj = objectiveAt(model, x), obj = objectiveAt(reduced, xr) + removedCost;
   if (!(fabs(inObj - obj) <= 1e-6 * fmax(1.0, fmax(fabs(inObj), fabs(obj)))))
-    fail("Error VerifyPresolveValue: inObjValue=%15.7g  objValue=%15.7g  diff=%15.7g", inObj, obj, inObj - obj);
+    fail("Error VerifyPresolveValue: inObjValue=%15.7g  objValue=%15.7g  diff=%15.7g", inObj, obj,
+         inObj - obj);
 
   for (int32_t j = 0; j < n; j++) {
     const double tol = 1e-6 * fmax(1.0, fabs(x[j]));
@@ -695,7 +743,8 @@ int32_t VerifyPresolveValue(HalvexEnv* env, int32_t level, ipmModel* reduced, ip
     switch (sense) {
       case 'R':
         if (res > tol || res < -range - tol)
-          fail("Error VerifyPresolveValue: R row %d residual = %15.7g  range=%15.7g", i, res, range);
+          fail("Error VerifyPresolveValue: R row %d residual = %15.7g  range=%15.7g", i, res,
+               range);
         break;
       case 'L':
         if (res > tol) fail("Error VerifyPresolveValue: L row %d residual = %15.7g", i, res);

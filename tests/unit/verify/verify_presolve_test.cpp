@@ -1,6 +1,8 @@
 // The presolver's working copies held against each other, its books and its
 // reduced model, the record that a disabled presolve must leave untouched,
 // and the sub-model of the starting point with its maps.
+#include "verify/verify_presolve.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -11,7 +13,6 @@
 #include "support/presolve_support.h"
 #include "unit/verify/verify_support.h"
 #include "verify/verify.h"
-#include "verify/verify_presolve.h"
 
 namespace {
 
@@ -151,10 +152,12 @@ TEST_F(VerifyCopies, PresolverBooks) {
       {[](presolver& p) { p.numRemovedElement--; }, "by row removed element = 4 should be 3"},
       {[](presolver& p) { p.lowerBound[0] = -1; }, "column 0 reduced lb="},
       {[](presolver& p) { p.colMap[0] = COLMAP_FIXED; }, "column 0 is not fixed but marked as so."},
-      {[](presolver& p) { p.rowMap[1] = ROWMAP_LOWER; }, "row 1 is ROWMAP_LOWER, but defined upper bound of 1"},
+      {[](presolver& p) { p.rowMap[1] = ROWMAP_LOWER; },
+       "row 1 is ROWMAP_LOWER, but defined upper bound of 1"},
       {[](presolver& p) { p.ubMap[0] = 1; }, "row ubMap(0)=1 doesn't contain that column"},
       {[](presolver& p) { p.upperBound[2] = 4; }, "ubMap(2)=-1, but upper bound has changed"},
-      {[](presolver& p) { p.rowMap[0] = ROWMAP_EMPTY; }, "row 0 is ROWMAP_EMPTY, but not an empty row"},
+      {[](presolver& p) { p.rowMap[0] = ROWMAP_EMPTY; },
+       "row 0 is ROWMAP_EMPTY, but not an empty row"},
       {[](presolver& p) { p.colLength[0]++; }, "column 0 should not appear in row 2"},
   };
   for (const auto& c : cases) {
@@ -193,8 +196,10 @@ TEST_F(VerifyCopies, ReducedModelStandsForTheCallers) {
       {[](ipmModel&) {}, nullptr},
       {[](ipmModel& r) { r.rhs[1] += 0.5; }, "Error VerifyPresolveValue: residual inRow(3)="},
       {[](ipmModel& r) { r.obj[0] += 1; }, "Error VerifyPresolveValue: inObjValue="},
-      {[](ipmModel& r) { r.lower[1] = r.upper[1] = 4; }, "Error VerifyPresolveValue: L row 1 residual ="},
-      {[](ipmModel& r) { r.lower[0] = r.upper[0] = 7; }, "Error VerifyPresolveValue: column 0 sol="},
+      {[](ipmModel& r) { r.lower[1] = r.upper[1] = 4; },
+       "Error VerifyPresolveValue: L row 1 residual ="},
+      {[](ipmModel& r) { r.lower[0] = r.upper[0] = 7; },
+       "Error VerifyPresolveValue: column 0 sol="},
   };
   for (const auto& c : cases) {
     // A QP whose fixed column is coupled to x2: its cross term moves into
@@ -209,7 +214,8 @@ TEST_F(VerifyCopies, ReducedModelStandsForTheCallers) {
     EXPECT_TRUE(logged("running debug code......"));
     c.spoil(*round.current);
     verifytest::clear();
-    const int32_t status = VerifyPresolveValue(&env, 3, round.current, round.pre->inModel, round.pre);
+    const int32_t status =
+        VerifyPresolveValue(&env, 3, round.current, round.pre->inModel, round.pre);
     EXPECT_EQ(status, c.text ? IPM_STATUS_FAILED : 0) << firstError();
     if (c.text) {
       EXPECT_TRUE(logged(c.text)) << c.text << " / " << firstError();
@@ -222,8 +228,8 @@ TEST_F(VerifyCopies, ReducedModelStandsForTheCallers) {
 
 TEST_F(VerifyCopies, SubModelAndItsMaps) {
   // Row 1 has a big right side, column 1 a big cost, column 2 a big bound.
-  ipmtest::Problem p({{1, 1, 0}, {1, 0, 2}, {0, 1, 1}}, "LLE", {4, 1e9, 2}, {1, 1e9, 0},
-                     {0, 0, 0}, {10, 10, 1e5});
+  ipmtest::Problem p({{1, 1, 0}, {1, 0, 2}, {0, 1, 1}}, "LLE", {4, 1e9, 2}, {1, 1e9, 0}, {0, 0, 0},
+                     {10, 10, 1e5});
   p.link();
   subModel* sub = nullptr;
   ASSERT_EQ(NewSubModel(&env, &p.model, &sub), 0);
@@ -254,7 +260,8 @@ TEST_F(VerifyCopies, SubModelAndItsMaps) {
     verifytest::clear();
     EXPECT_EQ(VerifySubmodel(&env, 0, &p.model, sub), 0);
     EXPECT_TRUE(lines().empty());
-    EXPECT_EQ(VerifySubmodel(&env, 1, &p.model, sub), c.text ? IPM_STATUS_FAILED : 0) << firstError();
+    EXPECT_EQ(VerifySubmodel(&env, 1, &p.model, sub), c.text ? IPM_STATUS_FAILED : 0)
+        << firstError();
     if (c.text) {
       EXPECT_TRUE(logged(c.text)) << c.text << " / " << firstError();
     } else {

@@ -18,13 +18,15 @@ inline std::vector<std::string> lines() {
 inline void clear() { hxtest::textLines().clear(); }
 inline int count(const std::string& text) {
   int n = 0;
-  for (const hxtest::TextLine& line : hxtest::textLines()) n += line.text.find(text) != std::string::npos;
+  for (const hxtest::TextLine& line : hxtest::textLines())
+    n += line.text.find(text) != std::string::npos;
   return n;
 }
 inline bool logged(const std::string& text) { return count(text) > 0; }
 inline int errors() {
   int n = 0;
-  for (const hxtest::TextLine& line : hxtest::textLines()) n += line.text.compare(0, 5, "Error") == 0;
+  for (const hxtest::TextLine& line : hxtest::textLines())
+    n += line.text.compare(0, 5, "Error") == 0;
   return n;
 }
 inline std::string firstError() {
