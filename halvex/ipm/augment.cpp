@@ -153,7 +153,9 @@ int32_t ipmInitAugmat(Ipm* ipm, int32_t useQuad) {
                                   ipm->kktBegin[ipm->numDim], nullptr, ipm->kktBegin, nullptr,
                                   ipm->kktIndex, ipm->kktValue)) != 0)
       return status;
-    if ((status = VerifyAugValue(ipm, ipm->verifyLevel)) != 0) return status;
+    if ((status = VerifyAugValue(ipm, ipm->verifyLevel, ipm->kktBegin, ipm->kktIndex,
+                                 ipm->kktValue, nullptr, ipm->numCol, nullptr, ipm->numRow)) != 0)
+      return status;
   }
   return 0;
 }

@@ -9,6 +9,7 @@
 #include "ipm/submodel.h"
 #include "presolve/eqnsolve.h"
 #include "util/sparse.h"
+#include "verify/verify.h"
 
 namespace {
 
@@ -57,9 +58,18 @@ int32_t initPrimalPartial(Ipm* ipm, subModel* sub) {
   if (status) return status;
   const int32_t n = ipm->numCol;
   const int32_t numMapped = sub->numRow - sub->numRhsBigAll;
-  createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
-                             ipm->varBndDiagIndex, ipm->ineqnDiagIndex, nullptr, n, rowMap,
-                             numMapped);
+  if (owned) status = VerifyInitRowMap(ipm->env, ipm->verifyLevel, sub, rowMap, ipm->numRow);
+  if (status == 0) {
+    createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                               ipm->varBndDiagIndex, ipm->ineqnDiagIndex, nullptr, n, rowMap,
+                               numMapped);
+    status = VerifyAugValue(ipm, ipm->verifyLevel, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                            nullptr, n, rowMap, numMapped);
+  }
+  if (status) {
+    if (owned) poolFree(ipm->env->pool, owned);
+    return status;
+  }
   hideBigBounds(ipm, sub, true);
   primalColumnBlock(ipm);
   for (int32_t i = 0; i < ipm->numRow; i++) {
@@ -137,9 +147,18 @@ int32_t lpInitDualPartial(Ipm* ipm, subModel* sub) {
   if (status) return status;
   const int32_t n = ipm->numCol, m = ipm->numRow;
   const int32_t numMapped = sub->numCol - sub->numObjBigAll;
-  createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
-                             ipm->varBndDiagIndex, ipm->ineqnDiagIndex, colMap, numMapped,
-                             nullptr, m);
+  if (owned) status = VerifyInitColMap(ipm->env, ipm->verifyLevel, sub, colMap, ipm->numCol);
+  if (status == 0) {
+    createAugmentMatrixPartial(ipm, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                               ipm->varBndDiagIndex, ipm->ineqnDiagIndex, colMap, numMapped,
+                               nullptr, m);
+    status = VerifyAugValue(ipm, ipm->verifyLevel, ipm->kktBegin, ipm->kktIndex, ipm->kktValue,
+                            colMap, numMapped, nullptr, m);
+  }
+  if (status) {
+    if (owned) poolFree(ipm->env->pool, owned);
+    return status;
+  }
   for (int32_t j = 0; j < n; j++) {
     const int32_t c = colMap[j];
     if (c < 0) continue;

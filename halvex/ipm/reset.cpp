@@ -11,6 +11,7 @@
 #include "ipm/ipm.h"
 #include "ipm/reset.h"
 #include "presolve/eqnsolve.h"
+#include "util/random.h"
 #include "util/sparse.h"
 #include "verify/verify.h"
 
@@ -299,6 +300,7 @@ int32_t VerifyResetSystem(Ipm* ipm, int32_t level, const int32_t* colMap, int32_
                           const int32_t* index, const double* value, const double* right) {
   if (level < 1) return 0;
   HalvexEnv* env = ipm->env;
+  if (env->textLog) env->textLog("running debug code......");
   QVPool* pool = env->pool;
   const int32_t numCol = ipm->numCol, numRow = ipm->numRow;
   const int32_t nc = numColReset, dim = numColReset + numRowReset;
@@ -311,8 +313,8 @@ int32_t VerifyResetSystem(Ipm* ipm, int32_t level, const int32_t* colMap, int32_
   int32_t status = 0;
   if (!z || !kz || !x || !y || !ax || !w) status = IPM_STATUS_OUT_OF_MEMORY;
   if (status == 0) {
-    int32_t seed = 271828183;
-    for (int32_t k = 0; k < dim; k++) z[k] = 2.0 * (qvRand(&seed) / 2147483647.0) - 1.0;
+    int64_t seed = 271828183;
+    for (int32_t k = 0; k < dim; k++) z[k] = 2.0 * zranuni(&seed) - 1.0;
     for (int32_t c = 0; c < dim; c++)
       for (int32_t p = begin[c]; p < begin[c + 1]; p++) kz[index[p]] += value[p] * z[c];
     for (int32_t j = 0; j < numCol; j++)

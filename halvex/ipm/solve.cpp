@@ -152,7 +152,7 @@ int32_t setUp(Ipm* ipm, ipmModel* model, ipmOption* option, presolver* pre,
   subModel* sub = *subRef;
   ipmMarkBigdata(ipm->env, model, sub, option);
   if ((status = CreateSubModel(ipm->env, model, pre, sub)) != 0) return status;
-  if (ipm->verifyLevel && (status = VerifySubmodel(ipm->env, model, sub, ipm->verifyLevel)) != 0)
+  if (ipm->verifyLevel && (status = VerifySubmodel(ipm->env, ipm->verifyLevel, model, sub)) != 0)
     return status;
   AssignIpm(ipm, model, solution);
   AnalyzeIpm(ipm);

@@ -7,8 +7,11 @@
 #include "verify/verify.h"
 
 #include <math.h>
+#include <stdio.h>
 
 #include "frame/qv.h"
+#include "ipm/submodel.h"
+#include "util/random.h"
 #include "util/sparse.h"
 
 namespace {
@@ -717,9 +720,182 @@ void VerifyStatistics(Ipm* ipm, int32_t level) {
   log("%7hTRACE: %m ");
 }
 
-// Not written yet: the partial matrix against the model's by a random
-// product.  It passes at every level for now.
-int32_t VerifyAugValue(Ipm*, int32_t) { return 0; }
+// The off-diagonal part of an augmented matrix, whole or with rows and
+// columns left out, against the model's A (and Q when it is in) by one
+// random product.  Diagonals are left to their setters and not compared.
+int32_t VerifyAugValue(Ipm* ipm, int32_t level, const int32_t* begin, const int32_t* index,
+                       const double* value, const int32_t* colMap, int32_t numColMapped,
+                       const int32_t* rowMap, int32_t numRowMapped) {
+  if (level < kStructure) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  int32_t status = 0;
+  const int32_t n = ipm->numCol, m = ipm->numRow;
+  int32_t cols = 0, rows = 0;
+  for (int32_t j = 0; j < n; j++) cols += !colMap || colMap[j] >= 0;
+  for (int32_t i = 0; i < m; i++) rows += !rowMap || rowMap[i] >= 0;
+  if (cols != numColMapped) {
+    if (log) log("Error VerifyAugValue: numColMapped=%d, but counted as %d", numColMapped, cols);
+    status = IPM_STATUS_FAILED;
+  }
+  if (rows != numRowMapped) {
+    if (log) log("Error VerifyAugValue: numRowMapped=%d, but counted as %d", numRowMapped, rows);
+    status = IPM_STATUS_FAILED;
+  }
+  if (status) return status;
+  const int32_t dim = cols + rows;
+  QVPool* pool = ipm->env->pool;
+  double* z = poolNew<double>(pool, 3 * (int64_t)dim + 1, true);
+  if (!z) return IPM_STATUS_OUT_OF_MEMORY;
+  double* result = z + dim;
+  double* augResult = result + dim;
+  int64_t seed = 4711;
+  for (int32_t k = 0; k < dim; k++) z[k] = 2.0 * zranuni(&seed) - 1.0;
+  for (int32_t c = 0; c < dim; c++)
+    for (int32_t p = begin[c]; p < begin[c + 1]; p++)
+      if (index[p] != c) result[index[p]] += value[p] * z[c];
+  // Q is in the matrix when its entries are counted in.
+  int64_t aCount = 0;
+  for (int32_t j = 0; j < n; j++) {
+    if (colMap && colMap[j] < 0) continue;
+    for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++)
+      aCount += !rowMap || rowMap[ipm->rowIndex[k]] >= 0;
+  }
+  const bool quad = !colMap && ipm->modelType == IPM_MODEL_QP && ipm->numQuadCoef > 0 &&
+                    begin[dim] == dim + 2 * (aCount + ipm->numQuadCoef);
+  for (int32_t j = 0; j < n; j++) {
+    const int32_t c = colMap ? colMap[j] : j;
+    if (c < 0) continue;
+    for (int32_t k = ipm->colBegin[j]; k < ipm->colBegin[j] + ipm->colLength[j]; k++) {
+      const int32_t r = rowMap ? rowMap[ipm->rowIndex[k]] : ipm->rowIndex[k];
+      if (r < 0) continue;
+      augResult[cols + r] -= ipm->matValue[k] * z[c];
+      augResult[c] -= ipm->matValue[k] * z[cols + r];
+    }
+    if (!quad) continue;
+    for (int32_t k = ipm->quadColBegin[j]; k < ipm->quadColBegin[j] + ipm->quadColLength[j]; k++) {
+      const int32_t i = ipm->quadRowIndex[k];
+      augResult[i] += ipm->quadMatValue[k] * z[j];
+      augResult[j] += ipm->quadMatValue[k] * z[i];
+    }
+  }
+  for (int32_t k = 0; k < dim; k++) {
+    const double diff = result[k] - augResult[k];
+    if (fabs(diff) <= 1e-12 * fmax(1.0, fabs(augResult[k]))) continue;
+    if (log)
+      log("Error VerifyAugValue: result(%d)=%15.7g  augResult(%d)=%15.7g  diff=%15.7g", k,
+          result[k], k, augResult[k], diff);
+    status = IPM_STATUS_FAILED;
+  }
+  poolFree(pool, z);
+  return status;
+}
+
+namespace {
+
+// A map of the starting point, compacted to the rows or columns the model
+// still has, against the sub-model's map it came from.
+int32_t checkInitMap(HalvexEnv* env, const char* check, const char* bigName, int32_t numBig,
+                     const char* skipName, int32_t numSkip, const char* mapName,
+                     const char* subName, const int32_t* subMap, int32_t subCount,
+                     const int32_t* map, int32_t count) {
+  TextLogFn log = env ? env->textLog : nullptr;
+  char text[128];
+  int32_t status = 0;
+  auto fail = [&](const char* format, auto... values) {
+    char line[192];
+    snprintf(line, sizeof line, "Error %s: %s", check, format);
+    if (log) log(line, values...);
+    status = IPM_STATUS_FAILED;
+  };
+  if (numBig <= 0) {
+    snprintf(text, sizeof text, "%s=%%d  control should not come here", bigName);
+    fail(text, numBig);
+    return status;
+  }
+  if (!subMap) return status;
+  int32_t pos = 0, normal = 0, skip = 0, counter = 0;
+  for (int32_t i = 0; i < subCount; i++) {
+    const int32_t v = subMap[i];
+    if (v >= subCount) {
+      snprintf(text, sizeof text, "unknown mapping type %s(%%d)=%%d", subName);
+      fail(text, i, v);
+      continue;
+    }
+    if (v < -1) {  // left out of the numbering altogether
+      counter++;
+      continue;
+    }
+    if (v >= 0 && v != normal) fail("pos=%d  skip=%d  i=%d", normal, skip, i);
+    if (v >= 0)
+      normal++;
+    else
+      skip++;
+    if (pos < count && map[pos] != v) {
+      snprintf(text, sizeof text, "%s(%%d)=%%d  %s(%%d)=%%d", mapName, subName);
+      fail(text, pos, map[pos], i, v);
+    }
+    pos++;
+  }
+  if (pos != count) fail("pos=%d  numRow=%d", pos, count);
+  if (counter != numSkip) {
+    snprintf(text, sizeof text, "counter=%%d  %s=%%d", skipName);
+    fail(text, counter, numSkip);
+  }
+  return status;
+}
+
+}  // namespace
+
+int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* rowMap,
+                         int32_t numRow) {
+  if (level < kStructure) return 0;
+  if (env && env->textLog) env->textLog("running debug code......");
+  return checkInitMap(env, "VerifyInitRowMap", "numRhsBigAll", sub->numRhsBigAll, "numRhsBigIneqn",
+                      sub->numRhsBigIneqn, "rowMap", "rhsMapSub", sub->rhsMapSub, sub->numRow,
+                      rowMap, numRow);
+}
+
+int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* colMap,
+                         int32_t numCol) {
+  if (level < kStructure) return 0;
+  if (env && env->textLog) env->textLog("running debug code......");
+  return checkInitMap(env, "VerifyInitColMap", "numObjBigAll", sub->numObjBigAll,
+                      "numObjBigBounded", sub->numObjBigBounded, "colMap", "objMapSub",
+                      sub->objMapSub, sub->numCol, colMap, numCol);
+}
+
+// A debugging aid with no caller: how far the point may move along random
+// directions before a column bound stops it, the rows left aside.
+int32_t VerifyDomainShape(Ipm* ipm, int32_t level) {
+  if (level < 9) return 0;
+  running(ipm);
+  TextLogFn log = logOf(ipm);
+  if (!log) return 0;
+  const int32_t n = ipm->numCol, kDirections = 16;
+  double* d = ipm->scratchA;
+  int64_t seed = 1013;
+  double normMin = HUGE_VAL, normMax = 0.0, normSum = 0.0;
+  log("nomrObj=%15.7g", norm2(n, ipm->obj));
+  for (int32_t t = 0; t < kDirections; t++) {
+    for (int32_t j = 0; j < n; j++) d[j] = 2.0 * zranuni(&seed) - 1.0;
+    const double length = norm2(n, d);
+    double step = HUGE_VAL;
+    for (int32_t j = 0; j < n && length > 0.0; j++) {
+      const double dj = d[j] / length, x = ipm->solPrimal[j];
+      const uint8_t ty = ipm->varBndType[j];
+      if (dj > 0.0 && hasUpper(ty)) step = fmin(step, (ipm->upper[j] - x) / dj);
+      if (dj < 0.0 && hasLower(ty)) step = fmin(step, (ipm->lower[j] - x) / dj);
+    }
+    normMin = fmin(normMin, step);
+    normMax = fmax(normMax, step);
+    normSum += step;
+  }
+  clearBuffer(n, d);
+  log("DomainShape: normMin=%15.7g  normMax=%15.7g  normAvg=%15.7g", normMin, normMax,
+      normSum / kDirections);
+  return 0;
+}
 
 namespace {
 
@@ -899,8 +1075,256 @@ int32_t VerifyVector(HalvexEnv* env, int32_t level, int32_t length, const double
   return status;
 }
 
-// Not written yet: the sub-model's books.  It passes at every level for now.
-int32_t VerifySubmodel(HalvexEnv*, ipmModel*, subModel*, int32_t) { return 0; }
+int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel* sub) {
+  if (level < kStructure) return 0;
+  TextLogFn log = env ? env->textLog : nullptr;
+  if (log) log("running debug code......");
+  int32_t status = 0;
+  auto fail = [&](const char* format, auto... values) {
+    if (log) log(format, values...);
+    status = IPM_STATUS_FAILED;
+  };
+  const int32_t m = model->numRow, n = model->numCol;
+  if (sub->numRow != m)
+    fail("Error VerifySubmodel: submodel->numRow=%d <> model->numRow=%d", sub->numRow, m);
+  if (sub->numCol != n)
+    fail("Error VerifySubmodel: submodel->numCol=%d <> model->numCol=%d", sub->numCol, n);
+  if (sub->numObjBigBounded > sub->numObjBigAll)
+    fail("Error VerifySubmodel: numObjBigBounded=%d should not be greater than numObjBigAll=%d",
+         sub->numObjBigBounded, sub->numObjBigAll);
+  if (sub->numRhsBigIneqn > sub->numRhsBigAll)
+    fail("Error VerifySubmodel: numRhsBigIneqn=%d should not be greater than numRhsBigAll=%d",
+         sub->numRhsBigIneqn, sub->numRhsBigAll);
+  if (sub->numObjBigAll < 0 || sub->numObjBigAll > n)
+    fail("Error VerifySubmodel: numObjBigAll=%d  numCol=%d", sub->numObjBigAll, n);
+  if (sub->numRhsBigAll < 0 || sub->numRhsBigAll > m)
+    fail("Error VerifySubmodel: numRhsBigAll=%d  numCol=%d", sub->numRhsBigAll, m);
+  if (sub->numBoundBig < 0 || sub->numBoundBig > n)
+    fail("Error VerifySubmodel: numBoundBig=%d  numCol=%d", sub->numBoundBig, n);
+  // Nothing below can be read with sizes that do not fit.
+  if (status) return status;
+
+  const double big = sub->thresholdBig, bigBound = sub->thresholdBigBound;
+  // The module's own "no bound": the option's infinity is not at hand here.
+  const double inf = 1e20;
+  auto bigRow = [&](int32_t i) {
+    return !(model->rhs[i] > -big && model->rhs[i] < big) && model->rowSense[i] != 'E';
+  };
+  auto bigCol = [&](int32_t j) {
+    const bool free = model->lower[j] <= -inf && model->upper[j] >= inf;
+    return !(model->obj[j] > -big && model->obj[j] < big) && !free;
+  };
+  auto boundStatus = [&](int32_t j) {
+    return (model->lower[j] > -inf && model->lower[j] <= -bigBound ? SUB_BIG_LOWER : 0) |
+           (model->upper[j] < inf && model->upper[j] >= bigBound ? SUB_BIG_UPPER : 0);
+  };
+  if (log) {
+    log("%2zsubmodel->thresholdBig     = %15.7g", big);
+    log("%2zsubmodel->numObjBigBounded = %d", sub->numObjBigBounded);
+    log("%2zsubmodel->numObjBigAll     = %d", sub->numObjBigAll);
+    log("%2zsubmodel->numRhsBigIneqn   = %d", sub->numRhsBigIneqn);
+    log("%2zsubmodel->numRhsBigAll     = %d", sub->numRhsBigAll);
+    log("%2zsubmodel->numBoundBig      = %d", sub->numBoundBig);
+    for (int32_t i = 0; i < m; i++)
+      if (bigRow(i)) log("    markBigRhs(%d) %c = %15.7g", i, model->rowSense[i], model->rhs[i]);
+    for (int32_t j = 0; j < n; j++)
+      if (bigCol(j))
+        log("    markBigObj(%d) = %15.7g  lb=%15.7g  ub=%15.7g", j, model->obj[j], model->lower[j],
+            model->upper[j]);
+    for (int32_t j = 0; j < n; j++)
+      if (boundStatus(j))
+        log("    markBigBound(%d)  lb=%15.7g  ub=%15.7g", j, model->lower[j], model->upper[j]);
+  }
+
+  struct Part {
+    int32_t count;
+    const char* name;
+    const void* arrays[8];
+    const char* names[8];
+  };
+  const Part parts[] = {
+      {sub->numRhsBigAll,
+       "row-wise",
+       {sub->rhsMapSub, sub->idxRowSub, sub->rowBeginSub, sub->rowLengthSub, sub->colIndexSub,
+        sub->rowMatValueSub, sub->rhsSub, sub->rowSenseSub},
+       {"rhsMapSub", "idxRowSub", "rowBeginSub", "rowLengthSub", "colIndexSub", "rowMatValueSub",
+        "rhsSub", "rowSenseSub"}},
+      {sub->numObjBigAll,
+       "column-wise",
+       {sub->objMapSub, sub->idxColSub, sub->colBeginSub, sub->colLengthSub, sub->rowIndexSub,
+        sub->matValueSub, sub->objSub, nullptr},
+       {"objMapSub", "idxColSub", "colBeginSub", "colLengthSub", "rowIndexSub", "matValueSub",
+        "objSub", nullptr}},
+      {sub->numBoundBig,
+       "bound",
+       {sub->idxBoundSub, sub->lowerSub, sub->upperSub},
+       {"idxBoundSub", "lowerSub", "upperSub"}},
+  };
+  for (const Part& part : parts) {
+    if (part.count != 0) continue;
+    for (int k = 0; k < 8 && part.names[k]; k++)
+      if (part.arrays[k])
+        fail("Error VerifySubmodel: no %s sub-matrix, %s should be null", part.name, part.names[k]);
+  }
+  if (sub->numRhsBigAll == 0 && sub->numRhsBigIneqn)
+    fail("Error VerifySubmodel: no row-wise sub-matrix, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
+  if (sub->numRhsBigAll == 0 && sub->numCoefRowSub)
+    fail("Error VerifySubmodel: no row-wise sub-matrix, numCoefRowSub=%d", sub->numCoefRowSub);
+  if (sub->numObjBigAll == 0 && sub->numObjBigBounded)
+    fail("Error VerifySubmodel: no column-wise sub-matrix, numObjBigBounded=%d",
+         sub->numObjBigBounded);
+  if (sub->numObjBigAll == 0 && sub->numCoefColSub)
+    fail("Error VerifySubmodel: no column-wise sub-matrix, numCoefColSub=%d", sub->numCoefColSub);
+  if (status) return status;
+
+  // A map numbers the normal items in order and holds -1, or a code of its
+  // own below that, on the marked ones.
+  auto checkMap = [&](const int32_t* map, int32_t count, auto isBig, const char* normal,
+                      const char* skipped, const char* counter) {
+    if (!map) return;
+    int32_t next = 0, marked = 0;
+    for (int32_t k = 0; k < count; k++) {
+      if (isBig(k)) {
+        marked++;
+        if (map[k] >= 0) fail(skipped, k, map[k], -1);
+      } else if (map[k] != next++) {
+        fail(normal, k, map[k], next - 1);
+      }
+    }
+    if (next + marked != count) fail(counter);
+  };
+  checkMap(sub->rhsMapSub, m, bigRow,
+           "Error VerifySubmodel: normal row mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: skipped row mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: wrong row mapping counter");
+  checkMap(sub->objMapSub, n, bigCol,
+           "Error VerifySubmodel: normal column mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: skipped column mapping(%d)=%d should be %d",
+           "Error VerifySubmodel: wrong column mapping counter");
+  if (sub->rowMapSub && sub->numRhsBigIneqn == 0)
+    fail("Error VerifySubmodel: rowMap is not NULL, numRhsBigIneqn=%d", sub->numRhsBigIneqn);
+  if (!sub->rowMapSub && sub->numRhsBigIneqn != 0)
+    fail("Error VerifySubmodel: rowMap is NULL, numRhsBigIneqn=%d should be zero",
+         sub->numRhsBigIneqn);
+  if (sub->colMapSub && sub->numObjBigBounded == 0)
+    fail("Error VerifySubmodel: colMap is not NULL, numObjBigBounded=%d", sub->numObjBigBounded);
+  if (!sub->colMapSub && sub->numObjBigBounded != 0)
+    fail("Error VerifySubmodel: colMap is NULL, numObjBigBounded=%d should be zero",
+         sub->numObjBigBounded);
+
+  auto checkList = [&](const int32_t* idx, int32_t count, int32_t limit, auto isBig,
+                       const char* unmarked, const char* twice) {
+    for (int32_t k = 0; k < count; k++) {
+      const int32_t v = idx[k];
+      if (v < 0 || v >= limit || !isBig(v)) fail(unmarked, k, v);
+      if (k > 0 && idx[k - 1] >= v) fail(twice, k - 1, k, v);
+    }
+  };
+  if (sub->idxRowSub)
+    checkList(sub->idxRowSub, sub->numRhsBigAll, m, bigRow,
+              "Error VerifySubmodel: idxRowSub(%d) = %d is not marked",
+              "Error VerifySubmodel: idxRowSub(%d) = idxRowSub(%d) = %d");
+  if (sub->idxColSub)
+    checkList(sub->idxColSub, sub->numObjBigAll, n, bigCol,
+              "Error VerifySubmodel: idxColSub(%d) = %d is not marked",
+              "Error VerifySubmodel: idxColSub(%d) = idxColSub(%d) = %d");
+  if (status) return status;  // the copies below are indexed through the lists
+
+  QVPool* pool = env->pool;
+  double* work = poolNew<double>(pool, 2 * ((int64_t)m + n) + 1, true);
+  if (!work) return IPM_STATUS_OUT_OF_MEMORY;
+  double* x = work;
+  double* ax = x + n;
+  double* y = ax + m;
+  double* aty = y + m;
+  for (int32_t k = 0; k < sub->numBoundBig && sub->idxBoundSub; k++) {
+    const int32_t j = sub->idxBoundSub[k];
+    if (j < 0 || j >= n || boundStatus(j) == 0) {
+      fail("Error VerifySubmodel: idxBoundSub(%d) = %d should not be marked", k, j);
+      continue;
+    }
+    if (k > 0 && sub->idxBoundSub[k - 1] >= j)
+      fail("Error VerifySubmodel: idxBoundSub(%d) = idxBoundSub(%d) = %d", k - 1, k, j);
+    x[j] = 1.0;
+    const int32_t st = sub->statusBoundSub ? sub->statusBoundSub[k] : 0;
+    if (st < 1 || st > 3) fail("Error VerifySubmodel: unknown statusBoundSub(%d) = %d", k, st);
+    if ((st & SUB_BIG_LOWER) && !(boundStatus(j) & SUB_BIG_LOWER))
+      fail("Error VerifySubmodel: lower(%d)=%15.7g should not be marked", j, model->lower[j]);
+    if ((st & SUB_BIG_UPPER) && !(boundStatus(j) & SUB_BIG_UPPER))
+      fail("Error VerifySubmodel: upper(%d)=%15.7g should not be marked", j, model->upper[j]);
+    if (sub->lowerSub && sub->lowerSub[k] != model->lower[j])
+      fail("Error VerifySubmodel: lowerSub(%d)=%15.7g   model->lower(%d)=%15.7g", k,
+           sub->lowerSub[k], j, model->lower[j]);
+    if (sub->upperSub && sub->upperSub[k] != model->upper[j])
+      fail("Error VerifySubmodel: upperSub(%d)=%15.7g   model->upper(%d)=%15.7g", k,
+           sub->upperSub[k], j, model->upper[j]);
+  }
+  for (int32_t j = 0; j < n; j++) {
+    if (boundStatus(j) && x[j] == 0.0)
+      fail("Error VerifySubmodel: %d  lower=%15.7g upper=%15.7g is not marked", j, model->lower[j],
+           model->upper[j]);
+    x[j] = 0.0;
+  }
+
+  for (int32_t k = 0; k < sub->numRhsBigAll; k++) {
+    const int32_t i = sub->idxRowSub[k];
+    if (sub->rhsSub[k] != model->rhs[i])
+      fail("Error VerifySubmodel: rhsSub(%d)=%15.7g   rhs(%d)=%15.7g", k, sub->rhsSub[k], i,
+           model->rhs[i]);
+    if (sub->rowSenseSub[k] != model->rowSense[i])
+      fail("Error VerifySubmodel: rowSenseSub(%d)=%c   rowSense(%d)=%c", k, sub->rowSenseSub[k], i,
+           model->rowSense[i]);
+  }
+  for (int32_t k = 0; k < sub->numObjBigAll; k++) {
+    const int32_t j = sub->idxColSub[k];
+    if (sub->objSub[k] != model->obj[j])
+      fail("Error VerifySubmodel: objSub(%d)=%15.7g   obj(%d)=%15.7g", k, sub->objSub[k], j,
+           model->obj[j]);
+  }
+
+  // The copies of the big rows and columns against the model's matrix, by
+  // one random product each way.
+  int64_t seed = 1999;
+  for (int32_t j = 0; j < n; j++) x[j] = 2.0 * zranuni(&seed) - 1.0;
+  for (int32_t i = 0; i < m; i++) y[i] = 2.0 * zranuni(&seed) - 1.0;
+  matrixTimesVector(m, n, model->colBegin, model->colLength, model->rowIndex, model->matValue, x,
+                    ax);
+  vectorTimesMatrix(n, model->colBegin, model->colLength, model->rowIndex, model->matValue, y, aty);
+  for (int32_t k = 0; k < sub->numRhsBigAll; k++) {
+    const int32_t i = sub->idxRowSub[k];
+    double act = 0.0, size = 0.0;
+    const int32_t b = sub->rowBeginSub[k], e = b + sub->rowLengthSub[k];
+    for (int32_t p = b; p < e; p++) {
+      act += sub->rowMatValueSub[p] * x[sub->colIndexSub[p]];
+      size += fabs(sub->rowMatValueSub[p] * x[sub->colIndexSub[p]]);
+    }
+    if (fabs(act - ax[i]) <= 1e-12 * fmax(1.0, size)) continue;
+    fail("Error VerifySubmodel: row activity sub(%d)=%15.7g  model(%d)=%15.7g", k, act, i, ax[i]);
+    if (!log) continue;
+    log("=================== sub(%d) ===================", k);
+    for (int32_t p = b; p < e; p++)
+      log("%d: coef=%15.7g  sol=%15.7g", sub->colIndexSub[p], sub->rowMatValueSub[p],
+          x[sub->colIndexSub[p]]);
+    log("=================== model(%d) ===================", i);
+    for (int32_t j = 0; j < n; j++)
+      for (int32_t p = model->colBegin[j]; p < model->colBegin[j] + model->colLength[j]; p++)
+        if (model->rowIndex[p] == i)
+          log("%d: coef=%15.7g  sol=%15.7g", j, model->matValue[p], x[j]);
+  }
+  for (int32_t k = 0; k < sub->numObjBigAll; k++) {
+    const int32_t j = sub->idxColSub[k];
+    double act = 0.0, size = 0.0;
+    for (int32_t p = sub->colBeginSub[k]; p < sub->colBeginSub[k] + sub->colLengthSub[k]; p++) {
+      act += sub->matValueSub[p] * y[sub->rowIndexSub[p]];
+      size += fabs(sub->matValueSub[p] * y[sub->rowIndexSub[p]]);
+    }
+    if (!(fabs(act - aty[j]) <= 1e-12 * fmax(1.0, size)))
+      fail("Error VerifySubmodel: column activity sub(%d)=%15.7g  model(%d)=%15.7g", k, act, j,
+           aty[j]);
+  }
+  poolFree(pool, work);
+  return status;
+}
 
 // The augmented matrix as built: [Q A'; A 0] with A negated, both
 // triangles, the diagonal in place.  Q's off-diagonal part is there only

@@ -34,7 +34,11 @@ void VerifyStatistics(Ipm* ipm, int32_t level);
 int32_t VerifyKKTmatrix(Ipm* ipm, int32_t level);
 int32_t VerifyIneqnEnv(Ipm* ipm, int32_t level);
 int32_t VerifyBoundEnv(Ipm* ipm, int32_t level);
-int32_t VerifyAugValue(Ipm* ipm, int32_t level);
+// The off-diagonal part of an augmented matrix against the model's; null
+// maps keep every column or row.
+int32_t VerifyAugValue(Ipm* ipm, int32_t level, const int32_t* begin, const int32_t* index,
+                       const double* value, const int32_t* colMap, int32_t numColMapped,
+                       const int32_t* rowMap, int32_t numRowMapped);
 // A matrix held in both triangles: every off-diagonal entry has its mirror
 // with the same value.  length null means begin has a closing entry; a
 // negative skip entry leaves that column and row out.
@@ -50,6 +54,13 @@ int32_t VerifyDualFeasible(Ipm* ipm, int32_t level);
 // A starting point x inside its bounds, to (normLower + 1 + normUpper) 1e-10.
 int32_t VerifyBoundFeasible(Ipm* ipm, int32_t level, const double* x);
 int32_t VerifyInitDerivDual(Ipm* ipm, int32_t level);
-int32_t VerifySubmodel(HalvexEnv* env, ipmModel* model, subModel* sub, int32_t level);
+int32_t VerifySubmodel(HalvexEnv* env, int32_t level, ipmModel* model, subModel* sub);
+// A map of the starting point compacted from the sub-model's.
+int32_t VerifyInitRowMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* rowMap,
+                         int32_t numRow);
+int32_t VerifyInitColMap(HalvexEnv* env, int32_t level, const subModel* sub, const int32_t* colMap,
+                         int32_t numCol);
+// Prints how far the point may move along random directions; no caller.
+int32_t VerifyDomainShape(Ipm* ipm, int32_t level);
 
 #endif  // HALVEX_VERIFY_VERIFY_H

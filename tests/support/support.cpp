@@ -2,6 +2,7 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 namespace hxtest {
 
@@ -11,12 +12,21 @@ std::vector<TextLine>& textLines() {
 }
 
 void captureText(const char* format, ...) {
+  // The host's controls go before the text proper, as the host takes them.
+  const char* body = format;
+  std::string prefix;
+  if (strncmp(body, "%7hTRACE: %m", 12) == 0) {
+    body += 12;
+    prefix = "TRACE: ";
+  } else if (body[0] == '%' && body[1] >= '0' && body[1] <= '9' && body[2] == 'z') {
+    body += 3;
+  }
   char buffer[4096];
   va_list args;
   va_start(args, format);
-  vsnprintf(buffer, sizeof buffer, format, args);
+  vsnprintf(buffer, sizeof buffer, body, args);
   va_end(args);
-  textLines().push_back({format, buffer});
+  textLines().push_back({format, prefix + buffer});
 }
 
 bool logged(const std::string& part) {

@@ -28,10 +28,10 @@ class VerifyInput : public HostTest {
   VerifyInput()
       : p({{1, 2, 0}, {0, 1, 1}, {3, 0, 1}}, "ELR", {1, 2, 3}, {1, 1, 1}, {0, 0, 0},
           {10, 10, 10}, {0, 0, 2}) {
-    env.textLog = verifytest::captureLog;
+    env.textLog = hxtest::captureText;
     p.model.reducedCost = reduced.data();
     p.model.rowActivity = activity.data();
-    lines().clear();
+    verifytest::clear();
   }
   int32_t check(int32_t level = 1) { return ipmVerifyInput(&env, level, &p.model); }
   ipmtest::Problem p;
@@ -59,7 +59,7 @@ TEST_F(VerifyInput, SizesAndMissingArrays) {
   EXPECT_TRUE(loggedAround("Error input: numQuadCoef =", "-1"));
   p.model.numQuadCoef = 0;
   p.model.numRow = -2;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_TRUE(loggedAround("Error input: numRow =", "-2"));
   p.model.numRow = 3;
@@ -67,7 +67,7 @@ TEST_F(VerifyInput, SizesAndMissingArrays) {
   p.model.obj = nullptr;
   p.model.rowActivity = nullptr;
   p.model.checkSolverBreak = [](void*) -> int32_t { return 0; };
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error input: numCoef=6 but model->rowIndex=NULL"));
   EXPECT_TRUE(logged("Error input: numCol=3 but model->obj=NULL"));
@@ -84,14 +84,14 @@ TEST_F(VerifyInput, QuadraticConsistency) {
   p.setQuad({{1, 0, 0.5}, {0, 1, 0}, {0.5, 0, 1}});
   p.model.reducedCost = reduced.data();
   p.model.rowActivity = activity.data();
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), 0) << firstError();
   p.model.typeModel = IPM_MODEL_LP;
   p.qIndex[0] = 0;  // on the diagonal: not strictly below
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error input: numQuadCoef=1 but typeModel <> IPM_MODEL_QP"));
   p.model.typeModel = IPM_MODEL_QP;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error input: in column 0, quadRowIndex(0)=0 should between (0, 3)"));
 }
@@ -108,7 +108,7 @@ TEST_F(VerifyInput, MatrixWalk) {
   EXPECT_TRUE(logged("is too big"));
   EXPECT_TRUE(logged("Error input: in column 2, rowIndex(4)=rowIndex(5)=1"));
   EXPECT_TRUE(loggedAround("Error input: input number of nonzero coefficients =", "6, actually value = 4"));
-  lines().clear();
+  verifytest::clear();
   p.colLength[1] = 2;
   p.rowIndex[5] = 2;
   p.matValue[0] = 1.0;
@@ -126,13 +126,13 @@ TEST_F(VerifyInput, RangesAndActivity) {
   EXPECT_TRUE(loggedAround("Error input: range(2) =", "-1 should be non-negative"));
   p.range = {0, 0, 2};
   p.model.range = nullptr;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error input: rowSense(2)='R' but range vector doesn't exist"));
   p.model.range = p.range.data();
   activity[1] = 3.0;
   activity[2] = 4.0;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(), IPM_STATUS_FAILED);
   EXPECT_EQ(errors(), 1);  // the first non-zero ends the check
   EXPECT_TRUE(loggedAround("Error input: rowActivity(1) =", "3 should be zero"));
@@ -147,7 +147,7 @@ class VerifyOutputs : public HostTest {
   VerifyOutputs()
       : p({{1, 1, 0}, {0, 1, 1}, {1, 0, 1}}, "ELR", {2, 3, 4}, {1, 1, 1}, {0, 0, 0},
           {10, 10, 10}, {0, 0, 3}) {
-    env.textLog = verifytest::captureLog;
+    env.textLog = hxtest::captureText;
     p.x = {2, 0, 0};
     p.y = {1, 0, 0};
     p.link();
@@ -163,7 +163,7 @@ class VerifyOutputs : public HostTest {
     sol.ineqnSlack = slack.data();
     p.option.primalTol = p.option.dualTol = 1e-8;
     p.option.gapTol = 1e-8;
-    lines().clear();
+    verifytest::clear();
   }
   int32_t all(int32_t level = 3) {
     int32_t worst = 0;
@@ -206,7 +206,7 @@ TEST_F(VerifyOutputs, SpoiledPointIsReported) {
   EXPECT_TRUE(logged("Error VerifyModelBound: upper residual (1) ="));
   p.x[1] = 0.0;
   p.y[0] = 1.5;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyModelDual(&env, 3, &p.model, &p.option, &sol), IPM_STATUS_FAILED);
   EXPECT_TRUE(loggedAround("Error VerifyModelDual: dual residual (0) =", "0.5"));
   p.y[0] = 1.0;
@@ -215,7 +215,7 @@ TEST_F(VerifyOutputs, SpoiledPointIsReported) {
   zu[2] = 0.5;
   slack[1] = -1.0;
   activity[0] = 2.5;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyOutput(&env, 3, &p.model, &p.option, &sol), IPM_STATUS_FAILED);
   EXPECT_TRUE(loggedAround("Error VerifyOutput: lower dual(0) =", "-0.001 should be non-negative"));
   EXPECT_TRUE(loggedAround("Error VerifyOutput: upper slack(0) =", "-0.001 should be non-negative"));
@@ -239,11 +239,11 @@ TEST_F(VerifyOutputs, RowSignsAndSenses) {
   p.y[2] = 0.5;  // the R row is at neither end once its slack is 1.5
   slack[2] = 1.5;
   activity[2] = 2.5;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyOutput(&env, 3, &p.model, &p.option, &sol), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyOutput: violate range complementarity solDual(2)="));
   p.sense[2] = 'X';
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyOutput(&env, 3, &p.model, &p.option, &sol), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyOutput: unknown row sense(2)=88"));
 }
@@ -256,8 +256,8 @@ namespace {
 // entries under their column, lengths from the closing begin when none.
 TEST(VerifyDumps, ModelEquationAndSolution) {
   HalvexEnv env{};
-  env.textLog = verifytest::captureLog;
-  lines().clear();
+  env.textLog = hxtest::captureText;
+  verifytest::clear();
   const char sense[] = "EG";
   const double rhs[] = {1, 2}, obj[] = {3, 4}, lo[] = {0, -1}, up[] = {5, 6};
   const int32_t begin[] = {0, 1, 3}, index[] = {1, 0, 1};
@@ -278,20 +278,20 @@ TEST(VerifyDumps, ModelEquationAndSolution) {
       "      rowIndex(1)=0   matValue(1)=              8",
       "      rowIndex(2)=1   matValue(2)=              9"};
   EXPECT_EQ(lines(), want);
-  lines().clear();
+  verifytest::clear();
   const int32_t length[] = {1, 1};
   DumpEquation(&env, 2, rhs, 2, begin, length, index, value);
   ASSERT_EQ(lines().size(), 9u);
   EXPECT_EQ(lines()[1], "===== equation rhs: numDim = 2 =====");
   EXPECT_EQ(lines()[4], "===== equation matrix : numCoef = 2 =====");
   EXPECT_EQ(lines()[8], "      rowIndex(1)=0   matValue(1)=              8");
-  lines().clear();
+  verifytest::clear();
   DumpSolution(&env, 1, obj, lo, up, rhs, rhs, 1, obj, lo);
   ASSERT_EQ(lines().size(), 6u);
   EXPECT_EQ(lines()[3],
             "                               lowerDual (0)=              1   upperDual (0)=              1");
   EXPECT_EQ(lines()[5], "   dual(0)=              3   ineqnSlack(0)=              0");
-  lines().clear();
+  verifytest::clear();
   const double diag[] = {2, 3};
   DumpModelQP(&env, 2, diag, 1, begin, length, index, value);
   ASSERT_EQ(lines().size(), 9u);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "ipm/ipm.h"
@@ -41,7 +42,7 @@ struct State {
   Ipm ipm{};
 
   State() {
-    env.textLog = verifytest::captureLog;
+    env.textLog = hxtest::captureText;
     s[0] = 0.0;  // an equation has no slack
     Ipm& p = ipm;
     p.modelType = IPM_MODEL_LP;
@@ -88,7 +89,7 @@ struct State {
     p.scratchA = scratchA.data();
     p.scratchB = scratchB.data();
     computeMeasurement(&ipm);
-    lines().clear();
+    verifytest::clear();
   }
   bool scratchClear() const {
     for (double v : scratchA)
@@ -115,7 +116,7 @@ TEST(VerifyMeasures, SilentOnTheStoredMeasuresAndOnlyFromLevelFive) {
   EXPECT_EQ(count("running debug code......"), 6);
   EXPECT_EQ(count("TRACE:"), 0);  // level 6 and below print no traces
   EXPECT_TRUE(st.scratchClear());
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(st.measures(7), 0);
   EXPECT_TRUE(logged("TRACE: Primal infeasibility = "));
   EXPECT_TRUE(logged("TRACE: Bound  infeasibility = "));
@@ -204,7 +205,7 @@ TEST(VerifyStep, AbsentSidesMustStayZero) {
                      "     0.25 should be zero if upper unbounded"));
   EXPECT_TRUE(logged("lowerDualDelta(2)=             -1 should be zero if lower unbounded"));
   EXPECT_TRUE(logged("ineqnSlackDelta(0)=            0.5 should be zero for equation"));
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifySolution(&st.ipm, 5), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySolution: iteration=4  upper unbounded slack(0)="));
   EXPECT_TRUE(logged("lower unbounded dual delta(2)="));
@@ -230,7 +231,7 @@ TEST(VerifyStep, StepLengthMustBeTightWhenBlocked) {
   EXPECT_EQ(VerifyStepsize(&st.ipm, 0, 5), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyStepsize: iteration=4  primal move not blocked, but alphaPrimal="));
   // Blocked by the lower slack of column 1, which reaches zero: tight.
-  lines().clear();
+  verifytest::clear();
   st.dsl[1] = -0.82;
   st.ipm.blockPrimal = 1;
   EXPECT_EQ(VerifyStepsize(&st.ipm, 0, 5), 0) << firstError();
@@ -239,7 +240,7 @@ TEST(VerifyStep, StepLengthMustBeTightWhenBlocked) {
   EXPECT_EQ(VerifyStepsize(&st.ipm, 0, 5), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyStepsize: iteration=4  index=0  primal step size is not tight"));
   // A step that runs a dual negative.
-  lines().clear();
+  verifytest::clear();
   st.ipm.blockPrimal = 1;
   st.dzu[1] = -1.0;
   EXPECT_EQ(VerifyStepsize(&st.ipm, 0, 5), IPM_STATUS_FAILED);
@@ -259,7 +260,7 @@ TEST(VerifyStart, PointInsideItsBounds) {
   EXPECT_TRUE(logged("Error VerifyBoundFeasible: lower(0) =               0 >          -1e-06"));
   EXPECT_TRUE(logged("Error VerifyBoundFeasible: lower(1) =               1 >             0.5"));
   x = {0.0, 6.0, 0.0};
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(VerifyBoundFeasible(&st.ipm, 5, x.data()), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyBoundFeasible: upper(1) =               5 <               6"));
   EXPECT_EQ(errors(), 1);
@@ -305,15 +306,48 @@ TEST(VerifyStart, PrimalStartSystemIsSolved) {
 
 using VerifyRun = HostTest;
 
+TEST_F(VerifyRun, PartialAugmentedMatrixAgainstTheModel) {
+  State st;
+  st.env.pool = pool;
+  // Whole, and without column 1 and without row 0: the off-diagonal part
+  // must be -A on what is kept, whatever stands on the diagonal.
+  for (int leaveOut = 0; leaveOut < 3; leaveOut++) {
+    std::vector<int32_t> colMap{0, 1, 2}, rowMap{0, 1};
+    if (leaveOut == 1) colMap = {0, -1, 1};
+    if (leaveOut == 2) rowMap = {-1, 0};
+    const int32_t nc = leaveOut == 1 ? 2 : 3, nr = leaveOut == 2 ? 1 : 2;
+    std::vector<int32_t> begin(nc + nr + 1), index(nc + nr + 8), colDiag(3), rowDiag(2);
+    std::vector<double> value(nc + nr + 8);
+    createAugmentMatrixPartial(&st.ipm, begin.data(), index.data(), value.data(), colDiag.data(),
+                               rowDiag.data(), colMap.data(), nc, rowMap.data(), nr);
+    value[colDiag[0]] = 123.0;
+    auto check = [&](int32_t numCol) {
+      return VerifyAugValue(&st.ipm, 1, begin.data(), index.data(), value.data(), colMap.data(),
+                            numCol, rowMap.data(), nr);
+    };
+    verifytest::clear();
+    EXPECT_EQ(check(nc), 0) << leaveOut << ": " << firstError();
+    EXPECT_EQ(VerifyAugValue(&st.ipm, 0, nullptr, nullptr, nullptr, nullptr, 0, nullptr, 0), 0);
+    EXPECT_EQ(check(nc + 1), IPM_STATUS_FAILED);
+    EXPECT_TRUE(logged("Error VerifyAugValue: numColMapped=" + std::to_string(nc + 1) +
+                       ", but counted as " + std::to_string(nc)));
+    value[begin[0] + 1] *= 1.0 + 1e-9;  // an entry of A in column 0
+    verifytest::clear();
+    EXPECT_EQ(check(nc), IPM_STATUS_FAILED);
+    EXPECT_TRUE(logged("Error VerifyAugValue: result(")) << leaveOut;
+  }
+  EXPECT_EQ(liveBlocks(), 0);
+}
+
 TEST_F(VerifyRun, RealSolvesPassEveryIterationCheck) {
-  env.textLog = verifytest::captureLog;
+  env.textLog = hxtest::captureText;
   for (bool quad : {false, true}) {
     ipmtest::Problem p({{1, 1, 0, 1}, {1, -1, 2, 0}, {0, 1, 1, 1}}, "EGL", {4, 1, 6},
                        {1, 2, -1, 0.5}, {0, -1, -1e20, 1}, {1e20, 3, 1e20, 4});
     if (quad)
       p.setQuad({{2, 0.5, 0, 0}, {0.5, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}});
     p.option.verifyLevel = 7;
-    lines().clear();
+    verifytest::clear();
     ipmtest::RunResult r = ipmtest::runSolve(&env, p);
     EXPECT_EQ(r.status, IPM_STATUS_OPTIMAL) << "quad " << quad << ": " << firstError();
     EXPECT_EQ(errors(), 0) << firstError();

@@ -29,8 +29,8 @@ struct Sym {
 class VerifySym : public HostTest {
  protected:
   VerifySym() {
-    env.textLog = verifytest::captureLog;
-    lines().clear();
+    env.textLog = hxtest::captureText;
+    verifytest::clear();
   }
   int32_t check(Sym& m, const int32_t* skip = nullptr, const int32_t* length = nullptr,
                 int32_t numCoef = 7) {
@@ -69,7 +69,7 @@ TEST_F(VerifySym, AsymmetryAndMissingMirrors) {
   m.value[4] = -2.0;
   m.index[1] = 2;  // column 0 now holds (2,0), whose mirror (0,2) is absent
   m.value[1] = 1e-3;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(m), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrix: not symmetric at element col=0 row=2"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: not symmetric at element col=1 row=0"));
@@ -83,18 +83,18 @@ TEST_F(VerifySym, ShapeCountsAndValues) {
   EXPECT_TRUE(logged("Error VerifySymMatrix: in column 1, rowIndex(2)=rowIndex(3)=0"));
   m = Sym();
   m.index[6] = 3;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(m), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrix: in column 2, rowIndex(6)=3 should between (0, 3)"));
   m = Sym();
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(m, nullptr, nullptr, 6), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrix: numCoef=6 <> actual=7"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: numCoef=6 <> colBegin(3)=7"));
   m.value[4] = m.value[5] = 1e20;  // off the diagonal
   m.value[6] = std::numeric_limits<double>::quiet_NaN();
   m.value[1] = m.value[2] = 1e-17;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(m), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(2,1)=1e+20"));
   EXPECT_TRUE(logged("Error VerifySymMatrix: invalid matrix component matValue(2,2)=nan"));
@@ -103,7 +103,7 @@ TEST_F(VerifySym, ShapeCountsAndValues) {
   m = Sym();
   m.value[3] = 1e-30;  // diagonals as small and as large as the iteration makes them
   m.value[0] = 1e25;
-  lines().clear();
+  verifytest::clear();
   EXPECT_EQ(check(m), 0) << firstError();
   EXPECT_EQ(liveBlocks(), 0);
 }

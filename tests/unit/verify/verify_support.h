@@ -1,52 +1,37 @@
-// A text log that keeps its lines, with the host's control prefixes taken
-// off as the host would, for the tests of the checks.
+// Reading the shared text log as the checks' tests want it: formatted lines,
+// and the ones that begin with "Error".
 #ifndef HALVEX_TESTS_VERIFY_SUPPORT_H
 #define HALVEX_TESTS_VERIFY_SUPPORT_H
-
-#include <stdarg.h>
-#include <stdio.h>
-#include <string.h>
 
 #include <string>
 #include <vector>
 
+#include "support/support.h"
+
 namespace verifytest {
 
-inline std::vector<std::string>& lines() {
-  static std::vector<std::string> l;
-  return l;
+inline std::vector<std::string> lines() {
+  std::vector<std::string> texts;
+  for (const hxtest::TextLine& line : hxtest::textLines()) texts.push_back(line.text);
+  return texts;
 }
-
-inline void captureLog(const char* format, ...) {
-  std::string prefix;
-  if (strncmp(format, "%7hTRACE: %m", 12) == 0) {
-    format += 12;
-    prefix = "TRACE: ";
-  } else if (format[0] == '%' && format[1] >= '0' && format[1] <= '9' && format[2] == 'z') {
-    format += 3;
-  }
-  char buffer[1024];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(buffer, sizeof buffer, format, args);
-  va_end(args);
-  lines().push_back(prefix + buffer);
-}
-
+inline void clear() { hxtest::textLines().clear(); }
 inline int count(const std::string& text) {
   int n = 0;
-  for (const std::string& line : lines()) n += line.find(text) != std::string::npos;
+  for (const hxtest::TextLine& line : hxtest::textLines())
+    n += line.text.find(text) != std::string::npos;
   return n;
 }
 inline bool logged(const std::string& text) { return count(text) > 0; }
 inline int errors() {
   int n = 0;
-  for (const std::string& line : lines()) n += line.compare(0, 5, "Error") == 0;
+  for (const hxtest::TextLine& line : hxtest::textLines())
+    n += line.text.compare(0, 5, "Error") == 0;
   return n;
 }
 inline std::string firstError() {
-  for (const std::string& line : lines())
-    if (line.compare(0, 5, "Error") == 0) return line;
+  for (const hxtest::TextLine& line : hxtest::textLines())
+    if (line.text.compare(0, 5, "Error") == 0) return line.text;
   return "";
 }
 
