@@ -399,15 +399,6 @@ TEST_F(LATest, BadPatternsAreRefusedAndOddOnesPlanned) {
   }
   EXPECT_EQ(0, run(d, true));
   EXPECT_EQ(0, run(Pattern{0, {0}, {}, {}}, false));
-
-  // A static permutation asked for without the matching code built in.
-  if (!FindStaticPermAug || !FindStaticPermGen)
-    for (int32_t id : {3, 4}) {
-      LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
-      ASSERT_EQ(0, LA_SetIntParam(e, id, 1));
-      EXPECT_EQ(2, run(p, false, e));
-      LA_FreeLAEnv(&e);
-    }
 }
 
 TEST_F(LATest, OutOfMemoryAtEachAllocation) {
