@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <functional>
 #include <random>
 #include <set>
 #include <vector>
@@ -10,6 +12,8 @@
 #include "host/host.h"
 #include "la/la.h"
 #include "la/la_internal.h"
+#include "la/la_numeric.h"
+#include "support/dense_ref.h"
 #include "support/oom.h"
 #include "support/symbolic_ref.h"
 
@@ -90,7 +94,8 @@ TEST_F(LATest, ParameterLimitsAndRejections) {
 // ---- the analysis driver ------------------------------------------------------
 
 // Checks the plan against a brute-force factor in the analysis order.
-void checkPlan(const Pattern& p, const LASymbolic* sym) {
+// Pivot marks: all single, or pairs on neighbouring positions.
+void checkPlan(const Pattern& p, const LASymbolic* sym, bool allSingle = true) {
   int32_t n = p.n;
   IntVec perm(sym->perm, sym->perm + n);
   for (int32_t k = 0; k < n; k++) ASSERT_EQ(k, sym->invPerm[perm[k]]);
@@ -139,7 +144,15 @@ void checkPlan(const Pattern& p, const LASymbolic* sym) {
   }
   EXPECT_EQ(sym->rowBegin[ns], sym->numRowEntries);
   EXPECT_EQ(sym->factorBegin[ns], sym->numFactorEntries);
-  for (int32_t k = 0; k < n; k++) EXPECT_EQ(-2, sym->pivots[k]);
+  if (!sym->pivots) return;
+  for (int32_t k = 0; k < n; k++) {
+    if (allSingle || sym->pivots[k] == -2) {
+      EXPECT_EQ(-2, sym->pivots[k]) << "position " << k;
+    } else {
+      ASSERT_LT(k + 1, n);
+      EXPECT_EQ(-1, sym->pivots[++k]) << "position " << k;
+    }
+  }
 }
 
 // p with a third of its off-diagonal entries written once or twice more,
@@ -417,6 +430,254 @@ TEST_F(LATest, OutOfMemoryAtEachAllocation) {
     EXPECT_TRUE(r.completed);
     EXPECT_EQ(0, r.finalStatus);
     EXPECT_GT(r.refusedRuns, 5);
+  }
+}
+
+// Every allocation refused in turn; the library reports it as 1.
+hxtest::OomSweep::Result laOomSweep(hxhost::Host& host,
+                                    const std::function<int32_t(hxtest::OomProbe&)>& body) {
+  hxtest::OomSweep sweep(host);
+  sweep.expected = 1;
+  return sweep.run(body);
+}
+
+// ---- static permutations ---------------------------------------------------------
+
+// kktPattern with values: H diagonal, A entries of both signs, a tiny
+// negative diagonal on the constraint rows.
+Pattern withKktValues(Pattern p, int32_t n1) {
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++) {
+      int32_t i = p.rowIndex[q], lo = std::min(i, j), hi = std::max(i, j);
+      p.value[q] = i == j ? (j < n1 ? 1.0 + j % 3 : -1e-8) : ((lo * 7 + hi * 3) % 5 - 2.5) * 0.4;
+    }
+  return p;
+}
+
+// The matching's pairs stay neighbours through ordering, expansion and
+// postorder, and the plan factors to the accuracy of the plain one.
+TEST_F(LATest, StaticPermutationsKeepPairsAdjacentAndSolveAsWell) {
+  const int32_t n1 = 40, n2 = 25;
+  Pattern p = withKktValues(kktPattern(n1, n2, 9), n1);
+  int32_t n = p.n, nnz = p.colBegin[n];
+  std::vector<double> b(n), res(n);
+  for (int32_t i = 0; i < n; i++) b[i] = 1.0 + i % 7;
+  struct Case { int32_t gen, aug, constrained, method; };
+  const Case cases[] = {{0, 0, 0, -1}, {1, 0, 0, -1}, {0, 1, 0, -1}, {1, 1, 1, 2}, {1, 0, 1, 2},
+                        {0, 1, 0, 0}};
+  double plainResidual = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "gen " << c.gen << " aug " << c.aug << " constrained "
+                                    << c.constrained << " method " << c.method);
+    LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
+    for (auto [id, v] : {std::pair{3, c.gen}, {4, c.aug}, {5, n1}, {2, c.constrained},
+                         {7, c.method}, {8, 1}, {15, 0}})
+      ASSERT_EQ(0, LA_SetIntParam(e, id, v));
+    IntVec perm0(n), piv(n, -2), iw(5 * n);
+    std::vector<double> dw(nnz + 2 * n);
+    int32_t ns = n, np = 0;
+    if (c.aug) {
+      ASSERT_EQ(0, FindStaticPermAug(pool, n, n1, n2, p.colBegin.data(), p.rowIndex.data(),
+                                     p.value.data(), 1, perm0.data(), &ns, &np, piv.data(),
+                                     iw.data(), dw.data()));
+    } else if (c.gen) {
+      ASSERT_EQ(0, FindStaticPermGen(pool, n, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                     1, perm0.data(), &ns, &np, piv.data(), iw.data(), dw.data()));
+    }
+    if (c.aug) {
+      EXPECT_EQ(n2, np);
+    } else if (c.gen) {
+      EXPECT_GT(np, 0);  // the tiny diagonal of the constraint rows is passed over
+    }
+    LASymbolic* sym = nullptr;
+    LANumeric* num = nullptr;
+    ASSERT_EQ(0, analyse(p, &sym, &num, e, true));
+    checkPlan(p, sym, np == 0);
+    for (int32_t k = 0; k < n; k++)
+      if (piv[k] == -1) {
+        int32_t at = sym->invPerm[perm0[k]];
+        EXPECT_EQ(at + 1, sym->invPerm[perm0[k + 1]]) << "pair at " << k;
+        EXPECT_EQ(-1, sym->pivots[at]);
+        k++;
+      }
+    ASSERT_EQ(0, LA_FactorMatrixLDL(0, n, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                    e, sym, num));
+    std::vector<double> x = b;
+    int32_t st = LA_SolveMatrixLDL(0, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                   x.data(), e, sym, num);
+    EXPECT_TRUE(st == 0 || st == 6 || st == 7) << st;
+    double r = LA_CalculateInfNormResidual(n, p.colBegin.data(), p.rowIndex.data(),
+                                           p.value.data(), x.data(), b.data(), res.data());
+    if (np == 0) plainResidual = r;
+    EXPECT_LE(r, 100 * plainResidual + 1e-15);
+    LA_CleanUpLDL(e, &sym, &num);
+    LA_FreeLAEnv(&e);
+  }
+
+  // The matching weighs values; every allocation of the matched and
+  // constrained route refused in turn.
+  for (int32_t id : {3, 4, 5, 2}) ASSERT_EQ(0, LA_SetIntParam(env, id, id == 5 ? n1 : 1));
+  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_ORDERING_METHOD, 2));
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  EXPECT_EQ(2, analyse(p, &sym, &num));
+  LA_CleanUpLDL(env, &sym, &num);
+  hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe& probe) {
+    int32_t status = analyse(p, &sym, &num, nullptr, true);
+    probe.disarm();
+    LA_CleanUpLDL(env, &sym, &num);
+    return status;
+  });
+  EXPECT_TRUE(r.completed);
+  EXPECT_EQ(0, r.finalStatus);
+}
+
+// ---- the Cholesky path --------------------------------------------------------------
+
+TEST_F(LATest, CholeskyPlanAgreesWithTheLdlPlan) {
+  for (uint32_t seed = 1; seed <= 8; seed++) {
+    Pattern p = seed == 8 ? blockArrow(2, 150, 100) : randomPattern(30 + 10 * seed, 0.06, seed);
+    int32_t method = seed % 4 == 3 ? -1 : (int32_t)seed % 4;
+    SCOPED_TRACE(testing::Message() << "seed " << seed << " method " << method);
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, seed == 8 ? 2 : 1));
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_USE_CONSTRAINED_ORDERING, method == 2 && seed > 4));
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_CHOL_PARAM, 1 + (int32_t)seed));
+    int64_t before = live();
+    LASymbolic *ls = nullptr, *cs = nullptr;
+    LANumeric *ln = nullptr, *cn = nullptr;
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_ORDERING_METHOD, method));
+    ASSERT_EQ(0, analyse(p, &ls, &ln));
+    ASSERT_EQ(0, LA_AnalyzeMatrixCholesky(p.n, p.colBegin.data(), p.rowIndex.data(), env, &cs, &cn));
+    int32_t used = env->orderingMethod;
+    if (method == -1) {
+      EXPECT_TRUE(used >= 0 && used <= 3) << used;  // the choice, written back
+    }
+    EXPECT_EQ(0, cs->kind);
+    EXPECT_EQ(nullptr, cs->pivots);
+    EXPECT_EQ(1 + (int32_t)seed, cs->cholParam);
+    checkPlan(p, cs);
+    // The same order and symbolic counts; only the supernode relaxation
+    // rules of the two paths differ.
+    EXPECT_TRUE(std::equal(ls->perm, ls->perm + p.n, cs->perm));
+    EXPECT_EQ(ls->estFactorEntries, cs->estFactorEntries);
+    EXPECT_EQ(ls->estOperations, cs->estOperations);
+    if (seed == 8) {
+      EXPECT_EQ(1, cs->threaded);
+      EXPECT_EQ(1000, cs->taskCapacity);
+      EXPECT_EQ(0, cs->panelBufferSize);
+      EXPECT_NE(nullptr, cs->cholInfo);
+      EXPECT_GT(cs->numLeaves, 0);
+    } else {
+      EXPECT_EQ(0, cs->threaded);
+      for (int32_t s = 0; s < cs->numSNodes; s++)
+        for (int32_t k = 0; k < laSNodeCols(cs, s); k++)
+          cs->factor[cs->factorBegin[s] + k * (laSNodeRows(cs, s) + 1)] = cs->snodeStart[s] + k;
+      std::vector<double> diag(p.n, -1.0);
+      GetLFactorDiagonalChol(cs, diag.data());
+      for (int32_t k = 0; k < p.n; k++) EXPECT_EQ(k, diag[k]);
+    }
+    LA_CleanUpLDL(env, &ls, &ln);
+    LA_CleanUpCholesky(env, &cs, &cn);
+    EXPECT_EQ(before, live());
+    hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe& probe) {
+      env->orderingMethod = seed == 8 ? 2 : method;
+      int32_t status = LA_AnalyzeMatrixCholesky(p.n, p.colBegin.data(), p.rowIndex.data(), env,
+                                                &cs, &cn);
+      probe.disarm();
+      LA_CleanUpCholesky(env, &cs, &cn);
+      return status;
+    });
+    EXPECT_TRUE(r.completed && r.finalStatus == 0 && r.refusedRuns >= 4)
+        << r.completed << " " << r.finalStatus << " " << r.refusedRuns;
+  }
+}
+
+TEST_F(LATest, MatrixHelpersAgainstDenseProducts) {
+  std::mt19937 rng(3);
+  for (auto [rows, cols] : {std::pair{7, 5}, {6, 1}, {1, 4}, {12, 12}}) {
+    SCOPED_TRACE(testing::Message() << rows << " by " << cols);
+    IntVec begin{0}, index;
+    std::vector<double> value;
+    for (int32_t j = 0; j < cols; j++) {
+      for (int32_t i = 0; i < rows; i++)
+        if (i != 2 && (cols == 1 || rng() % 3 == 0)) {
+          index.push_back(i);
+          value.push_back((double)(rng() % 9) - 4.0 + 0.5);
+        }
+      begin.push_back((int32_t)index.size());
+    }
+    hxtest::Dense a = hxtest::denseFromCsc(rows, cols, begin.data(), index.data(), value.data());
+    int32_t nnz = -1, *pb = nullptr, *pi = nullptr;
+    double* pv = nullptr;
+    std::vector<double> dw(rows);
+    IntVec iw(rows);
+    ASSERT_EQ(0, LA_CreateAAt(cols, rows, begin.data(), index.data(), value.data(), &nnz, &pb, &pi,
+                              &pv, dw.data(), iw.data(), pool));
+    hxtest::Dense got = hxtest::denseFromCsc(rows, rows, pb, pi, pv);
+    int32_t structural = 0;
+    for (int32_t i = 0; i < rows; i++)
+      for (int32_t k = 0; k < rows; k++) {
+        double want = 0;
+        bool shared = false;
+        for (int32_t j = 0; j < cols; j++) {
+          want += a[i][j] * a[k][j];
+          shared |= a[i][j] != 0 && a[k][j] != 0;
+        }
+        structural += shared;
+        EXPECT_DOUBLE_EQ(want, got[i][k]);
+      }
+    EXPECT_EQ(structural, nnz);
+    if (rows > 2) {
+      EXPECT_EQ(pb[2], pb[3]);  // a row of zeros: an empty column
+    }
+    if (cols == 1) {
+      EXPECT_EQ(begin[1] * begin[1], nnz);
+    }
+
+    // Its upper triangle back to both, and the norms of both storages.
+    IntVec ub{0}, ui;
+    std::vector<double> uv;
+    for (int32_t j = 0; j < rows; j++) {
+      for (int32_t i = 0; i <= j; i++)
+        if (got[i][j] != 0) ui.push_back(i), uv.push_back(got[i][j]);
+      ub.push_back((int32_t)ui.size());
+    }
+    int32_t *fb = nullptr, *fi = nullptr;
+    double* fv = nullptr;
+    ASSERT_EQ(0, LA_ConvertUpperToFull(rows, ub.data(), ui.data(), uv.data(), &fb, &fi, &fv,
+                                       iw.data(), pool));
+    EXPECT_EQ(got, hxtest::denseFromCsc(rows, rows, fb, fi, fv));
+    double norm = 0;
+    for (int32_t j = 0; j < rows; j++) {
+      double sum = 0;
+      for (int32_t i = 0; i < rows; i++) sum += std::fabs(got[i][j]);
+      norm = std::max(norm, sum);
+    }
+    EXPECT_DOUBLE_EQ(norm, Get1NormOfMatrix(rows, fb, fv));
+    EXPECT_DOUBLE_EQ(norm, Get1NormOfLowerTriangMatrix(rows, ub.data(), ui.data(), uv.data(),
+                                                       dw.data()));
+    poolFree(pool, pv);
+    poolFree(pool, fv);
+
+    // Pattern-only transpose, and every allocation of the two builders refused.
+    IntVec tb(rows + 1), ti(begin[cols]), ci(cols);
+    LA_TransposeMatrix(cols, rows, begin.data(), index.data(), nullptr, iw.data(), tb.data(),
+                       ti.data(), nullptr);
+    for (int32_t i = 0; i < rows; i++)
+      for (int32_t q = tb[i]; q < tb[i + 1]; q++) EXPECT_NE(0.0, a[i][ti[q]]);
+    EXPECT_EQ(begin[cols], tb[rows]);
+    for (int32_t which = 0; which < 2; which++) {
+      hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe&) {
+        int32_t status = which == 0 ? LA_CreateAAt(cols, rows, begin.data(), index.data(),
+                                                   value.data(), &nnz, &pb, &pi, &pv, dw.data(),
+                                                   iw.data(), pool)
+                                    : LA_ConvertUpperToFull(rows, ub.data(), ui.data(), uv.data(),
+                                                            &pb, &pi, &pv, iw.data(), pool);
+        if (status == 0) poolFree(pool, pv);
+        return status;
+      });
+      EXPECT_TRUE(r.completed && r.finalStatus == 0 && r.refusedRuns == 2 - which);
+    }
   }
 }
 
