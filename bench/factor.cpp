@@ -504,8 +504,8 @@ int staticTable(const std::string& out, int reps) {
               "useStaticPermAug with numLeadingRows = columns; constrained: that with "
               "useConstrainedOrdering on nested dissection. perturbed: pivots replaced by the "
               "factor. steps: fewest plain refinement steps (FGMRES off) to a backward error of "
-              "1e-14, - when 20 do not reach it. Status 5: a vertex of the larger block without "
-              "entries in the off-diagonal block, or a column without a finite cost.\n\n"
+              "1e-14, - when 20 do not reach it. Status 5 (augmented): an empty constraint row or a "
+              "column in no constraint, which the matching of the two blocks refuses.\n\n"
               "| matrix | n | static permutation | status | pairs | perturbed | factor entries | "
               "factor (s) | steps | residual |\n|---|---|---|---|---|---|---|---|---|---|\n",
           reps);
@@ -528,8 +528,8 @@ int staticTable(const std::string& out, int reps) {
                 r.residual);
       printf("%-10s n %7d %-24s status %d pairs %6d perturbed %5d fill %.3g factor %.4f steps %s "
              "res %.1e\n",
-             m.name.c_str(), m.n, names[option], r.status, r.pairs, r.perturbed, r.fill, r.factor,
-             steps.c_str(), r.residual);
+             m.name.c_str(), m.n, names[option], r.status, r.pairs, r.perturbed, r.fill,
+             r.status ? 0.0 : r.factor, steps.c_str(), r.residual);
       fflush(stdout);
     }
   }
