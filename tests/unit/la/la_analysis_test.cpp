@@ -457,7 +457,7 @@ Pattern withKktValues(Pattern p, int32_t n1) {
 // The matching's pairs stay neighbours through ordering, expansion and
 // postorder, and the plan factors to the accuracy of the plain one.
 TEST_F(LATest, StaticPermutationsKeepPairsAdjacentAndSolveAsWell) {
-  const int32_t n1 = 40, n2 = 25;
+  const int32_t n1 = 200, n2 = 100;
   Pattern p = withKktValues(kktPattern(n1, n2, 9), n1);
   int32_t n = p.n;
   std::vector<double> b(n), res(n);
