@@ -5,7 +5,8 @@
 # to bench/results:
 #   factor.csv, factor.md                  one thread each, against CHOLMOD
 #   factor_threads.csv, factor_threads.md  1 and 2 threads
-# The argument picks the tables: all (default), peers or threads.  The BLAS
+#   factor_static.csv, factor_static.md    with and without static permutations
+# The argument picks the tables: all (default), peers, threads or static.  The BLAS
 # starts on one thread; the thread table sets it per row itself.
 set -e
 ROOT=$(cd "$(dirname "$0")/.." && pwd)

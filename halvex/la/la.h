@@ -239,4 +239,47 @@ HALVEX_EXPORT int32_t LA_SolveMatrixLDL(int32_t mode, const int32_t* colBegin,
 //   numeric   [in]  address of the numeric record; likewise
 HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric);
 
+// ---- the Cholesky path: analysis and matrix helpers ------------------------------
+// For symmetric positive definite matrices such as A A'.  Only the analysis
+// exists: the plan has the same records as the LDL path, with no pivots.
+
+// Ordering and symbolic factorisation of one pattern, both triangles stored.
+// Writes the ordering method used back to env->orderingMethod.  The records
+// exist as soon as they are made: LA_CleanUpCholesky after any result.
+//   n, colBegin, rowIndex  [in]  as for LA_AnalyzeMatrixLDL
+//   env       [in,out] pool; ids 0, 1, 2, 6, 7; id 7 receives the method
+//   symbolic  [out] the plan; numeric [out] its companion record
+HALVEX_EXPORT int32_t LA_AnalyzeMatrixCholesky(int32_t n, const int32_t* colBegin,
+                                               const int32_t* rowIndex, LAEnv* env,
+                                               LASymbolic** symbolic, LANumeric** numeric);
+// Gives a Cholesky plan back to the pool; the caller's pointers stay set.
+HALVEX_EXPORT void LA_CleanUpCholesky(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric);
+// A A' of the n by m matrix A (m columns).  The result is one pool block
+// that starts at *outValue (free that pointer), with *outIndex and
+// *outBegin (n+1) inside it; rows of a column come in order of first visit,
+// not sorted.  LA_OK, LA_ERR_MEMORY (also when the result would pass 2^31
+// bytes; nothing is then left allocated) or LA_ERR_INTERNAL for null or
+// negative arguments.
+//   dblWork [workspace] n doubles; intWork [workspace] n ints
+HALVEX_EXPORT int32_t LA_CreateAAt(int32_t m, int32_t n, const int32_t* colBegin,
+                                   const int32_t* rowIndex, const double* value, int32_t* outNnz,
+                                   int32_t** outBegin, int32_t** outIndex, double** outValue,
+                                   double* dblWork, int32_t* intWork, QVPool* pool);
+// The transpose of a numRows by numCols matrix into the caller's arrays
+// (outBegin numRows+1, outIndex and outValue colBegin[numCols]); with value
+// null the pattern only.  Rows of each output column come out ascending.
+//   intWork [workspace] numRows ints
+HALVEX_EXPORT void LA_TransposeMatrix(int32_t numCols, int32_t numRows, const int32_t* colBegin,
+                                      const int32_t* rowIndex, const double* value,
+                                      int32_t* intWork, int32_t* outBegin, int32_t* outIndex,
+                                      double* outValue);
+// Both triangles from a symmetric matrix stored once per pair of entries.
+// The result is one pool block starting at *outValue, as for LA_CreateAAt.
+// LA_OK, LA_ERR_MEMORY or LA_ERR_INTERNAL.
+//   intWork [workspace] n ints
+HALVEX_EXPORT int32_t LA_ConvertUpperToFull(int32_t n, const int32_t* colBegin,
+                                            const int32_t* rowIndex, const double* value,
+                                            int32_t** outBegin, int32_t** outIndex,
+                                            double** outValue, int32_t* intWork, QVPool* pool);
+
 #endif

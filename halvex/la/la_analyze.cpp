@@ -5,24 +5,8 @@
 #include "la/la_internal.h"
 #include "ordering/ordering.h"
 
-namespace {
-
-inline int64_t align16Down(int64_t bytes) { return bytes & ~(int64_t)15; }
-inline int64_t align16Up(int64_t bytes) { return (bytes + 15) & ~(int64_t)15; }
-
-// A pool block of at least one slot, so that an empty array is not taken
-// for a refusal.
-void* laAlloc(QVPool* pool, int64_t bytes, uint32_t flags = 0) {
-  return poolAlloc(pool, bytes > 16 ? bytes : 16, flags);
-}
-
-void laFree(QVPool* pool, void* block) {
-  if (block) poolFree(pool, block);
-}
-
-// Bad input is reported, never followed: begins must be monotone from 0
-// and every row must be inside the matrix.
-bool patternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowIndex) {
+// Bad input is reported, never followed.
+bool laPatternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowIndex) {
   if (n < 0 || !colBegin) return false;
   if (n == 0) return true;
   if (colBegin[0] != 0) return false;
@@ -33,6 +17,8 @@ bool patternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowI
     if (rowIndex[p] < 0 || rowIndex[p] >= n) return false;
   return true;
 }
+
+namespace {
 
 // Expands the ordering of the compressed graph to all n positions.  perm
 // and invPerm hold the compressed order on entry; pivots holds one marker
@@ -90,10 +76,12 @@ int32_t expandOrder(int32_t n, int32_t nc, LASymbolic* sym, const int32_t* perm0
   return LA_OK;
 }
 
+}  // namespace
+
 // The re-ordering of a nested-dissection result inside its blocks.  Its
 // eleven work arrays are taken from the pool for the one call: the path is
 // off by default and would otherwise size the analysis block for everyone.
-int32_t constrainedReorder(LAEnv* env, int32_t nc, int32_t numDense,
+int32_t laConstrainedReorder(LAEnv* env, int32_t nc, int32_t numDense,
                            int32_t* cBegin, int32_t* cIndex, int32_t capacity,
                            const int32_t* blockLabel, LASymbolic* sym, int32_t* tmp) {
   int32_t m = nc - numDense;
@@ -130,8 +118,6 @@ int32_t constrainedReorder(LAEnv* env, int32_t nc, int32_t numDense,
   laFree(env->pool, area);
   return LA_OK;
 }
-
-}  // namespace
 
 int32_t InitMemoryAndStructsLDL(LAEnv* env, int32_t n, int32_t nnz, LASymbolic** symbolic,
                                 LANumeric** numeric) {
@@ -278,7 +264,7 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
   *symbolic = nullptr;
   *numeric = nullptr;
   if (!env || !env->pool) return LA_ERR_INTERNAL;
-  if (!patternIsWellFormed(n, colBegin, rowIndex)) return LA_ERR_INTERNAL;
+  if (!laPatternIsWellFormed(n, colBegin, rowIndex)) return LA_ERR_INTERNAL;
   int32_t nnz = n > 0 ? colBegin[n] : 0;
   QVPool* pool = env->pool;
 
@@ -315,15 +301,14 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
   // 2. Static permutation, if asked for; otherwise every vertex is single.
   int32_t numSingle = n, numPair = 0;
   if (env->useStaticPermAug || env->useStaticPermGen) {
+    if (nnz > 0 && !value) return LA_ERR_INTERNAL;  // the matching weighs values
     // The matching reads values; its work lives in the free second section.
     double* dblWork = static_cast<double*>(num->block2);
     if (env->useStaticPermAug) {
-      if (!FindStaticPermAug) return LA_ERR_INTERNAL;  // matching not built in
       status = FindStaticPermAug(pool, n, env->numLeadingRows, n - env->numLeadingRows, colBegin,
                                  rowIndex, value, env->requirePerfect, perm0, &numSingle,
                                  &numPair, sym->pivots, workspace, dblWork);
     } else {
-      if (!FindStaticPermGen) return LA_ERR_INTERNAL;  // matching not built in
       status = FindStaticPermGen(pool, n, colBegin, rowIndex, value, env->requirePerfect, perm0,
                                  &numSingle, &numPair, sym->pivots, workspace, dblWork);
     }
@@ -378,7 +363,7 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
                                    cIndex, workspace);
     if (status) return status;
     if (numDense < 0 || numDense > nc) return LA_ERR_INTERNAL;
-    status = constrainedReorder(env, nc, numDense, cBegin, cIndex, capacity, blockLabel, sym,
+    status = laConstrainedReorder(env, nc, numDense, cBegin, cIndex, capacity, blockLabel, sym,
                                 workspace);
     if (status) return status;
   }
@@ -506,11 +491,7 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
   return LA_OK;
 }
 
-HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric) {
-  if (!env || !env->pool) return;
-  QVPool* pool = env->pool;
-  LASymbolic* sym = symbolic ? *symbolic : nullptr;
-  LANumeric* num = numeric ? *numeric : nullptr;
+void laReleasePlan(QVPool* pool, LASymbolic* sym, LANumeric* num) {
   if (num) {
     laFree(pool, num->block);
     laFree(pool, num->panelBuffers);
@@ -542,4 +523,9 @@ HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** 
   }
   laFree(pool, sym);
   laFree(pool, num);
+}
+
+HALVEX_EXPORT void LA_CleanUpLDL(LAEnv* env, LASymbolic** symbolic, LANumeric** numeric) {
+  if (!env || !env->pool) return;
+  laReleasePlan(env->pool, symbolic ? *symbolic : nullptr, numeric ? *numeric : nullptr);
 }

@@ -8,6 +8,7 @@
 
 #include "frame/qv.h"
 #include "la/la.h"
+#include "ordering/ordering.h"
 
 // Solved panels of the threaded path.
 struct LASlotPool {
@@ -113,6 +114,20 @@ inline LABlockShape laBlockShape(const LASymbolic* sym, int32_t s) {
   return b;
 }
 
+// ---- pool helpers ----------------------------------------------------------------
+
+inline int64_t align16Down(int64_t bytes) { return bytes & ~(int64_t)15; }
+inline int64_t align16Up(int64_t bytes) { return (bytes + 15) & ~(int64_t)15; }
+
+// A pool block of at least one slot, so that an empty array is not taken
+// for a refusal.
+inline void* laAlloc(QVPool* pool, int64_t bytes, uint32_t flags = 0) {
+  return poolAlloc(pool, bytes > 16 ? bytes : 16, flags);
+}
+inline void laFree(QVPool* pool, void* block) {
+  if (block) poolFree(pool, block);
+}
+
 // ---- analysis driver ----------------------------------------------------------
 
 int32_t InitMemoryAndStructsLDL(LAEnv* env, int32_t n, int32_t nnz, LASymbolic** symbolic,
@@ -130,24 +145,33 @@ int32_t PermuteCompressMatrix(int32_t n, const int32_t* colBegin, const int32_t*
 int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
                           const double* value, LAEnv* env, LASymbolic** symbolic,
                           LANumeric** numeric, int32_t forcedThreads, int32_t forcedBlockSize);
+// Begins monotone from 0 and every row inside the matrix.
+bool laPatternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowIndex);
+// Re-orders a nested-dissection result inside its blocks with nd_camf.  The
+// graph (cBegin, cIndex, capacity entries) is the one that was ordered, in
+// the ordered numbering; sym->perm and invPerm hold the order, numDense
+// vertices at its end.  tmp: nc entries.
+int32_t laConstrainedReorder(LAEnv* env, int32_t nc, int32_t numDense, int32_t* cBegin,
+                             int32_t* cIndex, int32_t capacity, const int32_t* blockLabel,
+                             LASymbolic* sym, int32_t* tmp);
+// Gives every block of a plan, LDL or Cholesky, back to the pool; either
+// record may be null or partly built.
+void laReleasePlan(QVPool* pool, LASymbolic* sym, LANumeric* num);
 // Task capacity of the threaded scheduler from the leaf count.
 int32_t ChooseTaskCapacity(int32_t numLeaves, int32_t numSNodes);
 
-// Static permutations by matching.  Declared weak: the analysis checks for
-// their presence before it uses them.  intWork holds at least 5n entries and
-// dblWork one double per stored entry and 2n more.
-int32_t FindStaticPermGen(QVPool* pool, int32_t n, const int32_t* colBegin,
-                                       const int32_t* rowIndex, const double* value,
-                                       int32_t requirePerfect, int32_t* perm0,
-                                       int32_t* numSingle, int32_t* numPair, int32_t* pivots,
-                                       int32_t* intWork, double* dblWork)
-    __attribute__((weak, visibility("hidden")));
-int32_t FindStaticPermAug(QVPool* pool, int32_t n, int32_t n1, int32_t n2,
-                                       const int32_t* colBegin, const int32_t* rowIndex,
-                                       const double* value, int32_t requirePerfect,
-                                       int32_t* perm0, int32_t* numSingle, int32_t* numPair,
-                                       int32_t* pivots, int32_t* intWork, double* dblWork)
-    __attribute__((weak, visibility("hidden")));
+// ---- the Cholesky path ---------------------------------------------------------
+
+int32_t InitMemoryAndStructsCholesky(LAEnv* env, int32_t n, int32_t nnz, LASymbolic** symbolic,
+                                     LANumeric** numeric);
+// Largest column sum of magnitudes of the symmetric matrix whose one
+// triangle is stored.  dblWork: n doubles.
+double Get1NormOfLowerTriangMatrix(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                                   const double* value, double* dblWork);
+// Largest column sum of magnitudes of a matrix stored in full.
+double Get1NormOfMatrix(int32_t n, const int32_t* colBegin, const double* value);
+// The diagonal of the factor in the sequential storage, in analysis order.
+void GetLFactorDiagonalChol(const LASymbolic* sym, double* diagonal);
 
 // ---- symbolic steps -------------------------------------------------------------
 

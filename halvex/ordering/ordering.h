@@ -200,4 +200,45 @@ void mmd(int32_t n, int32_t* adjBegin, int32_t* adjIndex, int32_t* invp, int32_t
          int32_t delta, int32_t* head, int32_t* size, int32_t* list, int32_t* marker,
          int32_t maxint);
 
+// ---- static permutations by matching ---------------------------------------------
+// The matrix comes column-compressed with both triangles.  On success perm0
+// lists the vertices with each pair's two members next to each other, and
+// pivots marks each position -2 (single) or -1 (member of a pair).  Results:
+// ORDERING_OK; ORDERING_UNFIT for an empty column, a column of zeros, a row
+// without a finite cost, or no perfect matching under requirePerfect;
+// ORDERING_SIZE for inconsistent sizes; ORDERING_NOMEM when the heap of the
+// augmenting search is refused.  intWork: 5n ints; dblWork: colBegin[n] + 2n
+// doubles.  value is read, nothing else of the caller's is kept.
+
+// A maximum-product transversal of the whole matrix, its cycles split into
+// pairs and singles.
+int32_t FindStaticPermGen(QVPool* pool, int32_t n, const int32_t* colBegin,
+                          const int32_t* rowIndex, const double* value, int32_t requirePerfect,
+                          int32_t* perm0, int32_t* numSingle, int32_t* numPair, int32_t* pivots,
+                          int32_t* intWork, double* dblWork);
+// For [A B'; B C] with blocks of n1 and n2 vertices: every vertex of the
+// smaller block is paired with one of the other through B; the rest of the
+// larger block stays single.  n1 + n2 must be n.
+int32_t FindStaticPermAug(QVPool* pool, int32_t n, int32_t n1, int32_t n2,
+                          const int32_t* colBegin, const int32_t* rowIndex, const double* value,
+                          int32_t requirePerfect, int32_t* perm0, int32_t* numSingle,
+                          int32_t* numPair, int32_t* pivots, int32_t* intWork, double* dblWork);
+// A cheap matching on the tight entries of the costs reduced by their row
+// and column minima (cost is reduced in place; matched entries end at 0).
+// nRows >= nCols.  rowMin: nRows doubles; listHead: nCols ints.  Returns
+// ORDERING_OK or ORDERING_UNFIT (a row without a finite cost).
+int32_t FindInitialMatching(int32_t nRows, int32_t nCols, const int32_t* colBegin,
+                            const int32_t* rowIndex, double* cost, double* rowMin,
+                            int32_t* colMatch, int32_t* rowMatch, int32_t* matched,
+                            int32_t* listHead);
+// Completes a matching by shortest augmenting paths on the reduced costs.
+// Without requirePerfect, columns left without a path take the lowest free
+// rows so that colMatch is complete; *matched keeps the true count.
+// intWork: nCols + 2 nRows ints; dist: nRows doubles.
+int32_t FindColPerfectMatching(QVPool* pool, int32_t nRows, int32_t nCols,
+                               const int32_t* colBegin, const int32_t* rowIndex,
+                               int32_t requirePerfect, const double* cost, int32_t* colMatch,
+                               int32_t* rowMatch, int32_t* matched, int32_t* intWork,
+                               double* dist);
+
 #endif

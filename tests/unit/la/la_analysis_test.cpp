@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <functional>
 #include <random>
 #include <set>
 #include <vector>
@@ -10,6 +12,8 @@
 #include "host/host.h"
 #include "la/la.h"
 #include "la/la_internal.h"
+#include "la/la_numeric.h"
+#include "support/dense_ref.h"
 #include "support/oom.h"
 #include "support/symbolic_ref.h"
 
@@ -90,7 +94,8 @@ TEST_F(LATest, ParameterLimitsAndRejections) {
 // ---- the analysis driver ------------------------------------------------------
 
 // Checks the plan against a brute-force factor in the analysis order.
-void checkPlan(const Pattern& p, const LASymbolic* sym) {
+// Pivot marks: all single, or pairs on neighbouring positions.
+void checkPlan(const Pattern& p, const LASymbolic* sym, bool allSingle = true) {
   int32_t n = p.n;
   IntVec perm(sym->perm, sym->perm + n);
   for (int32_t k = 0; k < n; k++) ASSERT_EQ(k, sym->invPerm[perm[k]]);
@@ -139,7 +144,15 @@ void checkPlan(const Pattern& p, const LASymbolic* sym) {
   }
   EXPECT_EQ(sym->rowBegin[ns], sym->numRowEntries);
   EXPECT_EQ(sym->factorBegin[ns], sym->numFactorEntries);
-  for (int32_t k = 0; k < n; k++) EXPECT_EQ(-2, sym->pivots[k]);
+  if (!sym->pivots) return;
+  for (int32_t k = 0; k < n; k++) {
+    if (allSingle || sym->pivots[k] == -2) {
+      EXPECT_EQ(-2, sym->pivots[k]) << "position " << k;
+    } else {
+      ASSERT_LT(k + 1, n);
+      EXPECT_EQ(-1, sym->pivots[++k]) << "position " << k;
+    }
+  }
 }
 
 // p with a third of its off-diagonal entries written once or twice more,
@@ -399,15 +412,6 @@ TEST_F(LATest, BadPatternsAreRefusedAndOddOnesPlanned) {
   }
   EXPECT_EQ(0, run(d, true));
   EXPECT_EQ(0, run(Pattern{0, {0}, {}, {}}, false));
-
-  // A static permutation asked for without the matching code built in.
-  if (!FindStaticPermAug || !FindStaticPermGen)
-    for (int32_t id : {3, 4}) {
-      LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
-      ASSERT_EQ(0, LA_SetIntParam(e, id, 1));
-      EXPECT_EQ(2, run(p, false, e));
-      LA_FreeLAEnv(&e);
-    }
 }
 
 TEST_F(LATest, OutOfMemoryAtEachAllocation) {
@@ -426,6 +430,197 @@ TEST_F(LATest, OutOfMemoryAtEachAllocation) {
     EXPECT_TRUE(r.completed);
     EXPECT_EQ(0, r.finalStatus);
     EXPECT_GT(r.refusedRuns, 5);
+  }
+}
+
+// Every allocation refused in turn; the library reports it as 1.
+hxtest::OomSweep::Result laOomSweep(hxhost::Host& host,
+                                    const std::function<int32_t(hxtest::OomProbe&)>& body) {
+  hxtest::OomSweep sweep(host);
+  sweep.expected = 1;
+  return sweep.run(body);
+}
+
+// ---- static permutations ---------------------------------------------------------
+
+// kktPattern with values: H diagonal, A entries of both signs, a tiny
+// negative diagonal on the constraint rows.
+Pattern withKktValues(Pattern p, int32_t n1) {
+  for (int32_t j = 0; j < p.n; j++)
+    for (int32_t q = p.colBegin[j]; q < p.colBegin[j + 1]; q++) {
+      int32_t i = p.rowIndex[q], lo = std::min(i, j), hi = std::max(i, j);
+      p.value[q] = i == j ? (j < n1 ? 1.0 + j % 3 : -1e-8) : ((lo * 7 + hi * 3) % 5 - 2.5) * 0.4;
+    }
+  return p;
+}
+
+// The matching's pairs stay neighbours through ordering, expansion and
+// postorder, and the plan factors to the accuracy of the plain one.
+TEST_F(LATest, StaticPermutationsKeepPairsAdjacentAndSolveAsWell) {
+  const int32_t n1 = 200, n2 = 100;
+  Pattern p = withKktValues(kktPattern(n1, n2, 9), n1);
+  int32_t n = p.n;
+  std::vector<double> b(n), res(n);
+  for (int32_t i = 0; i < n; i++) b[i] = 1.0 + i % 7;
+  // gen, aug, constrained, method
+  const int32_t cases[][4] = {{0, 0, 0, -1}, {1, 0, 0, -1}, {0, 1, 0, -1}, {1, 1, 1, 2},
+                              {1, 0, 1, 2}, {0, 1, 0, 0}};
+  double plainResidual = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c[0] << c[1] << c[2] << " method " << c[3]);
+    LAEnv* e = LA_CreateLAEnv(pool, nullptr, nullptr);
+    for (auto [id, v] : {std::pair{3, c[0]}, {4, c[1]}, {5, n1}, {2, c[2]}, {7, c[3]}, {8, 1},
+                         {15, 0}})
+      ASSERT_EQ(0, LA_SetIntParam(e, id, v));
+    LASymbolic* sym = nullptr;
+    LANumeric* num = nullptr;
+    ASSERT_EQ(0, analyse(p, &sym, &num, e, true));
+    checkPlan(p, sym, !c[0] && !c[1]);
+    // Neighbours marked as a pair are a matched pair: joined by an entry,
+    // and on the augmented route one from each block.
+    int32_t np = 0;
+    for (int32_t k = 0; k + 1 < n; k++)
+      if (sym->pivots[k] == -1) {
+        int32_t u = sym->perm[k], v = sym->perm[++k];
+        auto col = p.rowIndex.begin() + p.colBegin[v];
+        bool joined = std::count(col, p.rowIndex.begin() + p.colBegin[v + 1], u) > 0;
+        EXPECT_TRUE(joined && (!c[1] || (u < n1) != (v < n1))) << u << " " << v;
+        np++;
+      }
+    EXPECT_TRUE(c[1] ? np == n2 : c[0] ? np > 0 : np == 0) << np;
+    ASSERT_EQ(0, LA_FactorMatrixLDL(0, n, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                    e, sym, num));
+    std::vector<double> x = b;
+    int32_t st = LA_SolveMatrixLDL(0, p.colBegin.data(), p.rowIndex.data(), p.value.data(),
+                                   x.data(), e, sym, num);
+    EXPECT_TRUE(st == 0 || st == 6 || st == 7) << st;
+    double r = LA_CalculateInfNormResidual(n, p.colBegin.data(), p.rowIndex.data(),
+                                           p.value.data(), x.data(), b.data(), res.data());
+    if (np == 0) plainResidual = r;
+    EXPECT_LE(r, 100 * plainResidual + 1e-15);
+    LA_CleanUpLDL(e, &sym, &num);
+    LA_FreeLAEnv(&e);
+  }
+
+  // The matching weighs values; every allocation of the matched and
+  // constrained route refused in turn.
+  for (int32_t id : {3, 4, 5, 2}) ASSERT_EQ(0, LA_SetIntParam(env, id, id == 5 ? n1 : 1));
+  ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_ORDERING_METHOD, 2));
+  LASymbolic* sym = nullptr;
+  LANumeric* num = nullptr;
+  EXPECT_EQ(2, analyse(p, &sym, &num));
+  LA_CleanUpLDL(env, &sym, &num);
+  hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe& probe) {
+    int32_t status = analyse(p, &sym, &num, nullptr, true);
+    probe.disarm();
+    LA_CleanUpLDL(env, &sym, &num);
+    return status;
+  });
+  EXPECT_TRUE(r.completed);
+  EXPECT_EQ(0, r.finalStatus);
+}
+
+// ---- the Cholesky path --------------------------------------------------------------
+
+TEST_F(LATest, CholeskyPlanAgreesWithTheLdlPlan) {
+  for (uint32_t seed = 1; seed <= 8; seed++) {
+    Pattern p = seed == 8 ? blockArrow(2, 150, 100) : randomPattern(30 + 10 * seed, 0.06, seed);
+    int32_t method = seed % 4 == 3 ? -1 : (int32_t)seed % 4;
+    SCOPED_TRACE(testing::Message() << "seed " << seed << " method " << method);
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_NUM_THREADS, seed == 8 ? 2 : 1));
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_USE_CONSTRAINED_ORDERING, method == 2 && seed > 4));
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_CHOL_PARAM, 1 + (int32_t)seed));
+    int64_t before = live();
+    LASymbolic *ls = nullptr, *cs = nullptr;
+    LANumeric *ln = nullptr, *cn = nullptr;
+    ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_ORDERING_METHOD, method));
+    ASSERT_EQ(0, analyse(p, &ls, &ln));
+    ASSERT_EQ(0, LA_AnalyzeMatrixCholesky(p.n, p.colBegin.data(), p.rowIndex.data(), env, &cs, &cn));
+    int32_t used = env->orderingMethod;  // the choice, written back
+    EXPECT_TRUE(method != -1 || (used >= 0 && used <= 3)) << used;
+    EXPECT_TRUE(cs->kind == 0 && !cs->pivots && cs->cholParam == 1 + (int32_t)seed);
+    checkPlan(p, cs);
+    // The same order and symbolic counts; only the supernode relaxation
+    // rules of the two paths differ.
+    EXPECT_TRUE(std::equal(ls->perm, ls->perm + p.n, cs->perm));
+    EXPECT_EQ(ls->estFactorEntries, cs->estFactorEntries);
+    EXPECT_EQ(ls->estOperations, cs->estOperations);
+    EXPECT_TRUE(seed < 8 || (cs->threaded && cs->taskCapacity == 1000 && cs->cholInfo &&
+                             cs->panelBufferSize == 0 && cs->numLeaves > 0));
+    LA_CleanUpLDL(env, &ls, &ln);
+    LA_CleanUpCholesky(env, &cs, &cn);
+    EXPECT_EQ(before, live());
+    hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe& probe) {
+      env->orderingMethod = seed == 8 ? 2 : method;
+      int32_t status = LA_AnalyzeMatrixCholesky(p.n, p.colBegin.data(), p.rowIndex.data(), env,
+                                                &cs, &cn);
+      probe.disarm();
+      LA_CleanUpCholesky(env, &cs, &cn);
+      return status;
+    });
+    EXPECT_TRUE(r.completed && r.finalStatus == 0 && r.refusedRuns >= 4)
+        << r.completed << " " << r.finalStatus << " " << r.refusedRuns;
+  }
+}
+
+// A A' (a zero row, a single column, a single row among the shapes) and
+// its upper triangle back to both, against dense arithmetic.
+TEST_F(LATest, MatrixHelpersAgainstDenseProducts) {
+  std::mt19937 rng(3);
+  for (auto [rows, cols] : {std::pair{7, 5}, {6, 1}, {1, 4}, {12, 12}}) {
+    SCOPED_TRACE(testing::Message() << rows << " by " << cols);
+    hxtest::Dense a(rows, std::vector<double>(cols, 0.0));
+    for (int32_t i = 0; i < rows; i++)
+      for (int32_t j = 0; j < cols; j++)
+        if (i != 2 && (cols == 1 || rng() % 3 == 0)) a[i][j] = (double)(rng() % 9) - 3.5;
+    Pattern pa;  // not square: built by hand
+    for (int32_t j = 0; j < cols; j++, pa.colBegin.push_back((int32_t)pa.rowIndex.size()))
+      for (int32_t i = 0; i < rows; i++)
+        if (a[i][j] != 0) pa.rowIndex.push_back(i), pa.value.push_back(a[i][j]);
+    pa.colBegin.insert(pa.colBegin.begin(), 0);
+    int32_t nnz = -1, *pb = nullptr, *pi = nullptr;
+    double* pv = nullptr;
+    std::vector<double> dw(rows);
+    IntVec iw(rows);
+    auto product = [&]() {
+      return LA_CreateAAt(cols, rows, pa.colBegin.data(), pa.rowIndex.data(), pa.value.data(),
+                          &nnz, &pb, &pi, &pv, dw.data(), iw.data(), pool);
+    };
+    ASSERT_EQ(0, product());
+    hxtest::Dense got = hxtest::denseFromCsc(rows, rows, pb, pi, pv), want = got;
+    for (int32_t i = 0; i < rows; i++)
+      for (int32_t k = 0; k < rows; k++) {
+        want[i][k] = 0;
+        for (int32_t j = 0; j < cols; j++) want[i][k] += a[i][j] * a[k][j];
+      }
+    EXPECT_EQ(want, got);
+    if (cols == 1) {
+      EXPECT_EQ(pa.colBegin[1] * pa.colBegin[1], nnz);  // full
+    }
+    EXPECT_TRUE(rows <= 2 || pb[2] == pb[3]);  // the zero row: an empty column
+    Pattern up;
+    for (int32_t j = 0; j < rows; j++, up.colBegin.push_back((int32_t)up.rowIndex.size()))
+      for (int32_t i = 0; i <= j; i++)
+        if (got[i][j] != 0) up.rowIndex.push_back(i), up.value.push_back(got[i][j]);
+    up.colBegin.insert(up.colBegin.begin(), 0);
+    int32_t *fb = nullptr, *fi = nullptr;
+    double* fv = nullptr;
+    auto full = [&]() {
+      return LA_ConvertUpperToFull(rows, up.colBegin.data(), up.rowIndex.data(), up.value.data(),
+                                   &fb, &fi, &fv, iw.data(), pool);
+    };
+    ASSERT_EQ(0, full());
+    EXPECT_EQ(got, hxtest::denseFromCsc(rows, rows, fb, fi, fv));
+    poolFree(pool, pv);
+    poolFree(pool, fv);
+    for (int32_t which = 0; which < 2; which++) {
+      hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe&) {
+        int32_t status = which == 0 ? product() : full();
+        if (status == 0) poolFree(pool, which == 0 ? pv : fv);
+        return status;
+      });
+      EXPECT_TRUE(r.completed && r.finalStatus == 0 && r.refusedRuns == 2 - which);
+    }
   }
 }
 
