@@ -293,6 +293,7 @@ def solve_qp(P, q, A=None, l=None, u=None, lb=None, ub=None, log=None, **options
     matrices dense or scipy.sparse; a missing bound is infinite."""
     q = np.asarray(q, dtype=float).reshape(-1)
     n = len(q)
+    _dense_vector(q, n, "q")
     d = _problem_dict(q, A, l, u, lb, ub, P)
     raw = _run(_halvex.solve_dict, d, options, log)
     Afull = sp.csc_matrix((d["a_values"], d["a_rowind"], d["a_colptr"]),
