@@ -114,9 +114,9 @@ void setLpOptions(const SolveOptions& o, LPOptions* lo) {
   lo->numThreads = threadsToUse(o);
   if (o.presolve != kPresolveUnset) lo->presolver = o.presolve;
   if (o.verifyLevel >= 0) lo->verifyLevel = o.verifyLevel;
-  // Level 0 also drops the LP entry's "solver starts" line; a table the
-  // history needs comes with level 2 only.
-  lo->printLevel = o.printLevel == 0 ? 0 : 2;
+  // The table that the history needs comes with level 2 only; what a lower
+  // level would not print, the caller's sink leaves out.
+  lo->printLevel = 2;
   lo->printFreq = 1;
   lo->crossover = o.crossover ? 1 : 0;
 }

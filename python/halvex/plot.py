@@ -36,6 +36,8 @@ def plot_convergence(source, path, title=None):
 
     history, default_title = _history(source)
     iterations = np.asarray(history["iteration"], dtype=float)
+    if not len(iterations):
+        raise ValueError("the iteration history is empty: the solve made no iteration")
     fig, ax = plt.subplots(figsize=(6.4, 4.0), dpi=100)
     drawn = 0
     for column, label in SERIES:

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -96,7 +97,8 @@ std::string libraryPath(const std::string& given) {
   if (const char* env = std::getenv("HALVEX_LIBRARY"))
     if (*env) return env;
   std::string installed = packageDir() + "/" + HALVEX_LIBRARY_FROM_PACKAGE + "/libhalvex.so";
-  if (access(installed.c_str(), R_OK) == 0) return installed;
+  char resolved[PATH_MAX];
+  if (realpath(installed.c_str(), resolved)) return resolved;
   return HALVEX_LIBRARY_PATH;
 }
 

@@ -59,7 +59,7 @@ def test_quick_sets_reach_the_published_optima(folder, name, optima):
         assert cols.count("BS") + rows.count("BS") == p.num_row
     h = r.history
     assert all(len(h[k]) == len(h["iteration"]) for k in h)
-    assert np.all(np.diff(h["iteration"]) > 0)
+    assert h["iteration"][-1] == r.iterations and np.all(np.diff(h["iteration"]) > 0)
 
 
 @pytest.mark.parametrize("folder,name", [("netlib", "afiro"), ("maros", "qafiro"),
@@ -219,6 +219,7 @@ def test_the_json_history_and_its_picture(tmp_path):
     subprocess.run([command, "solve", path, "--json", str(record_path), "--print-level", "0"],
                    check=True)
     record = json.loads(record_path.read_text())
+    assert record["history"]["iteration"] == list(range(record["iterations"] + 1))
     r = halvex.solve(path, **QUIET)
     # The command and the package log the same iterations.
     for column, values in r.history.items():
