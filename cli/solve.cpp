@@ -15,10 +15,12 @@ namespace {
 // The iteration table's heading, rule and line, as the solver logs them.
 constexpr int64_t kTableLine = (int64_t)(int32_t)0x827FD804;
 
+// The value signatures of the catalogue, each passed on as it came.
+const char* const kForwarded[] = {"", "i", "ii", "d", "iddddd"};
+
 void forward(MessageLog* inner, int32_t severity, int64_t code, const char* signature,
              const int64_t* i, const double* d) {
   if (!inner || !inner->log) return;
-  // The catalogue's value signatures; a code with none is passed bare.
   const std::string s = signature ? signature : "";
   if (s == "i")
     inner->log(inner, severity, code, (int)i[0]);
@@ -125,6 +127,13 @@ void setLpOptions(const SolveOptions& o, LPOptions* lo) {
 
 HistoryLog::HistoryLog(MessageLog* innerLog, int freq) : inner(innerLog), shownFreq(freq) {
   slots.log = historyEntry;
+}
+
+bool HistoryLog::forwards(const char* signature) {
+  const std::string s = signature ? signature : "";
+  for (const char* f : kForwarded)
+    if (s == f) return true;
+  return false;
 }
 
 void HistoryLog::flush() {

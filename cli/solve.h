@@ -34,6 +34,9 @@ struct HistoryLog {
   HistoryLog& operator=(const HistoryLog&) = delete;
   // Shows a held-back last row, if any; called when the solve returns.
   void flush();
+  // Whether messages of a value signature ('i', 'd' in call order) reach
+  // the host with their values; every code of the catalogue must.
+  static bool forwards(const char* signature);
 };
 
 // A problem made ready for its entry, and what the solve gave.

@@ -95,13 +95,6 @@ class Result:
     def success(self):
         return self.status in ("optimal", "acceptable")
 
-    def to_dict(self):
-        """The result as the command's JSON has it (arrays as lists)."""
-        h = self.history
-        return {"problem": self.problem, "status": self.status, "returnCode": self.status_code,
-                "objective": self.objective, "iterations": self.iterations,
-                "history": {k: np.asarray(v).tolist() for k, v in h.items()}}
-
     def __repr__(self):
         return "<halvex.Result %s, objective %s, %d iterations>" % (self.status, self.objective,
                                                                    self.iterations)
@@ -345,16 +338,17 @@ def linprog(c, A_ub=None, b_ub=None, A_eq=None, b_eq=None, bounds=None, method=N
     A_ub x <= b_ub, A_eq x == b_eq and bounds (default (0, None) for every
     variable).  Returns a scipy OptimizeResult with x, fun, slack, con,
     success, status, message, nit and the marginals of ineqlin, eqlin,
-    lower and upper.  ``method`` is accepted and ignored; ``options`` takes
+    lower and upper.  ``method`` and ``x0`` are accepted and ignored; ``options`` takes
     scipy's disp, maxiter, time_limit, presolve, tol and the feasibility
     tolerances, and the options of halvex.solve."""
     from scipy.optimize import OptimizeResult
     for name, value in unsupported.items():
-        if name == "integrality" and value is not None and np.any(value):
-            raise ValueError("integrality: halvex solves continuous problems only")
-        if name not in ("integrality", "callback", "x0") or (name != "integrality" and
-                                                              value is not None):
-            raise ValueError("linprog has no argument %s" % name)
+        if name not in ("integrality", "callback", "x0"):
+            raise TypeError("linprog() got an unexpected keyword argument '%s'" % name)
+        # x0 is a mere hint; the other two would change the problem or the run.
+        if name != "x0" and value is not None and np.any(value):
+            raise ValueError("%s is not supported: halvex solves continuous problems "
+                             "without a per-iteration call-back" % name)
     c = np.asarray(c, dtype=float).reshape(-1)
     n = len(c)
     opts = {}
