@@ -210,7 +210,11 @@ def _lower_triangle(P, n):
             raise ValueError("P is not symmetric")
     elif upper.nnz:
         lower = upper.T
-    return P.diagonal(), sp.csc_matrix(lower)
+    diag = P.diagonal()
+    # The cheap half of convexity; the solver meets the rest.
+    if (diag < 0).any():
+        raise ValueError("P is not convex: P[%d, %d] < 0" % ((np.argmax(diag < 0),) * 2))
+    return diag, sp.csc_matrix(lower)
 
 
 def _problem_dict(c, A, l, u, lb, ub, P, name="", sense=1, obj_constant=0.0, col_names=None,
@@ -225,11 +229,14 @@ def _problem_dict(c, A, l, u, lb, ub, P, name="", sense=1, obj_constant=0.0, col
     u = _dense_vector(u, m, "u", np.inf)
     lb = _dense_vector(lb, n, "lb", -np.inf)
     ub = _dense_vector(ub, n, "ub", np.inf)
-    for lo, up, what in ((l, u, "l"), (lb, ub, "lb")):
+    for lo, up, what, other in ((l, u, "l", "u"), (lb, ub, "lb", "ub")):
         bad = np.nonzero(lo > up)[0]
         if len(bad):
-            raise ValueError("%s[%d] > %s[%d]" % (what, bad[0], "u" if what == "l" else "ub",
-                                                 bad[0]))
+            raise ValueError("%s[%d] > %s[%d]" % (what, bad[0], other, bad[0]))
+        for v, name, wrong in ((lo, what, np.inf), (up, other, -np.inf)):
+            bad = np.nonzero(v == wrong)[0]
+            if len(bad):
+                raise ValueError("%s[%d] is %s" % (name, bad[0], wrong))
     if P is None:
         diag, lower = np.zeros(n), sp.csc_matrix((n, n))
     else:

@@ -105,6 +105,8 @@ def test_solve_qp_takes_dense_and_sparse_inputs_and_either_triangle(P, A, bounds
     ({"P": np.array([[4.0, 1.0], [0.5, 2.0]])}, "P is not symmetric"),
     ({"P": np.eye(3)}, r"P has shape \(3, 3\)"),
     ({"l": [2.0, 0.0, 0.0]}, r"l\[0\] > u\[0\]"),
+    ({"lb": [0.0, np.inf]}, r"lb\[1\] is inf"),
+    ({"P": np.array([[4.0, 1.0], [1.0, -2.0]])}, r"P is not convex: P\[1, 1\] < 0"),
     ({"primal_tolerance": 1e-8}, "unknown option 'primal_tolerance'"),
     ({"max_iter": -3}, "max_iter needs a whole number"),
     ({"crossover": "maybe"}, "crossover is on or off"),
