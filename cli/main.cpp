@@ -19,6 +19,7 @@
 #include <exception>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "host/host.h"
 #include "mps.h"
@@ -26,6 +27,7 @@
 #include "lprecord.h"
 #include "options.h"
 #include "qprecord.h"
+#include "solve.h"
 
 namespace {
 
@@ -37,6 +39,7 @@ constexpr int kExitNotVerified = 3;
 
 const char* const kUsage =
     "usage: halvex solve FILE [options]\n"
+    "       halvex plot RESULT.json -o FILE.png\n"
     "       halvex --version\n"
     "       halvex --help\n";
 
@@ -129,48 +132,6 @@ void closeOutputs(FILE* a, FILE* b) {
   if (b) std::fclose(b);
 }
 
-// Unset, the factorisation may use every core: the module decides per
-// matrix whether threads pay, and one thread is its own choice for small ones.
-int32_t threadsToUse(const hxcli::SolveOptions& o) {
-  if (o.threads > 0) return o.threads;
-  unsigned cores = std::thread::hardware_concurrency();
-  return cores > 0 ? (int32_t)cores : 1;
-}
-
-// The QP entry's options from the command's; unset ones keep the instance's.
-void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
-  if (o.primalTol > 0) so->primalTol = o.primalTol;
-  if (o.dualTol > 0) so->dualTol = o.dualTol;
-  if (o.gapTol > 0) so->gapTol = o.gapTol;
-  if (o.maxIteration >= 0) so->maxIteration = (int32_t)o.maxIteration;
-  if (o.maxTime > 0) so->maxTime = o.maxTime;
-  if (o.timerType >= 0) so->timerType = o.timerType;
-  so->numThreads = threadsToUse(o);
-  if (o.presolve != hxcli::kPresolveUnset) so->presolver = o.presolve;
-  if (o.printFreq >= 0) so->printFreq = o.printFreq;
-  // The solver keeps its status lines and drops the iteration table when
-  // the frequency is 0.
-  if (o.printLevel < 2) so->printFreq = 0;
-}
-
-void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
-  setLpOptionDefaults(lo);
-  if (o.primalTol > 0) lo->primalTol = o.primalTol;
-  if (o.dualTol > 0) lo->dualTol = o.dualTol;
-  if (o.gapTol > 0) lo->gapTol = o.gapTol;
-  if (o.maxIteration >= 0) lo->maxIteration = (int32_t)o.maxIteration;
-  if (o.maxTime > 0) lo->maxTime = o.maxTime;
-  if (o.timerType >= 0) lo->timerType = o.timerType;
-  lo->numThreads = threadsToUse(o);
-  if (o.presolve != hxcli::kPresolveUnset) lo->presolver = o.presolve;
-  if (o.printFreq >= 0) lo->printFreq = o.printFreq;
-  if (o.verifyLevel >= 0) lo->verifyLevel = o.verifyLevel;
-  // Level 0 also drops the LP entry's "solver starts" line.
-  lo->printLevel = o.printLevel;
-  if (o.printLevel < 2) lo->printFreq = 0;
-  lo->crossover = o.crossover ? 1 : 0;
-}
-
 int solve(const hxcli::SolveOptions& o) {
   const auto t0 = std::chrono::steady_clock::now();
   const bool talk = o.printLevel > 0;
@@ -183,12 +144,11 @@ int solve(const hxcli::SolveOptions& o) {
   }
   // An LP goes to the LP entry, unless asked otherwise; the QP form's arrays
   // are part of the LP form, so both read and write the same vectors.
+  hxcli::SolveJob job;
   const bool lpEntry = !problem.isQP() && !o.lpAsQp;
-  hxcli::LPModel lpModel;
-  hxcli::QPModel& model = lpModel.qp;
+  hxcli::QPModel& model = job.model();
   std::string reason;
-  if (!(lpEntry ? hxcli::buildLPRecord(problem, &lpModel, &reason)
-                : hxcli::buildQPRecord(problem, &model, &reason))) {
+  if (!hxcli::prepareJob(problem, o, &job, &reason)) {
     std::fprintf(stderr, "halvex: %s: %s\n", o.file.c_str(), reason.c_str());
     return kExitUsage;
   }
@@ -242,82 +202,22 @@ int solve(const hxcli::SolveOptions& o) {
     // Also on the LP road: it hands the module the kernel table, through
     // which the LP entry loads its presolver.
     hxhost::HalvexModule module(host, entries);
-    HalvexInstance* instance = nullptr;
-    QVPool* lpPool = nullptr;
-    if (module.ok()) {
-      if (lpEntry)
-        lpPool = host.createPool("HALVEX LP");
-      else
-        instance = module.createInstance();
-    }
-    if (!instance && !lpPool) {
-      std::fprintf(stderr, "halvex: the module could not make an instance\n");
+    breakRequested = 0;
+    std::signal(SIGINT, onInterrupt);
+    const bool ran = hxcli::runJob(host, module, entries, problem, o, checkBreak,
+                                   (void*)&breakRequested, &job, &reason);
+    std::signal(SIGINT, SIG_DFL);
+    std::fflush(stdout);
+    if (!ran) {
+      std::fprintf(stderr, "halvex: %s\n", reason.c_str());
       closeOutputs(json, solution);
       if (basisFile) std::fclose(basisFile);
       hxhost::closeHalvexLibrary(&entries);
       return kExitInternal;
     }
-
-    breakRequested = 0;
-    std::signal(SIGINT, onInterrupt);
-    const auto s0 = std::chrono::steady_clock::now();
-    hxcli::SolveSummary summary;
-    if (lpEntry) {
-      LPRecord& record = lpModel.record;
-      record.checkSolverBreak = checkBreak;
-      record.scripterDataStruct = (void*)&breakRequested;
-      LPOptions lpOptions;
-      setLpOptions(o, &lpOptions);
-      // The crossover leaves its basis and its counters where these two
-      // sibling words point.
-      std::vector<uint8_t> basis((size_t)record.numCol + record.numRow, BASIS_NONE);
-      FennickStats stats{};
-      if (o.crossover) {
-        record.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(basis.data());
-        record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(&stats);
-      }
-      LPContext context = hxcli::makeLpContext(lpPool, host.textLog(), host.messageLog());
-      entries.iplpmain(&context, &record, &lpOptions);
-      record.siblingWord[LPRECORD_BASIS_WORD] = 0;
-      record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = 0;
-      summary = hxcli::summaryFromLPRecord(record);
-      summary.entry = "iplpmain";
-      summary.crossover = o.crossover;
-      summary.crossoverStats = stats;
-      if (o.crossover && std::find(basis.begin(), basis.end(), BASIS_NONE) == basis.end()) {
-        // fennick counts on the presolved LP; the caller's LP has its own.
-        FennickStats& c = summary.crossoverStats;
-        c.numBasic = c.numAtLower = c.numAtUpper = c.numFreeZero = c.numFixed = 0;
-        for (uint8_t b : basis) {
-          if (b == BASIS_BASIC) c.numBasic++;
-          else if (b == BASIS_AT_LOWER) c.numAtLower++;
-          else if (b == BASIS_AT_UPPER) c.numAtUpper++;
-          else if (b == BASIS_FREE_ZERO) c.numFreeZero++;
-          else c.numFixed++;
-        }
-        summary.basis = std::move(basis);
-      }
-    } else {
-      ScripterOptions& so = instance->scripter;
-      setScripterOptions(o, &so);
-      QPRecord& record = model.record;
-      record.checkSolverBreak = checkBreak;
-      record.scripterDataStruct = (void*)&breakRequested;
-      int32_t rc = instance->ipqpmain(&instance->env, &record, &so);
-      summary = hxcli::summaryFromRecord(record, rc);
-      summary.entry = "ipqpmain";
-    }
-    const double solveTime = secondsSince(s0);
-    std::signal(SIGINT, SIG_DFL);
-    std::fflush(stdout);
-
+    hxcli::SolveSummary& summary = job.summary;
     summary.file = o.file;
     summary.readTime = readTime;
-    summary.solveTime = solveTime;
-    summary.claim = hxcli::checkClaim(problem, model, summary.returnCode,
-                                      o.primalTol > 0 ? o.primalTol : OPT_DEFAULT_TOL,
-                                      o.dualTol > 0 ? o.dualTol : OPT_DEFAULT_TOL,
-                                      o.gapTol > 0 ? o.gapTol : OPT_DEFAULT_TOL);
     if (summary.claim.checked && !summary.claim.verified) exitCode = kExitNotVerified;
     summary.totalTime = secondsSince(t0);
     if (talk) hxcli::printSummary(stdout, summary);
@@ -341,12 +241,49 @@ int solve(const hxcli::SolveOptions& o) {
       std::fclose(basisFile);
       basisFile = nullptr;
     }
-    if (instance) module.destroyInstance(instance);
-    if (lpPool) lpPool->poolDestroy(lpPool);
   }
   closeOutputs(json, solution);
   hxhost::closeHalvexLibrary(&entries);
   return exitCode;
+}
+
+// The folder that holds the Python package: the install's, beside the
+// command, else the build's.
+#ifdef HALVEX_PYTHON
+std::string pythonPackageDir() {
+  char self[4096];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n > 0) {
+    self[n] = '\0';
+    std::string dir(self);
+    dir = dir.substr(0, dir.rfind('/') + 1) + HALVEX_PYTHON_FROM_BIN;
+    if (access((dir + "/halvex/plot.py").c_str(), R_OK) == 0) return dir;
+  }
+  return HALVEX_PYTHON_BUILD_DIR;
+}
+#endif
+
+// The picture is drawn by the Python package, with matplotlib.
+int plot(int argc, char** argv) {
+#ifndef HALVEX_PYTHON
+  (void)argc;
+  (void)argv;
+  std::fprintf(stderr, "halvex: plot needs the Python package, which this build left out\n");
+  return kExitInternal;
+#else
+  const std::string dir = pythonPackageDir();
+  const char* old = std::getenv("PYTHONPATH");
+  const std::string path = old && *old ? dir + ":" + old : dir;
+  setenv("PYTHONPATH", path.c_str(), 1);
+  std::vector<char*> args{const_cast<char*>(HALVEX_PYTHON), const_cast<char*>("-m"),
+                          const_cast<char*>("halvex.plot")};
+  for (int i = 2; i < argc; ++i) args.push_back(argv[i]);
+  args.push_back(nullptr);
+  std::fflush(stdout);
+  execv(HALVEX_PYTHON, args.data());
+  std::fprintf(stderr, "halvex: cannot run %s: %s\n", HALVEX_PYTHON, std::strerror(errno));
+  return kExitInternal;
+#endif
 }
 
 int version(const std::string& libraryGiven) {
@@ -403,6 +340,7 @@ int run(int argc, char** argv) {
     }
     return version(lib);
   }
+  if (command == "plot") return plot(argc, argv);
   if (command != "solve") {
     usageError("unknown command '" + command + "'");
     return kExitUsage;

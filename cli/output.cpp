@@ -167,6 +167,27 @@ bool writeJson(FILE* out, const MpsProblem& p, const SolveSummary& s) {
                  check.failure.empty() ? "null" : jsonString(check.failure).c_str());
   else
     std::fprintf(out, "  \"check\": null,\n");
+  // The history by column, one array per column of the iteration log.
+  struct Column {
+    const char* name;
+    double IterationRow::*field;
+  };
+  static const Column columns[] = {{"complementarity", &IterationRow::complementarity},
+                                   {"dualityGap", &IterationRow::dualityGap},
+                                   {"primalInfeas", &IterationRow::primalInfeas},
+                                   {"boundInfeas", &IterationRow::boundInfeas},
+                                   {"dualInfeas", &IterationRow::dualInfeas}};
+  std::fprintf(out, "  \"history\": {\"iteration\": [");
+  for (size_t k = 0; k < s.history.size(); ++k)
+    std::fprintf(out, "%s%d", k ? ", " : "", s.history[k].iteration);
+  std::fprintf(out, "]");
+  for (const Column& c : columns) {
+    std::fprintf(out, ",\n    \"%s\": [", c.name);
+    for (size_t k = 0; k < s.history.size(); ++k)
+      std::fprintf(out, "%s%s", k ? ", " : "", jsonNumber(s.history[k].*c.field, "%.6e").c_str());
+    std::fprintf(out, "]");
+  }
+  std::fprintf(out, "},\n");
   std::fprintf(out, "  \"times\": {\"read\": %s, \"solver\": %s, \"solve\": %s, \"total\": %s}\n",
                jsonNumber(s.readTime, "%.6f").c_str(), jsonNumber(s.solverTime, "%.6f").c_str(),
                jsonNumber(s.solveTime, "%.6f").c_str(), jsonNumber(s.totalTime, "%.6f").c_str());

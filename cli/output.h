@@ -15,6 +15,13 @@
 
 namespace hxcli {
 
+// One line of the iteration log, at full precision.
+struct IterationRow {
+  int32_t iteration = 0;
+  double complementarity = 0.0, dualityGap = 0.0;
+  double primalInfeas = 0.0, boundInfeas = 0.0, dualInfeas = 0.0;
+};
+
 struct SolveSummary {
   std::string file;
   std::string entry;  // the module's entry that solved: ipqpmain or iplpmain
@@ -34,6 +41,7 @@ struct SolveSummary {
   std::vector<uint8_t> basis;
   bool hasBasis() const { return !basis.empty(); }
   ClaimCheck claim;  // the command's own check of the status
+  std::vector<IterationRow> history;  // every iteration the solver logged
 };
 
 // Copies the results of a finished call out of the record.

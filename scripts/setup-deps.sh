@@ -3,6 +3,9 @@
 set -euo pipefail
 packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev libsuitesparse-dev python3
   pkg-config)
+# The Python package, its tests, the batch example on Dask and the plots.
+packages+=(python3-dev pybind11-dev python3-numpy python3-scipy python3-pytest
+           python3-distributed python3-matplotlib)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <set>
 #include <string>
@@ -11,6 +12,7 @@
 #include "mps.h"
 #include "output.h"
 #include "qprecord.h"
+#include "solve.h"
 
 using hxcli::MpsFormat;
 using hxcli::MpsProblem;
@@ -216,6 +218,20 @@ TEST(CliOutput, JsonCarriesStatusCodeMeasuresAndTimes) {
         "\"complementarity\": null", "\"read\": 0.125000", "\"solver\": 0.500000"})
     EXPECT_NE(text.find(part), std::string::npos) << "no " << part << " in\n" << text;
 
+  EXPECT_NE(text.find("\"history\": {\"iteration\": []"), std::string::npos) << text;
+
+  // The history by column; JSON has no NaN.
+  s.history = {{0, 4.0, 3.0, 2.0, 1.0, 0.5}, {1, 0.25, NAN, 1e-9, 0.0, 1e-300}};
+  f = std::tmpfile();
+  ASSERT_TRUE(hxcli::writeJson(f, p, s));
+  text = readBack(f);
+  for (const char* part :
+       {"\"iteration\": [0, 1]", "\"complementarity\": [4.000000e+00, 2.500000e-01]",
+        "\"dualityGap\": [3.000000e+00, null]", "\"primalInfeas\": [2.000000e+00, 1.000000e-09]",
+        "\"boundInfeas\": [1.000000e+00, 0.000000e+00]",
+        "\"dualInfeas\": [5.000000e-01, 1.000000e-300]"})
+    EXPECT_NE(text.find(part), std::string::npos) << "no " << part << " in\n" << text;
+
   f = std::tmpfile();
   ASSERT_TRUE(hxcli::writeJson(f, p, hxcli::summaryFromRecord(r, 2)));
   text = readBack(f);
@@ -239,3 +255,66 @@ TEST(CliOutput, EveryHostReturnCodeHasItsOwnName) {
 }
 
 }  // namespace
+
+namespace {
+
+// A host message log that keeps the codes and first values it was given.
+struct SeenLog {
+  MessageLog slots;
+  std::vector<std::pair<int64_t, int>> seen;  // code, first integer value (or -1)
+};
+
+void seenEntry(MessageLog* self, int32_t, int64_t code, ...) {
+  const char* signature = hxhost::messageSignature(code);
+  va_list ap;
+  va_start(ap, code);
+  int first = signature && signature[0] == 'i' ? va_arg(ap, int) : -1;
+  va_end(ap);
+  reinterpret_cast<SeenLog*>(self)->seen.push_back({code, first});
+}
+
+constexpr int64_t kLine = (int64_t)(int32_t)0x827FD804;
+constexpr int64_t kHead = (int64_t)(int32_t)0x827FD802;
+constexpr int64_t kStarted = (int64_t)(int32_t)0x827FD801;
+
+void logLine(hxcli::HistoryLog* h, int iteration, double gap) {
+  h->slots.log(&h->slots, MSG_TABLE_LINE, kLine, iteration, 1.0, gap, 0.0, 0.0, 0.0);
+}
+
+}  // namespace
+
+TEST(CliHistory, KeepsEveryIterationAndShowsWhatWasAskedFor) {
+  SeenLog inner;
+  inner.slots.log = seenEntry;
+  hxcli::HistoryLog h(&inner.slots, 2);
+  h.slots.log(&h.slots, MSG_INFO, kStarted);
+  h.slots.log(&h.slots, MSG_TABLE_HEADING, kHead);
+  for (int k = 0; k < 4; ++k) logLine(&h, k, 1.0 / (k + 1));
+  // An iteration taken back and logged again replaces its row.
+  logLine(&h, 3, 0.125);
+  h.slots.log(&h.slots, MSG_INFO, kStarted);
+  h.flush();
+  ASSERT_EQ(h.rows.size(), 4u);
+  EXPECT_EQ(h.rows[3].iteration, 3);
+  EXPECT_EQ(h.rows[3].dualityGap, 0.125);
+  EXPECT_EQ(h.rows[1].dualityGap, 0.5);
+  // Every second line, and the last before the table ends, in order.
+  const std::vector<std::pair<int64_t, int>> shown = {
+      {kStarted, -1}, {kHead, -1}, {kLine, 0}, {kLine, 2}, {kLine, 3}, {kStarted, -1}};
+  EXPECT_EQ(inner.seen, shown);
+
+  // Nothing of the table reaches the host when none was asked for.
+  SeenLog quiet;
+  quiet.slots.log = seenEntry;
+  hxcli::HistoryLog none(&quiet.slots, 0);
+  none.slots.log(&none.slots, MSG_TABLE_HEADING, kHead);
+  logLine(&none, 0, 1.0);
+  none.flush();
+  EXPECT_EQ(none.rows.size(), 1u);
+  EXPECT_TRUE(quiet.seen.empty());
+
+  // A message whose values were not passed on would read garbage.
+  for (int64_t code : hxhost::catalogueCodes())
+    EXPECT_TRUE(hxcli::HistoryLog::forwards(hxhost::messageSignature(code)))
+        << std::hex << code << " " << hxhost::messageSignature(code);
+}
