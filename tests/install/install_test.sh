@@ -52,3 +52,18 @@ c++ -std=c++17 $flags"_cpp" "$examples/first_solve.cpp" $libs || fail "first_sol
 for prog in first_solve_c first_solve_cpp la_example pc_first_solve_c pc_first_solve_cpp; do
   "$work/project/$prog" >"$work/$prog.out" 2>&1 || fail "$prog: $(cat "$work/$prog.out")"
 done
+
+# The Python package, when the build made it: importable from the moved tree
+# by Debian's python3 with only PYTHONPATH set, and `halvex plot` finds it.
+pkg=$(find "$p" -path '*/halvex/_halvex*.so' | head -n 1)
+if [ -n "$pkg" ]; then
+  pydir=$(dirname "$(dirname "$pkg")")
+  PYTHONPATH=$pydir /usr/bin/python3 -c "
+import halvex, sys
+r = halvex.solve('$src/examples/small.mps', print_level=0)
+assert r.status == 'optimal' and r.basis is not None, r.status
+assert halvex.__file__.startswith('$p'), halvex.__file__
+" || fail "the installed Python package"
+  "$p/bin/halvex" plot "$work/lp.json" -o "$work/lp.png" >"$work/plot.log" 2>&1 || fail "plot: $(cat "$work/plot.log")"
+  [ -s "$work/lp.png" ] || fail "plot wrote nothing"
+fi
