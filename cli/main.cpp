@@ -48,9 +48,9 @@ const char* const kHelp =
     "  --format auto|fixed|free  how to read the file (auto: free form, and fixed\n"
     "                            form when that fails, as for names with blanks)\n"
     "  --tol T                   primal, dual and gap tolerance at once\n"
-    "  --primal-tol T            primal feasibility tolerance (1e-6)\n"
-    "  --dual-tol T              dual feasibility tolerance (1e-6)\n"
-    "  --gap-tol T               duality gap tolerance (1e-6)\n"
+    "  --primal-tol T            primal feasibility tolerance (1e-8)\n"
+    "  --dual-tol T              dual feasibility tolerance (1e-8)\n"
+    "  --gap-tol T               duality gap tolerance (1e-8)\n"
     "  --max-iter N              iteration limit\n"
     "  --time-limit SECONDS      time limit\n"
     "  --timer cpu|real          what the time limit measures (cpu)\n"
@@ -139,9 +139,9 @@ int32_t threadsToUse(const hxcli::SolveOptions& o) {
 
 // The QP entry's options from the command's; unset ones keep the instance's.
 void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
-  if (o.primalTol > 0) so->primalTol = o.primalTol;
-  if (o.dualTol > 0) so->dualTol = o.dualTol;
-  if (o.gapTol > 0) so->gapTol = o.gapTol;
+  so->primalTol = hxcli::solveTol(o.primalTol);
+  so->dualTol = hxcli::solveTol(o.dualTol);
+  so->gapTol = hxcli::solveTol(o.gapTol);
   if (o.maxIteration >= 0) so->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) so->maxTime = o.maxTime;
   if (o.timerType >= 0) so->timerType = o.timerType;
@@ -155,9 +155,9 @@ void setScripterOptions(const hxcli::SolveOptions& o, ScripterOptions* so) {
 
 void setLpOptions(const hxcli::SolveOptions& o, LPOptions* lo) {
   setLpOptionDefaults(lo);
-  if (o.primalTol > 0) lo->primalTol = o.primalTol;
-  if (o.dualTol > 0) lo->dualTol = o.dualTol;
-  if (o.gapTol > 0) lo->gapTol = o.gapTol;
+  lo->primalTol = hxcli::solveTol(o.primalTol);
+  lo->dualTol = hxcli::solveTol(o.dualTol);
+  lo->gapTol = hxcli::solveTol(o.gapTol);
   if (o.maxIteration >= 0) lo->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) lo->maxTime = o.maxTime;
   if (o.timerType >= 0) lo->timerType = o.timerType;
@@ -315,9 +315,8 @@ int solve(const hxcli::SolveOptions& o) {
     summary.readTime = readTime;
     summary.solveTime = solveTime;
     summary.claim = hxcli::checkClaim(problem, model, summary.returnCode,
-                                      o.primalTol > 0 ? o.primalTol : OPT_DEFAULT_TOL,
-                                      o.dualTol > 0 ? o.dualTol : OPT_DEFAULT_TOL,
-                                      o.gapTol > 0 ? o.gapTol : OPT_DEFAULT_TOL);
+                                      hxcli::claimTol(o.primalTol),
+                                      hxcli::claimTol(o.dualTol), hxcli::claimTol(o.gapTol));
     if (summary.claim.checked && !summary.claim.verified) exitCode = kExitNotVerified;
     summary.totalTime = secondsSince(t0);
     if (talk) hxcli::printSummary(stdout, summary);
