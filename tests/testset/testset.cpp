@@ -21,8 +21,9 @@
 // Every run asks for the `halvex` command's default tolerances, and an
 // "optimal" or "acceptable" answer must also pass the command's own check
 // of the claim on the problem as read.  --expect names a file of problems
-// known to fail, one "SET NAME ROUTE reason" a line (ROUTE qp, lp or
-// crossover): those count as expected, and one that passes fails the run,
+// known to fail, one "SET NAME ROUTE reason" a line (ROUTE qp, or lp or
+// crossover for every presolver level, or with the level appended for one,
+// as lp0 or crossover-1): those count as expected, and one that passes fails the run,
 // so that the list keeps up with the solver.
 #include <dirent.h>
 
@@ -63,7 +64,7 @@ std::map<std::string, double> readOptimal(const std::string& path) {
 
 // The problems of SET on ROUTE that FILE lists as failing, with the reason.
 bool readExpected(const std::string& path, const std::string& set, const std::string& route,
-                  std::map<std::string, std::string>* out) {
+                  const std::string& level, std::map<std::string, std::string>* out) {
   std::ifstream in(path);
   if (!in) return false;
   std::string line;
@@ -72,7 +73,7 @@ bool readExpected(const std::string& path, const std::string& set, const std::st
     char s[64], n[64], r[64];
     int used = 0;
     if (std::sscanf(line.c_str(), "%63s %63s %63s %n", s, n, r, &used) < 3) continue;
-    if (set == s && route == r) (*out)[n] = line.substr(used);
+    if (set == s && (route == r || route + level == r)) (*out)[n] = line.substr(used);
   }
   return true;
 }
@@ -164,7 +165,8 @@ int main(int argc, char** argv) {
   }
   std::map<std::string, std::string> expected;
   const std::string route = !lpPath ? "qp" : crossover ? "crossover" : "lp";
-  if (!expectFile.empty() && !readExpected(expectFile, argv[2], route, &expected)) {
+  if (!expectFile.empty() &&
+      !readExpected(expectFile, argv[2], route, lpPath ? std::to_string(lpLevel) : "", &expected)) {
     std::fprintf(stderr, "cannot read %s\n", expectFile.c_str());
     return 2;
   }
