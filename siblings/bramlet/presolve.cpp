@@ -688,7 +688,8 @@ void mapBasis(const PostsolveState& st, const std::vector<double>& x,
         endStatus(st, x[r.col], st.origLower[r.col], st.origUpper[r.col]) != BASIS_BASIC)
       continue;
     uint8_t rowEnd = endStatus(st, act[r.row], st.origLo[r.row], st.origHi[r.row]);
-    if (rowEnd == BASIS_BASIC) rowEnd = std::isfinite(st.origLo[r.row]) ? BASIS_AT_LOWER : BASIS_AT_UPPER;
+    if (rowEnd == BASIS_BASIC)
+      rowEnd = std::isfinite(st.origLo[r.row]) ? BASIS_AT_LOWER : BASIS_AT_UPPER;
     basis[r.col] = BASIS_BASIC;
     basis[n + r.row] = rowEnd;
   }

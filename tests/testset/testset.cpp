@@ -2,7 +2,7 @@
 // LPs among them through the LP entry, and compares the objective with the
 // published optimum.
 //
-//   halvex_testset [--lp-path LEVEL [--crossover]] [--verify-level N] [--expect FILE]
+//   halvex_testset [--expect FILE] [--lp-path LEVEL [--crossover]] [--verify-level N]
 //                  DATA_DIR SET [NAME ...]
 //
 // SET is a folder of DATA_DIR (netlib, maros) with an optimal.csv; with
@@ -23,8 +23,8 @@
 // of the claim on the problem as read.  --expect names a file of problems
 // known to fail, one "SET NAME ROUTE reason" a line (ROUTE qp, or lp or
 // crossover for every presolver level, or with the level appended for one,
-// as lp0 or crossover-1): those count as expected, and one that passes fails the run,
-// so that the list keeps up with the solver.
+// as lp0 or crossover-1): those count as expected, and one that passes
+// fails the run, so that the list keeps up with the solver.
 #include <dirent.h>
 
 #include <algorithm>
