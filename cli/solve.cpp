@@ -94,9 +94,9 @@ int shownFrequency(const SolveOptions& o) {
 
 // The QP entry's options from the command's; unset ones keep the instance's.
 void setScripterOptions(const SolveOptions& o, ScripterOptions* so) {
-  if (o.primalTol > 0) so->primalTol = o.primalTol;
-  if (o.dualTol > 0) so->dualTol = o.dualTol;
-  if (o.gapTol > 0) so->gapTol = o.gapTol;
+  so->primalTol = solveTol(o.primalTol);
+  so->dualTol = solveTol(o.dualTol);
+  so->gapTol = solveTol(o.gapTol);
   if (o.maxIteration >= 0) so->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) so->maxTime = o.maxTime;
   if (o.timerType >= 0) so->timerType = o.timerType;
@@ -107,9 +107,9 @@ void setScripterOptions(const SolveOptions& o, ScripterOptions* so) {
 
 void setLpOptions(const SolveOptions& o, LPOptions* lo) {
   setLpOptionDefaults(lo);
-  if (o.primalTol > 0) lo->primalTol = o.primalTol;
-  if (o.dualTol > 0) lo->dualTol = o.dualTol;
-  if (o.gapTol > 0) lo->gapTol = o.gapTol;
+  lo->primalTol = solveTol(o.primalTol);
+  lo->dualTol = solveTol(o.dualTol);
+  lo->gapTol = solveTol(o.gapTol);
   if (o.maxIteration >= 0) lo->maxIteration = (int32_t)o.maxIteration;
   if (o.maxTime > 0) lo->maxTime = o.maxTime;
   if (o.timerType >= 0) lo->timerType = o.timerType;
@@ -216,10 +216,8 @@ bool runJob(hxhost::Host& host, hxhost::HalvexModule& module, const hxhost::Halv
   summary.history = std::move(history.rows);
   if (instance) module.destroyInstance(instance);
   if (lpPool) lpPool->poolDestroy(lpPool);
-  summary.claim = checkClaim(p, job->lp.qp, summary.returnCode,
-                             o.primalTol > 0 ? o.primalTol : OPT_DEFAULT_TOL,
-                             o.dualTol > 0 ? o.dualTol : OPT_DEFAULT_TOL,
-                             o.gapTol > 0 ? o.gapTol : OPT_DEFAULT_TOL);
+  summary.claim = checkClaim(p, job->lp.qp, summary.returnCode, claimTol(o.primalTol),
+                             claimTol(o.dualTol), claimTol(o.gapTol));
   return true;
 }
 

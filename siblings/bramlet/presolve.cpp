@@ -79,6 +79,13 @@ struct PostsolveState {
   std::vector<int32_t> entCol;
   std::vector<double> entVal;
   std::vector<uint8_t> relax;
+  // The row behind each relaxed bound, in the order the flags were given.
+  struct RelaxMark {
+    int32_t col, row;
+    double a;
+    uint8_t flag;
+  };
+  std::vector<RelaxMark> relaxLog;
 
   // Place of each kept row and column in the presolved LP, -1 if removed.
   std::vector<int32_t> newRow, newCol;
@@ -401,6 +408,7 @@ void PostsolveState::markRelaxed() {
       if (flag & RELAX_NO_LOWER) l[j] = il;
       if (flag & RELAX_NO_UPPER) u[j] = iu;
       relax[j] |= flag;
+      relaxLog.push_back({j, i, a, flag});
       for (int32_t q = rStart[i]; q < rStart[i + 1]; q++)
         if (rCol[q] != j) locked[rCol[q]] = 1;
       break;  // the row's other columns are locked now
@@ -668,6 +676,23 @@ void mapBasis(const PostsolveState& st, const std::vector<double>& x,
                                  : endStatus(st, x[j], st.origLower[j], st.origUpper[j]);
   for (int32_t i = 0; i < m; i++)
     basis[n + i] = st.newRow[i] >= 0 ? inner[nc + st.newRow[i]] : BASIS_BASIC;
+  // A column that the crossover left at a relaxed bound sits inside its own
+  // bounds in the caller's LP: it turns basic and the row that implied the
+  // bound goes to the end that holds it.
+  for (size_t t = st.relaxLog.size(); t-- > 0;) {
+    const PostsolveState::RelaxMark& r = st.relaxLog[t];
+    const uint8_t b = basis[r.col];
+    const bool atRelaxed = (b == BASIS_AT_LOWER && (r.flag & RELAX_NO_LOWER)) ||
+                           (b == BASIS_AT_UPPER && (r.flag & RELAX_NO_UPPER));
+    if (!atRelaxed || basis[n + r.row] != BASIS_BASIC ||
+        endStatus(st, x[r.col], st.origLower[r.col], st.origUpper[r.col]) != BASIS_BASIC)
+      continue;
+    uint8_t rowEnd = endStatus(st, act[r.row], st.origLo[r.row], st.origHi[r.row]);
+    if (rowEnd == BASIS_BASIC)
+      rowEnd = std::isfinite(st.origLo[r.row]) ? BASIS_AT_LOWER : BASIS_AT_UPPER;
+    basis[r.col] = BASIS_BASIC;
+    basis[n + r.row] = rowEnd;
+  }
   for (size_t t = st.steps.size(); t-- > 0;) {
     const Step& s = st.steps[t];
     const int32_t rowSlot = n + s.row;
@@ -814,6 +839,18 @@ int32_t postsolve(Problem* problem) {
       for (int32_t p = st.rStart[i]; p < st.rStart[i + 1]; p++)
         if (defined[st.rCol[p]]) z[st.rCol[p]] -= st.rVal[p] * delta;
     };
+    // The solver may keep an implied bound as a real one and price it.  In
+    // the caller's LP that bound is not there; the row that implies it holds
+    // the column there instead, so the bound's dual moves to the row.  Later
+    // flags never lean on a column of an earlier flag's row (markRelaxed
+    // locks them), so undoing the flags backwards leaves each relaxed
+    // column's reduced cost at zero.
+    for (size_t t = st.relaxLog.size(); t-- > 0;) {
+      const PostsolveState::RelaxMark& r = st.relaxLog[t];
+      const double zj = z[r.col];
+      if (((r.flag & RELAX_NO_LOWER) && zj > 0) || ((r.flag & RELAX_NO_UPPER) && zj < 0))
+        setRowDual(r.row, y[r.row] + zj / r.a);
+    }
     for (size_t t = st.steps.size(); t-- > 0;) {
       const Step& s = st.steps[t];
       switch (s.kind) {

@@ -2,7 +2,8 @@
 // LPs among them through the LP entry, and compares the objective with the
 // published optimum.
 //
-//   halvex_testset [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET [NAME ...]
+//   halvex_testset [--expect FILE] [--lp-path LEVEL [--crossover]] [--verify-level N]
+//                  DATA_DIR SET [NAME ...]
 //
 // SET is a folder of DATA_DIR (netlib, maros) with an optimal.csv; with
 // names only those problems run.  --lp-path sends the LPs through iplpmain
@@ -16,6 +17,14 @@
 // VerifyVector, whose findings on a right side (rounding leftovers below
 // 1e-16) the solve itself takes as notes: they are counted and shown, not
 // failed.
+//
+// Every run asks for the `halvex` command's default tolerances, and an
+// "optimal" or "acceptable" answer must also pass the command's own check
+// of the claim on the problem as read.  --expect names a file of problems
+// known to fail, one "SET NAME ROUTE reason" a line (ROUTE qp, or lp or
+// crossover for every presolver level, or with the level appended for one,
+// as lp0 or crossover-1): those count as expected, and one that passes
+// fails the run, so that the list keeps up with the solver.
 #include <dirent.h>
 
 #include <algorithm>
@@ -27,8 +36,10 @@
 #include <string>
 #include <vector>
 
+#include "cli/claim.h"
 #include "cli/lprecord.h"
 #include "cli/mps.h"
+#include "cli/options.h"
 #include "cli/qprecord.h"
 #include "frame/entry.h"
 #include "frame/instance.h"
@@ -51,6 +62,22 @@ std::map<std::string, double> readOptimal(const std::string& path) {
   return out;
 }
 
+// The problems of SET on ROUTE that FILE lists as failing, with the reason.
+bool readExpected(const std::string& path, const std::string& set, const std::string& route,
+                  const std::string& level, std::map<std::string, std::string>* out) {
+  std::ifstream in(path);
+  if (!in) return false;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    char s[64], n[64], r[64];
+    int used = 0;
+    if (std::sscanf(line.c_str(), "%63s %63s %63s %n", s, n, r, &used) < 3) continue;
+    if (set == s && (route == r || route + level == r)) (*out)[n] = line.substr(used);
+  }
+  return true;
+}
+
 std::string problemName(const std::string& file) {
   std::string n = file.substr(0, file.find('.'));
   std::transform(n.begin(), n.end(), n.begin(), ::tolower);
@@ -71,7 +98,7 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossove
   setLpOptionDefaults(&options);
   options.presolver = level;
   options.verifyLevel = verifyLevel;
-  options.primalTol = options.dualTol = options.gapTol = 1e-8;
+  options.primalTol = options.dualTol = options.gapTol = hxcli::kCommandTol;
   options.crossover = crossover ? 1 : 0;
   lp->record.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(stats);
   LPContext ctx = hxcli::makeLpContext(pool, host.textLog(), host.messageLog());
@@ -91,6 +118,12 @@ int32_t solveLp(hxhost::Host& host, hxcli::LPModel* lp, int level, bool crossove
 int main(int argc, char** argv) {
   int lpLevel = 0, verifyLevel = 0;
   bool lpPath = false, crossover = false;
+  std::string expectFile;
+  while (argc >= 3 && std::string(argv[1]) == "--expect") {
+    expectFile = argv[2];
+    argv += 2;
+    argc -= 2;
+  }
   while (argc >= 3 && (std::string(argv[1]) == "--lp-path" ||
                        std::string(argv[1]) == "--verify-level")) {
     const bool isPath = std::string(argv[1]) == "--lp-path";
@@ -119,8 +152,8 @@ int main(int argc, char** argv) {
   }
   if (argc < 3) {
     std::fprintf(stderr,
-                 "usage: %s [--lp-path LEVEL [--crossover]] [--verify-level N] DATA_DIR SET "
-                 "[NAME ...]\n",
+                 "usage: %s [--expect FILE] [--lp-path LEVEL [--crossover]] [--verify-level N] "
+                 "DATA_DIR SET [NAME ...]\n",
                  argv[0]);
     return 2;
   }
@@ -128,6 +161,13 @@ int main(int argc, char** argv) {
   std::map<std::string, double> optimal = readOptimal(dir + "/optimal.csv");
   if (optimal.empty()) {
     std::fprintf(stderr, "no optimal.csv in %s\n", dir.c_str());
+    return 2;
+  }
+  std::map<std::string, std::string> expected;
+  const std::string route = !lpPath ? "qp" : crossover ? "crossover" : "lp";
+  if (!expectFile.empty() &&
+      !readExpected(expectFile, argv[2], route, lpPath ? std::to_string(lpLevel) : "", &expected)) {
+    std::fprintf(stderr, "cannot read %s\n", expectFile.c_str());
     return 2;
   }
   std::vector<std::string> wanted(argv + 3, argv + argc);
@@ -169,7 +209,7 @@ int main(int argc, char** argv) {
     host.silence(true);
   }
   qvextent(host.kernel());
-  int passed = 0, failed = 0;
+  int passed = 0, failed = 0, expectedFailures = 0;
   for (const std::string& f : files) {
     const std::string name = problemName(f);
     hxcli::MpsProblem p;
@@ -206,8 +246,9 @@ int main(int argc, char** argv) {
         continue;
       }
       // The published optima carry 8 to 10 digits; the comparison asks for 6,
-      // which a relative gap of 1e-6 does not promise, so the run asks for 1e-8.
-      instance->scripter.primalTol = instance->scripter.dualTol = instance->scripter.gapTol = 1e-8;
+      // which a relative gap of 1e-6 does not promise: the command's 1e-8.
+      instance->scripter.primalTol = instance->scripter.dualTol = instance->scripter.gapTol =
+          hxcli::kCommandTol;
       code = instance->ipqpScripter(instance, &model.record);
       halvex_destroy_instance(instance);
       obj = model.record.objValue;
@@ -220,6 +261,12 @@ int main(int argc, char** argv) {
     double err = ref == optimal.end() ? NAN : std::fabs(obj - ref->second) /
                                                  std::max(1.0, std::fabs(ref->second));
     bool ok = (code == 0 || (code == 9 && !crossover)) && err <= 1e-6;
+    const double claimTol = hxcli::claimTol(-1);
+    const hxcli::ClaimCheck claim = hxcli::checkClaim(p, model, code, claimTol, claimTol, claimTol);
+    if (claim.checked && !claim.verified) {
+      note += "claim not verified: " + claim.failure;
+      ok = false;
+    }
     if (verifyLevel > 0 && lpEntry && !p.isQP()) {
       if (errorLines != errorsBefore) {
         note += std::to_string(errorLines - errorsBefore) + " check errors, first: " + firstError;
@@ -238,12 +285,25 @@ int main(int argc, char** argv) {
                     stats.simplexIterations, stats.seconds);
       note = note.empty() ? buf : note + "  " + buf;
     }
+    const auto listed = expected.find(name);
+    const char* verdict = ok ? "ok  " : "FAIL";
+    if (listed != expected.end()) {
+      verdict = ok ? "PASS" : "xfail";
+      note += (note.empty() ? "" : "; ") +
+              (ok ? "listed as failing in " + expectFile + ": take it off"
+                  : "expected: " + listed->second);
+    }
     std::printf("%s %-12s code %2d  objective %.10e  rel.err %.1e  iterations %4d  %.2f s%s%s\n",
-                ok ? "ok  " : "FAIL", name.c_str(), code, obj, err, iterations, seconds,
+                verdict, name.c_str(), code, obj, err, iterations, seconds,
                 note.empty() ? "" : "  ", note.c_str());
     std::fflush(stdout);
-    (ok ? passed : failed)++;
+    if (listed != expected.end() && !ok)
+      expectedFailures++;
+    else if (ok && listed == expected.end())
+      passed++;
+    else
+      failed++;
   }
-  std::printf("%d passed, %d failed\n", passed, failed);
+  std::printf("%d passed, %d failed, %d failed as listed\n", passed, failed, expectedFailures);
   return failed == 0 ? 0 : 1;
 }
