@@ -7,7 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <vector>
+#include "siblings/fennick/alloc.h"
 
 #include "frame/qvkernel.h"
 #include "records/siblings.h"
@@ -70,8 +70,8 @@ struct Settings {
 // trouble, -1086 out of memory.
 struct Result {
   int32_t status = IPM_STATUS_FAILED;
-  std::vector<double> x, y, z, activity;  // in the LP's own sense
-  std::vector<uint8_t> basis;             // numCol + numRow, BASIS_...
+  Vec<double> x, y, z, activity;  // in the LP's own sense
+  Vec<uint8_t> basis;             // numCol + numRow, BASIS_...
   double objective = 0.0;                 // without the constant
   double primalInfeas = 0.0, boundInfeas = 0.0, dualInfeas = 0.0;
   FennickStats stats{};

@@ -56,7 +56,7 @@ class Simplex {
     const int32_t e = lp_.colLength ? b + lp_.colLength[j] : lp_.colBegin[j + 1];
     for (int32_t p = b; p < e; p++) f(lp_.rowIndex[p], lp_.matValue[p]);
   }
-  double dotColumn(int32_t j, const std::vector<double>& v) const {
+  double dotColumn(int32_t j, const Vec<double>& v) const {
     double s = 0.0;
     forColumn(j, [&](int32_t i, double a) { s += a * v[i]; });
     return s;
@@ -82,17 +82,17 @@ class Simplex {
   const LpView& lp_;
   Settings set_;
   int32_t m_ = 0, n_ = 0, N_ = 0;
-  std::vector<double> cost_, trueCost_, lb_, ub_, x_, y_, d_, alpha_, work_, devex_;
-  std::vector<uint8_t> state_;
+  Vec<double> cost_, trueCost_, lb_, ub_, x_, y_, d_, alpha_, work_, devex_;
+  Vec<uint8_t> state_;
   // |reduced cost| of each variable at the interior point, 0 without one.
-  std::vector<double> ipmDual_, candTheta_;
-  std::vector<int32_t> candidates_;
-  std::vector<bool> candLower_;
+  Vec<double> ipmDual_, candTheta_;
+  Vec<int32_t> candidates_;
+  Vec<bool> candLower_;
   bool leaveToLower_ = true;  // the bound that the leaving variable of the last ratio test reaches
-  std::vector<int32_t> head_, posOf_;
+  Vec<int32_t> head_, posOf_;
   BasisFactor factor_;
-  std::vector<int32_t> bStart_, bIndex_, depPos_, depRow_;
-  std::vector<double> bValue_;
+  Vec<int32_t> bStart_, bIndex_, depPos_, depRow_;
+  Vec<double> bValue_;
   bool perturbed_ = false;
   int32_t perturbRounds_ = 0;
   int64_t pushCount_ = 0, iterations_ = 0;
@@ -472,8 +472,8 @@ void Simplex::perturbCosts() {
 }
 
 int32_t Simplex::push() {
-  std::vector<int32_t> order;
-  std::vector<double> score(N_, 0.0);
+  Vec<int32_t> order;
+  Vec<double> score(N_, 0.0);
   for (int32_t j = 0; j < N_; j++) {
     if (state_[j] != kSuper) continue;
     const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
@@ -707,9 +707,9 @@ int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Resul
   // polish at a tighter one, bounded, from the optimal basis.  If it does
   // not settle, the basis it started from stands.
   if (status == IPM_STATUS_OPTIMAL && set_.polishTol < set_.dualTol) {
-    const std::vector<int32_t> head = head_;
-    const std::vector<uint8_t> state = state_;
-    const std::vector<double> x = x_;
+    const Vec<int32_t> head = head_;
+    const Vec<uint8_t> state = state_;
+    const Vec<double> x = x_;
     int32_t polished = refactor();
     if (polished == 0) polished = simplex(set_.polishTol, kPolishIterations);
     if (polished != IPM_STATUS_OPTIMAL) {
