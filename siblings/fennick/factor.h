@@ -36,6 +36,12 @@ class BasisFactor {
   // After a basis change at position r with the entering column's ftran alpha.
   void update(int32_t r, const double* alpha);
   int32_t numUpdates() const { return (int32_t)etaPivotRow_.size(); }
+  // Whether the eta file has outgrown the factor: every solve then spends
+  // more time in the updates than in L and U, and a fresh factor is cheaper.
+  bool outgrown() const {
+    return numeric_ && (int64_t)etaIndex_.size() > (int64_t)numeric_->lnz + numeric_->unz +
+                                                       numeric_->nzoff + 4 * (int64_t)m_;
+  }
 
  private:
   void release();

@@ -75,6 +75,7 @@ struct Result {
   double objective = 0.0;                 // without the constant
   double primalInfeas = 0.0, boundInfeas = 0.0, dualInfeas = 0.0;
   FennickStats stats{};
+  int64_t dualIterations = 0;  // of stats.simplexIterations, by the dual simplex
 };
 
 // x0, y0, z0 may be null for a cold start.  Returns result.status.
