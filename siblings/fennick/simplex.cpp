@@ -569,10 +569,13 @@ int32_t Simplex::push() {
       if (rc != 0) return rc;
       if (state_[j] != kSuper) continue;
     }
-    for (int32_t p = 0; p < m_; p++) y_[p] = cost_[head_[p]];
-    factor_.btran(y_.data());
-    const double dj = cost_[j] - dotColumn(j, y_);
+    // The reduced cost from the column itself, c_j - c_B' B^-1 a_j: the
+    // ftran is needed anyway, and a btran of the costs would be a second
+    // solve for every column pushed.
     ftranColumn(j);
+    double dj = cost_[j];
+    for (int32_t p = 0; p < m_; p++)
+      if (alpha_[p] != 0.0) dj -= cost_[head_[p]] * alpha_[p];
     const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
     const double du = finiteUpper(ub_[j]) ? ub_[j] - x_[j] : HUGE_VAL;
     int32_t dir = dj < -td ? 1 : dj > td ? -1 : (dl <= du ? -1 : 1);
