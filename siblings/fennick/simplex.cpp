@@ -944,7 +944,19 @@ void Simplex::finish(Result* out, int32_t status) {
   if (status != IPM_STATUS_OPTIMAL) return;
   const double sense = lp_.objSense < 0 ? -1.0 : 1.0;
   cost_ = trueCost_;
-  computeBasics();
+  // The vertex from a fresh factor, not through the eta file, and two
+  // steps of refinement: badly conditioned bases of large values otherwise
+  // leave row residuals well above the tolerances.
+  if (factor_.numUpdates() == 0 || refactor() != 0) computeBasics();
+  for (int step = 0; step < 2; step++) {
+    std::fill(work_.begin(), work_.end(), 0.0);
+    for (int32_t j = 0; j < N_; j++) {
+      const double v = x_[j];
+      if (v != 0.0) forColumn(j, [&](int32_t i, double a) { work_[i] -= a * v; });
+    }
+    factor_.ftran(work_.data());
+    for (int32_t p = 0; p < m_; p++) x_[head_[p]] += work_[p];
+  }
   computeDuals(false);
   out->x.assign(x_.begin(), x_.begin() + n_);
   out->activity.assign(m_, 0.0);
