@@ -63,6 +63,7 @@ struct Settings {
   double primalTol = 1e-7;
   double dualTol = 1e-7;
   double polishTol = 1e-9;        // a bounded last run at this dual tolerance
+  bool dualSimplex = true;        // false: the primal phase 1 alone repairs a basis
 };
 
 // Outcome codes are the solver's statuses: 1 optimal, 3 infeasible, 4 dual

@@ -1009,7 +1009,7 @@ int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Resul
   setup(x0, y0, z0);
   int32_t status = refactor();
   if (status == 0 && set_.fromPoint) status = push();
-  if (status == 0 && preferDual()) {
+  if (status == 0 && set_.dualSimplex && preferDual()) {
     status = dualSimplex();
     // What the dual simplex leaves (a feasible basis, or a row it could not
     // repair, or trouble with the factor) the primal simplex takes on.

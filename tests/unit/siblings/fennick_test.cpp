@@ -230,16 +230,22 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
     dualIterations += a.dualIterations;
 
     // From the middle of the box, which breaks most rows: the push keeps the
-    // point and phase 1 has to repair it.
+    // point and the dual simplex or the primal phase 1 has to repair it.
     std::vector<double> x0(lp.n), y0(lp.m, 0.0), z0(lp.n, 0.0);
     for (int j = 0; j < lp.n; j++) x0[j] = 0.5 * (lp.lower[j] + lp.upper[j]);
-    fennick::Result b;
-    ASSERT_EQ(fennick::crossover(lp.view(), x0.data(), y0.data(), z0.data(), fennick::Settings(),
-                                 &b),
-              IPM_STATUS_OPTIMAL);
-    expectOptimalBasis(lp, b);
-    EXPECT_NEAR(a.objective, b.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
-    EXPECT_GT(b.stats.pushIterations, 0);
+    for (bool dual : {true, false}) {
+      fennick::Settings s;
+      s.dualSimplex = dual;
+      fennick::Result b;
+      ASSERT_EQ(fennick::crossover(lp.view(), x0.data(), y0.data(), z0.data(), s, &b),
+                IPM_STATUS_OPTIMAL);
+      expectOptimalBasis(lp, b);
+      EXPECT_NEAR(a.objective, b.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
+      EXPECT_GT(b.stats.pushIterations, 0);
+      if (!dual) {
+        EXPECT_EQ(b.dualIterations, 0);
+      }
+    }
   }
   EXPECT_GT(dualIterations, 40);
 }
