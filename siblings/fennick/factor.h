@@ -37,10 +37,12 @@ class BasisFactor {
   void update(int32_t r, const double* alpha);
   int32_t numUpdates() const { return (int32_t)etaPivotRow_.size(); }
   // Whether the eta file has outgrown the factor: every solve then spends
-  // more time in the updates than in L and U, and a fresh factor is cheaper.
+  // most of its time in the updates, and a fresh factor is cheaper.  Three
+  // times the factor: at once the size of the factor, KLU's analysis and
+  // factorisation cost more than the updates save (dfl001, degen3).
   bool outgrown() const {
-    return numeric_ && (int64_t)etaIndex_.size() > (int64_t)numeric_->lnz + numeric_->unz +
-                                                       numeric_->nzoff + 4 * (int64_t)m_;
+    return numeric_ && (int64_t)etaIndex_.size() > 3 * ((int64_t)numeric_->lnz + numeric_->unz +
+                                                        numeric_->nzoff + 4 * (int64_t)m_);
   }
 
  private:
