@@ -36,6 +36,8 @@ constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
 // The polish finds what it finds within a few pivots, or not at all.
 constexpr int64_t kPolishIterations = 1000;
+// Logicals of active rows that the crash basis may take in.
+constexpr int64_t kCrashFiller = 10;
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -78,6 +80,7 @@ class Simplex {
   bool preferDual();
   void perturbCosts();
   int32_t push();
+  int32_t crashBasis();
   int32_t simplex(double td, int64_t cap);
   bool outOfTime();
   void finish(Result* out, int32_t status);
@@ -109,6 +112,7 @@ class Simplex {
   Vec<int32_t> bStart_, bIndex_, depPos_, depRow_;
   Vec<double> bValue_;
   bool perturbed_ = false;
+  bool crashing_ = false;
   int32_t perturbRounds_ = 0;
   int64_t pushCount_ = 0, iterations_ = 0, dualIterations_ = 0;
   std::chrono::steady_clock::time_point start_;
@@ -255,7 +259,9 @@ int32_t Simplex::refactor() {
       if (posOf_[logical] >= 0) continue;
       const int32_t out = head_[p];
       posOf_[out] = -1;
-      placeNonbasic(out);
+      // A column of the crash basis keeps its interior value for the push.
+      if (crashing_ && out < n_ && state_[out] == kBasic) state_[out] = kSuper;
+      else placeNonbasic(out);
       head_[p] = logical;
       posOf_[logical] = p;
       state_[logical] = kBasic;
@@ -545,6 +551,71 @@ void Simplex::perturbCosts() {
     else if (state_[j] == kBasic) cost_[j] += (seed & 1) ? 0.1 * eps : -0.1 * eps;
   }
   perturbed_ = true;
+}
+
+// The first basis: the columns strictly inside their bounds, the most
+// interior first, then the logicals of the rows that the point leaves
+// inactive, then those of the active rows with the smallest duals.  At a
+// strictly complementary point these are the basis, and one factorisation
+// replaces a push of every interior column; columns that make the basis
+// singular stay superbasic for the push.
+int32_t Simplex::crashBasis() {
+  Vec<double> act(m_, 0.0), score(N_, 0.0);
+  Vec<int32_t> order;
+  for (int32_t j = 0; j < n_; j++) {
+    const double v = x_[j];
+    if (v != 0.0) forColumn(j, [&](int32_t i, double a) { act[i] += a * v; });
+    if (state_[j] != kSuper) continue;
+    const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
+    const double du = finiteUpper(ub_[j]) ? ub_[j] - x_[j] : HUGE_VAL;
+    score[j] = std::min(dl, du) / (1.0 + std::fabs(x_[j]));
+    order.push_back(j);
+  }
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int32_t a, int32_t b) { return score[a] > score[b]; });
+  Vec<int32_t> rows;
+  for (int32_t i = 0; i < m_; i++) {
+    const int32_t j = n_ + i;
+    const double dl = finiteLower(lb_[j]) ? act[i] - lb_[j] : HUGE_VAL;
+    const double du = finiteUpper(ub_[j]) ? ub_[j] - act[i] : HUGE_VAL;
+    // Inactive rows first (large distance), then the smallest duals.
+    score[j] = std::min(dl, du) > set_.primalTol * (1.0 + std::fabs(act[i])) ? 1.0
+                                                                                : -ipmDual_[j];
+    rows.push_back(j);
+  }
+  std::stable_sort(rows.begin(), rows.end(),
+                   [&](int32_t a, int32_t b) { return score[a] > score[b]; });
+  // Only a point that is close to a vertex gets the crash basis.  More
+  // interior columns and inactive rows than rows: the point is not at a
+  // vertex (degenerate, or not converged), and a truncated basis costs many
+  // pivots later.  Logicals of active rows in the basis sit at a bound with
+  // a dual that says they belong out of it; beyond a few of them the push,
+  // which lets such variables leave first, makes the better basis.
+  int32_t inactive = 0;
+  for (const int32_t j : rows) inactive += score[j] > 0.0;
+  const int64_t filler = (int64_t)m_ - (int64_t)order.size() - inactive;
+  if (filler < 0 || filler > std::max<int64_t>(kCrashFiller, m_ / 100)) return refactor();
+  for (int32_t i = 0; i < m_; i++) posOf_[n_ + i] = -1;
+  int32_t p = 0;
+  for (const int32_t j : order) {
+    head_[p] = j;
+    posOf_[j] = p++;
+    state_[j] = kBasic;
+  }
+  for (const int32_t j : rows) {
+    if (p < m_) {
+      head_[p] = j;
+      posOf_[j] = p++;
+      state_[j] = kBasic;
+    } else {
+      x_[j] = act[j - n_];
+      placeNonbasic(j);
+    }
+  }
+  crashing_ = true;
+  const int32_t rc = refactor();
+  crashing_ = false;
+  return rc;
 }
 
 int32_t Simplex::push() {
@@ -958,6 +1029,12 @@ void Simplex::finish(Result* out, int32_t status) {
     for (int32_t p = 0; p < m_; p++) x_[head_[p]] += work_[p];
   }
   computeDuals(false);
+  // The duals get the same refinement: B' y = c_B.
+  for (int step = 0; step < 2; step++) {
+    for (int32_t p = 0; p < m_; p++) work_[p] = cost_[head_[p]] - dotColumn(head_[p], y_);
+    factor_.btran(work_.data());
+    for (int32_t p = 0; p < m_; p++) y_[p] += work_[p];
+  }
   out->x.assign(x_.begin(), x_.begin() + n_);
   out->activity.assign(m_, 0.0);
   out->y.resize(m_);
@@ -1007,7 +1084,7 @@ void Simplex::finish(Result* out, int32_t status) {
 int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Result* out) {
   start_ = std::chrono::steady_clock::now();
   setup(x0, y0, z0);
-  int32_t status = refactor();
+  int32_t status = set_.fromPoint ? crashBasis() : refactor();
   if (status == 0 && set_.fromPoint) status = push();
   if (status == 0 && set_.dualSimplex && preferDual()) {
     status = dualSimplex();

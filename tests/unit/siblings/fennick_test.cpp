@@ -217,6 +217,7 @@ TestLP randomLP(std::mt19937& rng, int m, int n) {
 TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
   std::mt19937 rng(20261123);
   int64_t dualIterations = 0;  // the slack basis of boxed columns goes the dual way
+  int atOnce = 0;  // vertices whose crash basis needed no pivot
   for (int trial = 0; trial < 40; trial++) {
     SCOPED_TRACE(trial);
     TestLP lp = randomLP(rng, 4 + trial % 9, 6 + trial % 13);
@@ -228,6 +229,16 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
               IPM_STATUS_OPTIMAL);
     expectOptimalBasis(lp, a);
     dualIterations += a.dualIterations;
+
+    // From the vertex itself, as from a converged interior point: the crash
+    // basis of its interior columns and inactive rows is the answer.
+    fennick::Result v;
+    ASSERT_EQ(fennick::crossover(lp.view(), a.x.data(), a.y.data(), a.z.data(),
+                                 fennick::Settings(), &v),
+              IPM_STATUS_OPTIMAL);
+    expectOptimalBasis(lp, v);
+    EXPECT_NEAR(a.objective, v.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
+    atOnce += v.stats.pushIterations + v.stats.simplexIterations == 0;
 
     // From the middle of the box, which breaks most rows: the push keeps the
     // point and the dual simplex or the primal phase 1 has to repair it.
@@ -248,6 +259,7 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
     }
   }
   EXPECT_GT(dualIterations, 40);
+  EXPECT_GT(atOnce, 10);
 }
 
 TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
