@@ -615,7 +615,17 @@ int32_t Simplex::crashBasis() {
   crashing_ = true;
   const int32_t rc = refactor();
   crashing_ = false;
-  return rc;
+  if (rc != IPM_STATUS_FAILED) return rc;
+  // Too singular to repair in a few rounds: the slack basis, and the push.
+  for (int32_t j = 0; j < n_; j++)
+    if (state_[j] == kBasic) state_[j] = kSuper;
+  for (int32_t j = 0; j < n_; j++) posOf_[j] = -1;
+  for (int32_t i = 0; i < m_; i++) {
+    head_[i] = n_ + i;
+    posOf_[n_ + i] = i;
+    state_[n_ + i] = kBasic;
+  }
+  return refactor();
 }
 
 int32_t Simplex::push() {
