@@ -693,17 +693,30 @@ void mapBasis(const PostsolveState& st, const std::vector<double>& x,
     basis[r.col] = BASIS_BASIC;
     basis[n + r.row] = rowEnd;
   }
+  std::vector<char> held(n, 0);  // removed columns that a singleton row holds
   for (size_t t = st.steps.size(); t-- > 0;) {
     const Step& s = st.steps[t];
     const int32_t rowSlot = n + s.row;
     switch (s.kind) {
       case kSingletonRow: {
         const uint8_t b = basis[s.col];
-        if (b == BASIS_BASIC || basis[rowSlot] != BASIS_BASIC) break;
+        if (basis[rowSlot] != BASIS_BASIC) break;
+        if (b == BASIS_BASIC) {
+          // A column that went out fixed by the row's bounds comes back
+          // basic inside its own: the row holds it, so the row is the
+          // nonbasic one of the pair.
+          if (st.newCol[s.col] < 0 && !held[s.col]) {
+            held[s.col] = 1;
+            basis[rowSlot] = endStatus(st, act[s.row], st.origLo[s.row], st.origHi[s.row]);
+            if (basis[rowSlot] == BASIS_BASIC) basis[rowSlot] = BASIS_AT_LOWER;
+          }
+          break;
+        }
         if (endStatus(st, x[s.col], st.origLower[s.col], st.origUpper[s.col]) != BASIS_BASIC &&
             y[s.row] == 0.0)
           break;
         basis[s.col] = BASIS_BASIC;
+        held[s.col] = 1;
         basis[rowSlot] = endStatus(st, act[s.row], st.origLo[s.row], st.origHi[s.row]);
         break;
       }

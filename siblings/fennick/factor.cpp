@@ -27,10 +27,10 @@ void BasisFactor::release() {
   symbolic_ = nullptr;
 }
 
-int BasisFactor::factor(int32_t m, const std::vector<int32_t>& start,
-                        const std::vector<int32_t>& index, const std::vector<double>& value,
-                        std::vector<int32_t>* dependentPosition,
-                        std::vector<int32_t>* dependentRow) {
+int BasisFactor::factor(int32_t m, const Vec<int32_t>& start,
+                        const Vec<int32_t>& index, const Vec<double>& value,
+                        Vec<int32_t>* dependentPosition,
+                        Vec<int32_t>* dependentRow) {
   release();
   etaPivotRow_.clear();
   etaStart_.assign(1, 0);
@@ -41,9 +41,12 @@ int BasisFactor::factor(int32_t m, const std::vector<int32_t>& start,
   dependentRow->clear();
   m_ = m;
   if (m == 0) return 0;
+  // KLU allocates on its own; its calls count as one allocation each.
+  allocationPoint();
   symbolic_ = klu_analyze(m, const_cast<int32_t*>(start.data()),
                           const_cast<int32_t*>(index.data()), &common_);
   if (!symbolic_) return common_.status == KLU_OUT_OF_MEMORY ? -1 : 1;
+  allocationPoint();
   numeric_ = klu_factor(const_cast<int32_t*>(start.data()), const_cast<int32_t*>(index.data()),
                         const_cast<double*>(value.data()), symbolic_, &common_);
   if (!numeric_) return common_.status == KLU_OUT_OF_MEMORY ? -1 : 1;

@@ -9,7 +9,7 @@
 
 #include <stdint.h>
 
-#include <vector>
+#include "siblings/fennick/alloc.h"
 
 #include <suitesparse/klu.h>
 
@@ -26,9 +26,9 @@ class BasisFactor {
   // is singular (dependentPosition and dependentRow then name pairs of a
   // basis position and a row whose unit column would make it regular), or -1
   // when memory ran out.
-  int factor(int32_t m, const std::vector<int32_t>& start, const std::vector<int32_t>& index,
-             const std::vector<double>& value, std::vector<int32_t>* dependentPosition,
-             std::vector<int32_t>* dependentRow);
+  int factor(int32_t m, const Vec<int32_t>& start, const Vec<int32_t>& index,
+             const Vec<double>& value, Vec<int32_t>* dependentPosition,
+             Vec<int32_t>* dependentRow);
 
   void ftran(double* v) const;  // v <- B^-1 v
   void btran(double* v) const;  // v <- B^-T v
@@ -36,6 +36,14 @@ class BasisFactor {
   // After a basis change at position r with the entering column's ftran alpha.
   void update(int32_t r, const double* alpha);
   int32_t numUpdates() const { return (int32_t)etaPivotRow_.size(); }
+  // Whether the eta file has outgrown the factor: every solve then spends
+  // most of its time in the updates, and a fresh factor is cheaper.  Three
+  // times the factor: at once the size of the factor, KLU's analysis and
+  // factorisation cost more than the updates save (dfl001, degen3).
+  bool outgrown() const {
+    return numeric_ && (int64_t)etaIndex_.size() > 3 * ((int64_t)numeric_->lnz + numeric_->unz +
+                                                        numeric_->nzoff + 4 * (int64_t)m_);
+  }
 
  private:
   void release();
@@ -44,8 +52,8 @@ class BasisFactor {
   mutable klu_common common_;
   klu_symbolic* symbolic_ = nullptr;
   klu_numeric* numeric_ = nullptr;
-  std::vector<int32_t> etaPivotRow_, etaStart_, etaIndex_;
-  std::vector<double> etaPivot_, etaValue_;
+  Vec<int32_t> etaPivotRow_, etaStart_, etaIndex_;
+  Vec<double> etaPivot_, etaValue_;
 };
 
 }  // namespace fennick

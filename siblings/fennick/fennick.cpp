@@ -7,6 +7,19 @@
 #include "siblings/fennick/fennick.h"
 
 namespace fennick {
+
+AllocProbe& allocProbe() {
+  static thread_local AllocProbe probe;
+  return probe;
+}
+
+void failAllocation(int64_t k) {
+  allocProbe().count = 0;
+  allocProbe().failAt = k;
+}
+
+int64_t allocationCount() { return allocProbe().count; }
+
 namespace {
 
 int32_t readInt(const uint8_t* block, int position) {

@@ -7,7 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <vector>
+#include "siblings/fennick/alloc.h"
 
 #include "frame/qvkernel.h"
 #include "records/siblings.h"
@@ -63,6 +63,7 @@ struct Settings {
   double primalTol = 1e-7;
   double dualTol = 1e-7;
   double polishTol = 1e-9;        // a bounded last run at this dual tolerance
+  bool dualSimplex = true;        // false: the primal phase 1 alone repairs a basis
 };
 
 // Outcome codes are the solver's statuses: 1 optimal, 3 infeasible, 4 dual
@@ -70,11 +71,12 @@ struct Settings {
 // trouble, -1086 out of memory.
 struct Result {
   int32_t status = IPM_STATUS_FAILED;
-  std::vector<double> x, y, z, activity;  // in the LP's own sense
-  std::vector<uint8_t> basis;             // numCol + numRow, BASIS_...
+  Vec<double> x, y, z, activity;  // in the LP's own sense
+  Vec<uint8_t> basis;             // numCol + numRow, BASIS_...
   double objective = 0.0;                 // without the constant
   double primalInfeas = 0.0, boundInfeas = 0.0, dualInfeas = 0.0;
   FennickStats stats{};
+  int64_t dualIterations = 0;  // of stats.simplexIterations, by the dual simplex
 };
 
 // x0, y0, z0 may be null for a cold start.  Returns result.status.

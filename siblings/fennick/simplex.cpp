@@ -36,6 +36,8 @@ constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
 // The polish finds what it finds within a few pivots, or not at all.
 constexpr int64_t kPolishIterations = 1000;
+// Logicals of active rows that the crash basis may take in.
+constexpr int64_t kCrashFiller = 10;
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -56,7 +58,7 @@ class Simplex {
     const int32_t e = lp_.colLength ? b + lp_.colLength[j] : lp_.colBegin[j + 1];
     for (int32_t p = b; p < e; p++) f(lp_.rowIndex[p], lp_.matValue[p]);
   }
-  double dotColumn(int32_t j, const std::vector<double>& v) const {
+  double dotColumn(int32_t j, const Vec<double>& v) const {
     double s = 0.0;
     forColumn(j, [&](int32_t i, double a) { s += a * v[i]; });
     return s;
@@ -66,14 +68,19 @@ class Simplex {
   int32_t refactor();
   void computeBasics();
   double basicInfeasibility(int32_t p) const;
+  int8_t infeasibleSide(int32_t j) const;
   bool primalFeasible() const;
   void computeDuals(bool phase1);
   int32_t ratioTest(int32_t q, int32_t dir, bool phase1, double* theta, bool* flip);
   void pivot(int32_t q, int32_t dir, int32_t r, double theta, bool flip, bool keepLeaving = false);
   void ftranColumn(int32_t q);
+  void pivotRow(int32_t r);
   void updateDevex(int32_t q, int32_t r, bool updateDuals);
+  int32_t dualSimplex();
+  bool preferDual();
   void perturbCosts();
   int32_t push();
+  int32_t crashBasis();
   int32_t simplex(double td, int64_t cap);
   bool outOfTime();
   void finish(Result* out, int32_t status);
@@ -82,20 +89,32 @@ class Simplex {
   const LpView& lp_;
   Settings set_;
   int32_t m_ = 0, n_ = 0, N_ = 0;
-  std::vector<double> cost_, trueCost_, lb_, ub_, x_, y_, d_, alpha_, work_, devex_;
-  std::vector<uint8_t> state_;
+  Vec<double> cost_, trueCost_, lb_, ub_, x_, y_, d_, alpha_, work_, devex_;
+  Vec<uint8_t> state_;
   // |reduced cost| of each variable at the interior point, 0 without one.
-  std::vector<double> ipmDual_, candTheta_;
-  std::vector<int32_t> candidates_;
-  std::vector<bool> candLower_;
+  Vec<double> ipmDual_, candTheta_;
+  Vec<int32_t> candidates_;
+  Vec<bool> candLower_;
   bool leaveToLower_ = true;  // the bound that the leaving variable of the last ratio test reaches
-  std::vector<int32_t> head_, posOf_;
+  Vec<int32_t> head_, posOf_;
+  // A by rows, for pivot rows; rowAlpha_ and rowMark_ stay zero between uses.
+  Vec<int32_t> rowStart_, rowCol_, rowTouched_;
+  Vec<double> rowVal_, rowAlpha_;
+  Vec<uint8_t> rowMark_;
+  Vec<int8_t> sideBefore_;
+  // The last pivot row: nonbasic variables and their entries.
+  Vec<int32_t> rowIndex_;
+  Vec<double> rowValue_;
+  // The dual simplex: weights of the basic positions, its candidates.
+  Vec<double> dualWeight_, flipDelta_;
+  Vec<int32_t> dualCand_;
   BasisFactor factor_;
-  std::vector<int32_t> bStart_, bIndex_, depPos_, depRow_;
-  std::vector<double> bValue_;
+  Vec<int32_t> bStart_, bIndex_, depPos_, depRow_;
+  Vec<double> bValue_;
   bool perturbed_ = false;
+  bool crashing_ = false;
   int32_t perturbRounds_ = 0;
-  int64_t pushCount_ = 0, iterations_ = 0;
+  int64_t pushCount_ = 0, iterations_ = 0, dualIterations_ = 0;
   std::chrono::steady_clock::time_point start_;
 };
 
@@ -193,6 +212,21 @@ void Simplex::setup(const double* x0, const double* y0, const double* z0) {
     posOf_[n_ + i] = i;
     state_[n_ + i] = kBasic;
   }
+  rowStart_.assign(m_ + 1, 0);
+  for (int32_t j = 0; j < n_; j++) forColumn(j, [&](int32_t i, double) { rowStart_[i + 1]++; });
+  for (int32_t i = 0; i < m_; i++) rowStart_[i + 1] += rowStart_[i];
+  rowCol_.resize(rowStart_[m_]);
+  rowVal_.resize(rowStart_[m_]);
+  {
+    Vec<int32_t> next(rowStart_.begin(), rowStart_.end() - 1);
+    for (int32_t j = 0; j < n_; j++)
+      forColumn(j, [&](int32_t i, double a) {
+        rowCol_[next[i]] = j;
+        rowVal_[next[i]++] = a;
+      });
+  }
+  rowAlpha_.assign(n_, 0.0);
+  rowMark_.assign(n_, 0);
   y_.assign(m_, 0.0);
   d_.assign(N_, 0.0);
   alpha_.assign(m_, 0.0);
@@ -225,7 +259,9 @@ int32_t Simplex::refactor() {
       if (posOf_[logical] >= 0) continue;
       const int32_t out = head_[p];
       posOf_[out] = -1;
-      placeNonbasic(out);
+      // A column of the crash basis keeps its interior value for the push.
+      if (crashing_ && out < n_ && state_[out] == kBasic) state_[out] = kSuper;
+      else placeNonbasic(out);
       head_[p] = logical;
       posOf_[logical] = p;
       state_[logical] = kBasic;
@@ -246,6 +282,13 @@ void Simplex::computeBasics() {
   }
   factor_.ftran(work_.data());
   for (int32_t p = 0; p < m_; p++) x_[head_[p]] = work_[p];
+}
+
+// -1 below the lower bound, 1 above the upper, 0 inside: the sign of the
+// variable's phase 1 cost.
+int8_t Simplex::infeasibleSide(int32_t j) const {
+  const double v = x_[j];
+  return v < lb_[j] - set_.primalTol ? -1 : v > ub_[j] + set_.primalTol ? 1 : 0;
 }
 
 double Simplex::basicInfeasibility(int32_t p) const {
@@ -270,8 +313,7 @@ void Simplex::computeDuals(bool phase1) {
     if (!phase1) {
       y_[p] = cost_[j];
     } else {
-      const double v = x_[j];
-      y_[p] = v < lb_[j] - set_.primalTol ? -1.0 : v > ub_[j] + set_.primalTol ? 1.0 : 0.0;
+      y_[p] = infeasibleSide(j);
     }
   }
   factor_.btran(y_.data());
@@ -426,20 +468,60 @@ void Simplex::ftranColumn(int32_t q) {
   factor_.ftran(alpha_.data());
 }
 
+// Row r of B^-1 [A -I] over the nonbasic variables that can move, into
+// rowIndex_ and rowValue_; rho, row r of B^-1, stays in work_.  A sparse
+// rho (the usual case) meets only the rows of A where it is nonzero.
+void Simplex::pivotRow(int32_t r) {
+  std::fill(work_.begin(), work_.end(), 0.0);
+  work_[r] = 1.0;
+  factor_.btran(work_.data());
+  rowIndex_.clear();
+  rowValue_.clear();
+  auto keep = [&](int32_t j, double arj) {
+    if (arj == 0.0 || state_[j] == kBasic || state_[j] == kFixed) return;
+    rowIndex_.push_back(j);
+    rowValue_.push_back(arj);
+  };
+  int32_t nonzeros = 0;
+  for (int32_t i = 0; i < m_; i++) nonzeros += work_[i] != 0.0;
+  if (nonzeros * 10 < m_) {
+    for (int32_t i = 0; i < m_; i++) {
+      const double w = work_[i];
+      if (w == 0.0) continue;
+      for (int32_t p = rowStart_[i]; p < rowStart_[i + 1]; p++) {
+        const int32_t j = rowCol_[p];
+        if (!rowMark_[j]) {
+          rowMark_[j] = 1;
+          rowTouched_.push_back(j);
+        }
+        rowAlpha_[j] += w * rowVal_[p];
+      }
+      keep(n_ + i, -w);
+    }
+    for (const int32_t j : rowTouched_) {
+      keep(j, rowAlpha_[j]);
+      rowAlpha_[j] = 0.0;
+      rowMark_[j] = 0;
+    }
+    rowTouched_.clear();
+  } else {
+    for (int32_t j = 0; j < N_; j++)
+      if (state_[j] != kBasic && state_[j] != kFixed) keep(j, dotColumn(j, work_));
+  }
+}
+
 // Devex weights from the pivot row, before the basis changes.
 // The pivot row serves the reduced costs too, which then need no btran of
 // the costs and no pass over the matrix of their own.
 void Simplex::updateDevex(int32_t q, int32_t r, bool updateDuals) {
-  std::fill(work_.begin(), work_.end(), 0.0);
-  work_[r] = 1.0;
-  factor_.btran(work_.data());
+  pivotRow(r);
   const double aq = alpha_[r];
   const double wq = std::max(devex_[q], 1.0);
   const double step = d_[q] / aq;
-  for (int32_t j = 0; j < N_; j++) {
-    if (state_[j] == kBasic || state_[j] == kFixed || j == q) continue;
-    const double arj = dotColumn(j, work_);
-    if (arj == 0.0) continue;
+  for (size_t k = 0; k < rowIndex_.size(); k++) {
+    const int32_t j = rowIndex_[k];
+    if (j == q) continue;
+    const double arj = rowValue_[k];
     const double ratio = arj / aq;
     devex_[j] = std::max(devex_[j], ratio * ratio * wq);
     if (updateDuals) d_[j] -= step * arj;
@@ -471,9 +553,84 @@ void Simplex::perturbCosts() {
   perturbed_ = true;
 }
 
+// The first basis: the columns strictly inside their bounds, the most
+// interior first, then the logicals of the rows that the point leaves
+// inactive, then those of the active rows with the smallest duals.  At a
+// strictly complementary point these are the basis, and one factorisation
+// replaces a push of every interior column; columns that make the basis
+// singular stay superbasic for the push.
+int32_t Simplex::crashBasis() {
+  Vec<double> act(m_, 0.0), score(N_, 0.0);
+  Vec<int32_t> order;
+  for (int32_t j = 0; j < n_; j++) {
+    const double v = x_[j];
+    if (v != 0.0) forColumn(j, [&](int32_t i, double a) { act[i] += a * v; });
+    if (state_[j] != kSuper) continue;
+    const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
+    const double du = finiteUpper(ub_[j]) ? ub_[j] - x_[j] : HUGE_VAL;
+    score[j] = std::min(dl, du) / (1.0 + std::fabs(x_[j]));
+    order.push_back(j);
+  }
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int32_t a, int32_t b) { return score[a] > score[b]; });
+  Vec<int32_t> rows;
+  for (int32_t i = 0; i < m_; i++) {
+    const int32_t j = n_ + i;
+    const double dl = finiteLower(lb_[j]) ? act[i] - lb_[j] : HUGE_VAL;
+    const double du = finiteUpper(ub_[j]) ? ub_[j] - act[i] : HUGE_VAL;
+    // Inactive rows first (large distance), then the smallest duals.
+    score[j] = std::min(dl, du) > set_.primalTol * (1.0 + std::fabs(act[i])) ? 1.0
+                                                                                : -ipmDual_[j];
+    rows.push_back(j);
+  }
+  std::stable_sort(rows.begin(), rows.end(),
+                   [&](int32_t a, int32_t b) { return score[a] > score[b]; });
+  // Only a point that is close to a vertex gets the crash basis.  More
+  // interior columns and inactive rows than rows: the point is not at a
+  // vertex (degenerate, or not converged), and a truncated basis costs many
+  // pivots later.  Logicals of active rows in the basis sit at a bound with
+  // a dual that says they belong out of it; beyond a few of them the push,
+  // which lets such variables leave first, makes the better basis.
+  int32_t inactive = 0;
+  for (const int32_t j : rows) inactive += score[j] > 0.0;
+  const int64_t filler = (int64_t)m_ - (int64_t)order.size() - inactive;
+  if (filler < 0 || filler > std::max<int64_t>(kCrashFiller, m_ / 100)) return refactor();
+  for (int32_t i = 0; i < m_; i++) posOf_[n_ + i] = -1;
+  int32_t p = 0;
+  for (const int32_t j : order) {
+    head_[p] = j;
+    posOf_[j] = p++;
+    state_[j] = kBasic;
+  }
+  for (const int32_t j : rows) {
+    if (p < m_) {
+      head_[p] = j;
+      posOf_[j] = p++;
+      state_[j] = kBasic;
+    } else {
+      x_[j] = act[j - n_];
+      placeNonbasic(j);
+    }
+  }
+  crashing_ = true;
+  const int32_t rc = refactor();
+  crashing_ = false;
+  if (rc != IPM_STATUS_FAILED) return rc;
+  // Too singular to repair in a few rounds: the slack basis, and the push.
+  for (int32_t j = 0; j < n_; j++)
+    if (state_[j] == kBasic) state_[j] = kSuper;
+  for (int32_t j = 0; j < n_; j++) posOf_[j] = -1;
+  for (int32_t i = 0; i < m_; i++) {
+    head_[i] = n_ + i;
+    posOf_[n_ + i] = i;
+    state_[n_ + i] = kBasic;
+  }
+  return refactor();
+}
+
 int32_t Simplex::push() {
-  std::vector<int32_t> order;
-  std::vector<double> score(N_, 0.0);
+  Vec<int32_t> order;
+  Vec<double> score(N_, 0.0);
   for (int32_t j = 0; j < N_; j++) {
     if (state_[j] != kSuper) continue;
     const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
@@ -488,15 +645,18 @@ int32_t Simplex::push() {
     const int32_t j = order[k];
     if (state_[j] != kSuper) continue;
     if ((k & 63) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
-    if (factor_.numUpdates() >= kRefactorEvery) {
+    if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
       const int32_t rc = refactor();
       if (rc != 0) return rc;
       if (state_[j] != kSuper) continue;
     }
-    for (int32_t p = 0; p < m_; p++) y_[p] = cost_[head_[p]];
-    factor_.btran(y_.data());
-    const double dj = cost_[j] - dotColumn(j, y_);
+    // The reduced cost from the column itself, c_j - c_B' B^-1 a_j: the
+    // ftran is needed anyway, and a btran of the costs would be a second
+    // solve for every column pushed.
     ftranColumn(j);
+    double dj = cost_[j];
+    for (int32_t p = 0; p < m_; p++)
+      if (alpha_[p] != 0.0) dj -= cost_[head_[p]] * alpha_[p];
     const double dl = finiteLower(lb_[j]) ? x_[j] - lb_[j] : HUGE_VAL;
     const double du = finiteUpper(ub_[j]) ? ub_[j] - x_[j] : HUGE_VAL;
     int32_t dir = dj < -td ? 1 : dj > td ? -1 : (dl <= du ? -1 : 1);
@@ -539,24 +699,25 @@ int32_t Simplex::push() {
 int32_t Simplex::simplex(double td, int64_t cap) {
   const int64_t first = iterations_;
   int32_t stall = 0, singularRetry = 0;
-  // Phase 2 updates the reduced costs from the pivot row between fresh
-  // computations, which come with every factorisation and before a claim of
-  // optimality.
-  bool fresh = false;
+  // Reduced costs are updated from the pivot row between fresh computations,
+  // which come with every factorisation, before a claim of optimality or
+  // infeasibility, and in phase 1 whenever a basic variable crosses a bound
+  // (its phase 1 cost changes then).
+  int freshPhase = -1;  // the phase whose reduced costs d_ holds, -1 none
   int32_t updated = 0;
   for (;;) {
     if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
     if (iterations_ - first >= cap) return kCapReached;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
-    if (factor_.numUpdates() >= kRefactorEvery) {
+    if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
       const int32_t rc = refactor();
       if (rc != 0) return rc;
-      fresh = false;
+      freshPhase = -1;
     }
     const bool phase1 = !primalFeasible();
-    if (phase1 || !fresh) {
+    if (freshPhase != (int)phase1) {
       computeDuals(phase1);
-      fresh = !phase1;
+      freshPhase = phase1;
       updated = 0;
     }
     int32_t q = -1, dir = 0;
@@ -577,15 +738,15 @@ int32_t Simplex::simplex(double td, int64_t cap) {
       }
     }
     if (q < 0) {
-      if (phase1) return IPM_STATUS_PRIMAL_INFEASIBLE;
       if (updated > 0) {
-        fresh = false;
+        freshPhase = -1;
         continue;
       }
+      if (phase1) return IPM_STATUS_PRIMAL_INFEASIBLE;
       if (perturbed_) {
         cost_ = trueCost_;
         perturbed_ = false;
-        fresh = false;
+        freshPhase = -1;
         continue;
       }
       return IPM_STATUS_OPTIMAL;
@@ -601,32 +762,258 @@ int32_t Simplex::simplex(double td, int64_t cap) {
         singularRetry++;
         const int32_t rc = refactor();
         if (rc != 0) return rc;
-        fresh = false;
+        freshPhase = -1;
         continue;
       }
       if (phase1) return IPM_STATUS_FAILED;
       if (perturbed_) {
         cost_ = trueCost_;
         perturbed_ = false;
-        fresh = false;
+        freshPhase = -1;
         continue;
       }
       return IPM_STATUS_DUAL_INFEASIBLE;
     }
     singularRetry = 0;
     const double gain = theta * std::fabs(d_[q]);
+    if (phase1) {
+      sideBefore_.clear();
+      for (int32_t p = 0; p < m_; p++)
+        if (alpha_[p] != 0.0 || p == r) sideBefore_.push_back(infeasibleSide(head_[p]));
+    }
     if (r >= 0) {
-      updateDevex(q, r, fresh);
+      updateDevex(q, r, true);
       updated++;
     }
     pivot(q, dir, r, theta, flip);
+    if (phase1) {
+      size_t k = 0;
+      for (int32_t p = 0; p < m_ && freshPhase >= 0; p++) {
+        if (alpha_[p] == 0.0 && p != r) continue;
+        // The leaving variable's cost goes to zero with it; that is a change
+        // unless it left from inside its bounds.
+        if (infeasibleSide(head_[p]) != sideBefore_[k] || (p == r && sideBefore_[k] != 0))
+          freshPhase = -1;
+        k++;
+      }
+    }
     iterations_++;
     stall = gain > 1e-12 ? 0 : stall + 1;
     if (stall > kStallBeforePerturb && perturbRounds_ < kMaxPerturbRounds && !phase1) {
       perturbCosts();
-      fresh = false;
+      freshPhase = -1;
       stall = 0;
     }
+  }
+}
+
+// Whether the dual simplex should make the basis primal feasible: when it
+// is not, and fewer costs need a shift to make it dual feasible than there
+// are infeasible basics for the primal phase 1 to repair.  A point far from
+// optimal on both sides (an interior run that ended "dual infeasible")
+// goes the primal way; a slack basis usually the dual way.
+bool Simplex::preferDual() {
+  int32_t primal = 0;
+  for (int32_t p = 0; p < m_; p++) primal += basicInfeasibility(p) > set_.primalTol;
+  if (primal == 0) return false;
+  computeDuals(false);
+  int32_t dual = 0;
+  const double td = set_.dualTol;
+  for (int32_t j = 0; j < N_; j++) {
+    const uint8_t st = state_[j];
+    if (finiteLower(lb_[j]) && finiteUpper(ub_[j]) && (st == kAtLower || st == kAtUpper)) continue;
+    const double dj = d_[j];
+    dual += (st == kAtLower && dj < -td) || (st == kAtUpper && dj > td) ||
+            ((st == kFreeZero || st == kSuper) && std::fabs(dj) > td);
+  }
+  return dual < primal;
+}
+
+// A dual simplex for a basis that is not primal feasible, as after an
+// interior run that ended inexact.  The basis is made dual feasible by
+// flipping boxed columns to the bound their reduced cost wants and by
+// shifting the costs of the others; the shifts are taken off once the basis
+// is primal feasible, and the primal simplex deals with what they hid.
+// Dual devex pricing of the leaving row, Harris's two passes with long steps
+// over boxed columns (bound flips while the leaving row stays infeasible).
+// Returns 0 when primal feasible, kCapReached when the dual ratio test finds
+// no entering column (left to the primal phase 1), or a status.
+int32_t Simplex::dualSimplex() {
+  const double tp = set_.primalTol, td = set_.dualTol;
+  auto makeDualFeasible = [&]() {
+    computeDuals(false);
+    bool flipped = false;
+    uint32_t seed = 2654435761u;
+    for (int32_t j = 0; j < N_; j++) {
+      const uint8_t st = state_[j];
+      if (st == kBasic || st == kFixed) continue;
+      const double dj = d_[j];
+      const bool boxed = finiteLower(lb_[j]) && finiteUpper(ub_[j]);
+      if (st == kAtLower && dj < -td && boxed) {
+        state_[j] = kAtUpper;
+        x_[j] = ub_[j];
+        flipped = true;
+      } else if (st == kAtUpper && dj > td && boxed) {
+        state_[j] = kAtLower;
+        x_[j] = lb_[j];
+        flipped = true;
+      } else {
+        // A shift to a small reduced cost of the right sign, varied against
+        // ties in the ratio test.
+        seed = seed * 1103515245u + 12345u;
+        const double target = td * (1.0 + (double)(seed >> 16) / 65536.0);
+        double shift = 0.0;
+        if (st == kAtLower && dj < 0.0) shift = target - dj;
+        else if (st == kAtUpper && dj > 0.0) shift = -target - dj;
+        else if (st == kFreeZero || st == kSuper) shift = -dj;
+        cost_[j] += shift;
+        d_[j] += shift;
+        if (shift != 0.0) perturbed_ = true;
+      }
+    }
+    if (flipped) computeBasics();
+  };
+  makeDualFeasible();
+  dualWeight_.assign(m_, 1.0);
+  flipDelta_.assign(m_, 0.0);
+  int32_t trouble = 0;
+  for (;;) {
+    if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
+    if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
+    if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
+      const int32_t rc = refactor();
+      if (rc != 0) return rc;
+      makeDualFeasible();
+    }
+    // The leaving row: the largest infeasibility for its weight.
+    int32_t r = -1;
+    double best = 0.0;
+    for (int32_t p = 0; p < m_; p++) {
+      const double v = basicInfeasibility(p);
+      if (v <= tp) continue;
+      const double score = v * v / dualWeight_[p];
+      if (score > best) {
+        best = score;
+        r = p;
+      }
+    }
+    if (r < 0) return 0;
+    const int32_t leaving = head_[r];
+    const bool toLower = x_[leaving] < lb_[leaving];
+    const double bound = toLower ? lb_[leaving] : ub_[leaving];
+    // d_j moves by s * t * alpha_rj with the dual step t >= 0.
+    const double s = toLower ? 1.0 : -1.0;
+    pivotRow(r);
+    dualCand_.clear();
+    for (size_t k = 0; k < rowIndex_.size(); k++) {
+      const int32_t j = rowIndex_[k];
+      const double a = s * rowValue_[k];
+      const uint8_t st = state_[j];
+      if (std::fabs(a) < kPivotTol) continue;
+      if ((st == kAtLower && a < 0) || (st == kAtUpper && a > 0) || st == kFreeZero || st == kSuper)
+        dualCand_.push_back((int32_t)k);
+    }
+    // The reduced cost's distance from zero on its feasible side; a column
+    // a little on the wrong side (within the tolerance) is a breakpoint at 0.
+    auto slack = [&](int32_t k) {
+      const int32_t j = rowIndex_[k];
+      const double dj = d_[j];
+      return state_[j] == kAtLower ? dj : state_[j] == kAtUpper ? -dj : std::fabs(dj);
+    };
+    auto ratio = [&](int32_t k) { return std::max(slack(k), 0.0) / std::fabs(rowValue_[k]); };
+    // Long steps, a group of breakpoints at a time: Harris's bound over the
+    // candidates left, and those within it; while the leaving row stays
+    // infeasible past the whole group and all of it is boxed, the group
+    // flips to its other bounds and the walk goes on.  Otherwise the
+    // largest pivot of the group enters.
+    double slope = std::fabs(x_[leaving] - bound);
+    size_t first = 0;  // dualCand_[0, first) flip
+    int32_t enterK = -1;
+    while (first < dualCand_.size()) {
+      double tmax = HUGE_VAL;
+      for (size_t c = first; c < dualCand_.size(); c++) {
+        const int32_t k = dualCand_[c];
+        tmax = std::min(tmax, (std::max(slack(k), 0.0) + td) / std::fabs(rowValue_[k]));
+      }
+      size_t end = first;
+      double drop = 0.0, bestAlpha = 0.0;
+      bool allBoxed = true;
+      int32_t pick = -1;
+      for (size_t c = first; c < dualCand_.size(); c++) {
+        const int32_t k = dualCand_[c];
+        if (ratio(k) > tmax) continue;
+        std::swap(dualCand_[c], dualCand_[end++]);
+        const int32_t j = rowIndex_[k];
+        if (finiteLower(lb_[j]) && finiteUpper(ub_[j]))
+          drop += std::fabs(rowValue_[k]) * (ub_[j] - lb_[j]);
+        else
+          allBoxed = false;
+        if (std::fabs(rowValue_[k]) > bestAlpha) {
+          bestAlpha = std::fabs(rowValue_[k]);
+          pick = k;
+        }
+      }
+      if (allBoxed && slope - drop > 0.0 && end < dualCand_.size()) {
+        slope -= drop;
+        first = end;
+        continue;
+      }
+      enterK = pick;
+      break;
+    }
+    if (enterK < 0) {
+      // No column can enter: the LP looks infeasible, which the primal
+      // phase 1 decides with the true costs.
+      return kCapReached;
+    }
+    const int32_t q = rowIndex_[enterK];
+    const double arq = rowValue_[enterK];
+    const double t = ratio(enterK);
+    ftranColumn(q);
+    if (std::fabs(alpha_[r] - arq) > 1e-6 * (1.0 + std::fabs(arq))) {
+      // Row and column disagree on the pivot: the factor has drifted.
+      if (++trouble > 3) return IPM_STATUS_FAILED;
+      const int32_t rc = refactor();
+      if (rc != 0) return rc;
+      makeDualFeasible();
+      continue;
+    }
+    // Flips of the columns passed over; the basics follow.
+    bool anyFlip = false;
+    std::fill(flipDelta_.begin(), flipDelta_.end(), 0.0);
+    for (size_t c = 0; c < first; c++) {
+      const int32_t j = rowIndex_[dualCand_[c]];
+      if (j == q) continue;
+      const double to = state_[j] == kAtLower ? ub_[j] : lb_[j];
+      const double change = to - x_[j];
+      state_[j] = state_[j] == kAtLower ? kAtUpper : kAtLower;
+      x_[j] = to;
+      forColumn(j, [&](int32_t i, double a) { flipDelta_[i] -= a * change; });
+      anyFlip = true;
+    }
+    if (anyFlip) {
+      factor_.ftran(flipDelta_.data());
+      for (int32_t p = 0; p < m_; p++) x_[head_[p]] += flipDelta_[p];
+    }
+    // Duals: the step t along the pivot row.
+    for (size_t k = 0; k < rowIndex_.size(); k++) d_[rowIndex_[k]] += s * t * rowValue_[k];
+    // Dual devex weights.
+    const double wr = dualWeight_[r];
+    for (int32_t p = 0; p < m_; p++) {
+      if (p == r || alpha_[p] == 0.0) continue;
+      const double ratioP = alpha_[p] / alpha_[r];
+      dualWeight_[p] = std::max(dualWeight_[p], ratioP * ratioP * wr);
+    }
+    dualWeight_[r] = std::max(wr / (alpha_[r] * alpha_[r]), 1.0);
+    // The primal step takes the leaving variable to its bound.
+    const double dq = (x_[leaving] - bound) / alpha_[r];
+    leaveToLower_ = toLower;
+    pivot(q, dq >= 0 ? 1 : -1, r, std::fabs(dq), false);
+    d_[q] = 0.0;
+    d_[leaving] = s * t;
+    devex_[leaving] = 1.0;
+    iterations_++;
+    dualIterations_++;
   }
 }
 
@@ -634,11 +1021,30 @@ void Simplex::finish(Result* out, int32_t status) {
   out->status = status;
   out->stats.pushIterations = (int32_t)std::min<int64_t>(pushCount_, INT32_MAX);
   out->stats.simplexIterations = (int32_t)std::min<int64_t>(iterations_, INT32_MAX);
+  out->dualIterations = dualIterations_;
   if (status != IPM_STATUS_OPTIMAL) return;
   const double sense = lp_.objSense < 0 ? -1.0 : 1.0;
   cost_ = trueCost_;
-  computeBasics();
+  // The vertex from a fresh factor, not through the eta file, and two
+  // steps of refinement: badly conditioned bases of large values otherwise
+  // leave row residuals well above the tolerances.
+  if (factor_.numUpdates() == 0 || refactor() != 0) computeBasics();
+  for (int step = 0; step < 2; step++) {
+    std::fill(work_.begin(), work_.end(), 0.0);
+    for (int32_t j = 0; j < N_; j++) {
+      const double v = x_[j];
+      if (v != 0.0) forColumn(j, [&](int32_t i, double a) { work_[i] -= a * v; });
+    }
+    factor_.ftran(work_.data());
+    for (int32_t p = 0; p < m_; p++) x_[head_[p]] += work_[p];
+  }
   computeDuals(false);
+  // The duals get the same refinement: B' y = c_B.
+  for (int step = 0; step < 2; step++) {
+    for (int32_t p = 0; p < m_; p++) work_[p] = cost_[head_[p]] - dotColumn(head_[p], y_);
+    factor_.btran(work_.data());
+    for (int32_t p = 0; p < m_; p++) y_[p] += work_[p];
+  }
   out->x.assign(x_.begin(), x_.begin() + n_);
   out->activity.assign(m_, 0.0);
   out->y.resize(m_);
@@ -688,8 +1094,17 @@ void Simplex::finish(Result* out, int32_t status) {
 int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Result* out) {
   start_ = std::chrono::steady_clock::now();
   setup(x0, y0, z0);
-  int32_t status = refactor();
+  int32_t status = set_.fromPoint ? crashBasis() : refactor();
   if (status == 0 && set_.fromPoint) status = push();
+  if (status == 0 && set_.dualSimplex && preferDual()) {
+    status = dualSimplex();
+    // What the dual simplex leaves (a feasible basis, or a row it could not
+    // repair, or trouble with the factor) the primal simplex takes on.
+    if (status == kCapReached || status == IPM_STATUS_FAILED) status = 0;
+    cost_ = trueCost_;
+    perturbed_ = false;
+    std::fill(devex_.begin(), devex_.end(), 1.0);
+  }
   // Superbasics that neither pushing nor pricing moved (no improving
   // direction, no bound in reach) are pushed again at the end; a couple of
   // rounds settle all but pathological cases.
@@ -707,9 +1122,9 @@ int32_t Simplex::run(const double* x0, const double* y0, const double* z0, Resul
   // polish at a tighter one, bounded, from the optimal basis.  If it does
   // not settle, the basis it started from stands.
   if (status == IPM_STATUS_OPTIMAL && set_.polishTol < set_.dualTol) {
-    const std::vector<int32_t> head = head_;
-    const std::vector<uint8_t> state = state_;
-    const std::vector<double> x = x_;
+    const Vec<int32_t> head = head_;
+    const Vec<uint8_t> state = state_;
+    const Vec<double> x = x_;
     int32_t polished = refactor();
     if (polished == 0) polished = simplex(set_.polishTol, kPolishIterations);
     if (polished != IPM_STATUS_OPTIMAL) {

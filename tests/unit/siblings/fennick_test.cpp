@@ -176,7 +176,8 @@ void expectOptimalBasis(const TestLP& lp, const std::vector<double>& x,
 
 void expectOptimalBasis(const TestLP& lp, const fennick::Result& r) {
   ASSERT_EQ(r.status, IPM_STATUS_OPTIMAL);
-  expectOptimalBasis(lp, r.x, r.y, r.z, r.basis.data());
+  auto plain = [](const fennick::Vec<double>& v) { return std::vector<double>(v.begin(), v.end()); };
+  expectOptimalBasis(lp, plain(r.x), plain(r.y), plain(r.z), r.basis.data());
 }
 
 // A feasible LP with boxed columns, so bounded, and every row sense; a
@@ -215,6 +216,8 @@ TestLP randomLP(std::mt19937& rng, int m, int n) {
 
 TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
   std::mt19937 rng(20261123);
+  int64_t dualIterations = 0;  // the slack basis of boxed columns goes the dual way
+  int atOnce = 0;  // vertices whose crash basis needed no pivot
   for (int trial = 0; trial < 40; trial++) {
     SCOPED_TRACE(trial);
     TestLP lp = randomLP(rng, 4 + trial % 9, 6 + trial % 13);
@@ -225,19 +228,38 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
     ASSERT_EQ(fennick::crossover(lp.view(), nullptr, nullptr, nullptr, cold, &a),
               IPM_STATUS_OPTIMAL);
     expectOptimalBasis(lp, a);
+    dualIterations += a.dualIterations;
+
+    // From the vertex itself, as from a converged interior point: the crash
+    // basis of its interior columns and inactive rows is the answer.
+    fennick::Result v;
+    ASSERT_EQ(fennick::crossover(lp.view(), a.x.data(), a.y.data(), a.z.data(),
+                                 fennick::Settings(), &v),
+              IPM_STATUS_OPTIMAL);
+    expectOptimalBasis(lp, v);
+    EXPECT_NEAR(a.objective, v.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
+    atOnce += v.stats.pushIterations + v.stats.simplexIterations == 0;
 
     // From the middle of the box, which breaks most rows: the push keeps the
-    // point and phase 1 has to repair it.
+    // point and the dual simplex or the primal phase 1 has to repair it.
     std::vector<double> x0(lp.n), y0(lp.m, 0.0), z0(lp.n, 0.0);
     for (int j = 0; j < lp.n; j++) x0[j] = 0.5 * (lp.lower[j] + lp.upper[j]);
-    fennick::Result b;
-    ASSERT_EQ(fennick::crossover(lp.view(), x0.data(), y0.data(), z0.data(), fennick::Settings(),
-                                 &b),
-              IPM_STATUS_OPTIMAL);
-    expectOptimalBasis(lp, b);
-    EXPECT_NEAR(a.objective, b.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
-    EXPECT_GT(b.stats.pushIterations, 0);
+    for (bool dual : {true, false}) {
+      fennick::Settings s;
+      s.dualSimplex = dual;
+      fennick::Result b;
+      ASSERT_EQ(fennick::crossover(lp.view(), x0.data(), y0.data(), z0.data(), s, &b),
+                IPM_STATUS_OPTIMAL);
+      expectOptimalBasis(lp, b);
+      EXPECT_NEAR(a.objective, b.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
+      EXPECT_GT(b.stats.pushIterations, 0);
+      if (!dual) {
+        EXPECT_EQ(b.dualIterations, 0);
+      }
+    }
   }
+  EXPECT_GT(dualIterations, 40);
+  EXPECT_GT(atOnce, 10);
 }
 
 TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
@@ -370,12 +392,34 @@ TEST(FennickInstance, LimitsStopTheRunAndLeaveTheInteriorPointWhereItWas) {
   EXPECT_GT(stats.pushIterations + stats.simplexIterations, 1);
   EXPECT_EQ(stats.numBasic, lp.m);
 
+  // Each of fennick's own allocations refused in turn, from the vertex just
+  // found: out of memory, the point untouched, no basis.  Leaks show under
+  // the sanitizer and valgrind runs of this test.
+  int64_t k = 0;
+  for (;; k++) {
+    SCOPED_TRACE(k);
+    RunFixture f(INT32_MAX, 1e9);
+    const std::vector<double> xs = x, ys = y, zs = z;
+    fennick::failAllocation(k);
+    const int32_t rc = run(instance, nullptr, f.context, &rec);
+    const bool refused = fennick::allocationCount() > k;
+    fennick::failAllocation(-1);
+    if (!refused) {
+      EXPECT_EQ(rc, 0);
+      break;
+    }
+    ASSERT_EQ(rc, IPM_STATUS_OUT_OF_MEMORY);
+    EXPECT_TRUE(x == xs && y == ys && z == zs);
+    EXPECT_TRUE(std::all_of(basis.begin(), basis.end(), [](uint8_t b) { return b == BASIS_NONE; }));
+  }
+  EXPECT_GT(k, 20);
+
   auto destroy = reinterpret_cast<FennickDestroyFn>(instance[FENNICK_SLOT_DESTROY]);
   destroy(instance);
   module->moduleUnload(module);
 }
 
-// The whole road: bramlet presolves (a fixed column, a singleton row, an
+// The whole road: bramlet presolves (a fixed column, singleton rows, an
 // empty row, a forcing row at the higher levels), the interior solve, the
 // crossover, and bramlet's postsolve, which must hand back a basis of the
 // caller's LP.
@@ -387,6 +431,7 @@ TestLP presolvableLP() {
   const int r3 = lp.addRow('R', -2.0, 6.0);
   const int r4 = lp.addRow('L', 0.0);   // forcing: x4 + x5 <= 0 with both >= 0
   lp.addRow('G', -1.0);                 // empty
+  const int r6 = lp.addRow('E', 2.0);   // singleton that fixes x7 inside its bounds
   lp.addCol(-2.0, 0.0, 3.0, {{r0, 1.0}, {r2, 1.0}, {r3, 1.0}});
   lp.addCol(-1.0, 0.0, kInf, {{r0, 1.0}, {r3, -1.0}});
   lp.addCol(1.0, 0.0, 5.0, {{r1, 2.0}, {r2, 1.0}});
@@ -394,6 +439,7 @@ TestLP presolvableLP() {
   lp.addCol(-1.0, 0.0, 4.0, {{r4, 1.0}, {r2, 0.5}});
   lp.addCol(-1.0, 0.0, 4.0, {{r4, 1.0}, {r3, 1.0}});
   lp.addCol(0.5, -kInf, kInf, {{r2, 1.0}, {r0, 0.5}});  // free
+  lp.addCol(1.0, 0.0, 5.0, {{r6, 1.0}, {r0, 1.0}});
   return lp;
 }
 
