@@ -33,14 +33,8 @@ def check_reduced_costs(p, r, tol):
     assert np.all(z[np.isinf(p.ub)] >= -100 * scale[np.isinf(p.ub)])
 
 
-# After presolve, stocfor1's basis has 128 basic entries for 117 rows.
-BASIS_FAULTS = {"stocfor1"}
-
-
-@pytest.mark.parametrize("folder,name", [
-    pytest.param("netlib", n, marks=pytest.mark.xfail(
-        n in BASIS_FAULTS, reason="crossover after presolve: too many basic", strict=True))
-    for n in LP_QUICK] + [("maros", n) for n in QP_QUICK])
+@pytest.mark.parametrize("folder,name",
+                         [("netlib", n) for n in LP_QUICK] + [("maros", n) for n in QP_QUICK])
 def test_quick_sets_reach_the_published_optima(folder, name, optima):
     path = data_file(folder, name)
     r = halvex.solve(path, tol=1e-8, **QUIET)
