@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build needs, if any is missing.
+# Installs the Debian packages the build needs, if any is missing; with the
+# argument "fuzz" also those of the fuzzing build (scripts/run-fuzz.sh).
 set -euo pipefail
 packages=(cmake g++ make libopenblas-dev libgtest-dev zlib1g-dev libsuitesparse-dev python3)
+[ "${1:-}" = fuzz ] && packages+=(clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
