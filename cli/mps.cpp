@@ -715,6 +715,11 @@ bool Parser::finish() {
     while (e < quad_.size() && quad_[e].col == quad_[k].col && quad_[e].row == quad_[k].row)
       v += quad_[e++].value;
     const QuadEntry& q = quad_[k];
+    if (!std::isfinite(v)) {
+      lineNo_ = quad_[e - 1].line;
+      return fail("the quadratic entry of columns '" + p.colNames[q.row] + "' and '" +
+                  p.colNames[q.col] + "' adds up beyond the range of numbers");
+    }
     if (q.row == q.col) {
       p.quadDiag[q.col] = v;
     } else if (v != 0.0) {

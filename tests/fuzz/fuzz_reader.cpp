@@ -30,7 +30,7 @@ void checkColumns(const std::vector<int32_t>& begin, const std::vector<int32_t>&
       if (index[k] < 0 || index[k] >= numRow || (strictLower && index[k] <= j))
         finding("an index out of range");
       if (k > begin[j] && index[k] <= index[k - 1]) finding("indices not ascending");
-      if (value[k] == 0.0 || std::isnan(value[k])) finding("a zero or NaN entry kept");
+      if (value[k] == 0.0 || !std::isfinite(value[k])) finding("a zero or non-finite entry kept");
     }
 }
 
@@ -49,6 +49,7 @@ void checkProblem(const hxcli::MpsProblem& p) {
       finding("a row end that is NaN or beyond infinity");
   for (int32_t j = 0; j < n; j++)
     if (std::isnan(p.colLower[j]) || std::isnan(p.colUpper[j]) || !std::isfinite(p.obj[j]) ||
+        !std::isfinite(p.quadDiag[j]) ||
         std::fabs(p.colLower[j]) > hxcli::kInfinity || std::fabs(p.colUpper[j]) > hxcli::kInfinity)
       finding("a column number that is NaN or beyond infinity");
 }

@@ -394,6 +394,7 @@ TEST(MpsMalformed, EachErrorNamesItsLine) {
       {cols + "QUADOBJ\n X Y 1\nENDATA\n", 8, "unknown column 'Y'"},
       {cols + "QUADOBJ\n X X\nENDATA\n", 8, "two columns and a value"},
       {cols + "QUADOBJ\n X X 1\n X X 2\nENDATA\n", 9, "given twice"},
+      {cols + "QMATRIX\n X X 1e308\n X X 1e308\nENDATA\n", 9, "beyond the range of numbers"},
       {cols + "QCMATRIX A\n X X 1\nENDATA\n", 7, "QCMATRIX is not supported"},
       {cols + "QSECTION A\n X X 1\nENDATA\n", 7, "quadratic constraints"},
       {cols + "RHS\n A 1\n", 8, "ends without ENDATA"},

@@ -193,10 +193,13 @@ TEST(WholeSolveOom, TinyProblemsByEveryRoad) {
   }
 }
 
-TEST(WholeSolveOomLong, DISABLED_TwelveProblemsByEveryRoad) {
-  for (const char* name : {"netlib/afiro", "netlib/sc50a", "netlib/sc50b", "netlib/adlittle",
-                           "netlib/blend", "netlib/share2b", "maros/HS21", "maros/HS35",
-                           "maros/HS118", "maros/QAFIRO", "maros/DUALC1", "maros/CVXQP1_S"})
+TEST(WholeSolveOomLong, DISABLED_TwentyTwoProblemsByEveryRoad) {
+  for (const char* name :
+       {"netlib/afiro", "netlib/sc50a", "netlib/sc50b", "netlib/adlittle", "netlib/blend",
+        "netlib/share2b", "netlib/kb2", "netlib/sc105", "netlib/stocfor1", "netlib/boeing2",
+        "netlib/bandm", "maros/HS21", "maros/HS35", "maros/HS118", "maros/QAFIRO", "maros/DUALC1",
+        "maros/CVXQP1_S", "maros/DUAL1", "maros/HS76", "maros/PRIMAL1", "maros/QADLITTL",
+        "maros/AUG2D"})
     for (Road road : {Road::QP, Road::LP, Road::Crossover, Road::Command})
       sweepSolve(name, road, 5000);
 }
@@ -239,8 +242,8 @@ TEST(WholeSolveThreads, InstancesAtOnceAnswerAsOneAtATime) {
   hxhost::Host host;
   host.silence(true);
   qvextent(host.kernel());
-  const std::vector<std::string> names = {"netlib/sc50a", "netlib/adlittle", "maros/HS118",
-                                          "maros/QAFIRO", "netlib/blend", "maros/DUALC1"};
+  const std::vector<std::string> names = {"netlib/sc50a", "netlib/bandm", "maros/HS118",
+                                          "maros/CVXQP1_S", "netlib/blend", "maros/DUALC1"};
   std::vector<Answer> alone;
   for (const std::string& n : names) {
     alone.push_back(solveOnce(host, n));
