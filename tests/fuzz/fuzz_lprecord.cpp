@@ -5,6 +5,7 @@
 // the pool.
 #include <cstring>
 
+#include "frame/entry.h"
 #include "host/host.h"
 #include "records/lpdriver.h"
 #include "records_gen.h"
@@ -49,6 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   r.objConstant = a.objConstant;
 
   const Arrays before = a;
+  shown() = &before;
   const int64_t live = session.host.poolStats(session.pool).liveBlocks;
   const int64_t misuse = session.host.poolMisuse();
   LPContext context;

@@ -46,6 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   r.objConstant = a.objConstant;
 
   const Arrays before = a;
+  shown() = &before;
   QVPool* pool = session.instance->env.pool;
   const int64_t live = session.host.poolStats(pool).liveBlocks;
   const int64_t misuse = session.host.poolMisuse();
@@ -62,21 +63,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       finding("a refused record's arrays touched");
   }
   // The input arrays come back as they were, bar the documented edits: ranges
-  // of rows that are not R are cleared, and an R row of zero width stays E.
-  std::vector<double> range = before.range;
+  // of rows that are not R are cleared, an R row of zero width stays E, and
+  // the right side of an R row goes to its upper end and back, (b + r) - r.
+  std::vector<double> range = before.range, rhs = before.rhs;
   std::vector<char> sense = before.rowSense;
   if (!bad && !a.nullRange)
     for (int32_t i = 0; i < a.numRow; i++) {
       if (sense[i] == 'R' && range[i] == 0.0) sense[i] = 'E';
       if (sense[i] != 'R') range[i] = 0.0;
+      if (sense[i] == 'R' && !(range[i] >= 1e20 && rhs[i] > -1e20))
+        rhs[i] = (rhs[i] + range[i]) - range[i];
     }
-  if (!same(a.obj, before.obj) || !same(a.rhs, before.rhs) || !same(a.lower, before.lower) ||
-      !same(a.upper, before.upper) || !same(a.matValue, before.matValue) ||
-      !same(a.rowIndex, before.rowIndex) || !same(a.colBegin, before.colBegin) ||
-      !same(a.quadDiag, before.quadDiag) || !same(a.quadMatValue, before.quadMatValue) ||
-      !same(a.quadRowIndex, before.quadRowIndex) || !same(a.quadColBegin, before.quadColBegin) ||
-      !same(a.range, range) || !same(a.rowSense, sense))
-    finding("the caller's input arrays not given back");
+  if (!same(a.obj, before.obj) || !same(a.quadDiag, before.quadDiag) ||
+      !same(a.quadMatValue, before.quadMatValue))
+    finding("the objective not given back");
+  if (!same(a.rhs, rhs) || !same(a.range, range) || !same(a.rowSense, sense))
+    finding("the rows not given back");
+  if (!same(a.lower, before.lower) || !same(a.upper, before.upper) ||
+      !same(a.matValue, before.matValue) || !same(a.rowIndex, before.rowIndex) ||
+      !same(a.colBegin, before.colBegin) || !same(a.quadRowIndex, before.quadRowIndex) ||
+      !same(a.quadColBegin, before.quadColBegin))
+    finding("the bounds or the patterns not given back");
   switch (code) {
     case 0: case 1: case 2: case 3: case 5: case 8: case 9: case 10: case 23: case 99: break;
     default: finding("an unknown return code");

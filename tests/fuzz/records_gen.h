@@ -133,8 +133,8 @@ inline bool structureBad(const Arrays& a, bool lp) {
   }
   for (int32_t j = 0; j < a.numCol; j++)
     if (std::isnan(a.obj[j]) || std::isnan(a.lower[j]) || std::isnan(a.upper[j])) return true;
-  if (a.nullColBegin) return lp && a.numCol > 0;
   if (lp) {
+    if (a.nullColBegin) return a.numCol > 0;
     // The LP form gives each column's length; the starts need not add up.
     for (int32_t j = 0; j < a.numCol; j++) {
       if (a.colBegin[j] < 0 || a.colLength[j] < 0) return true;
@@ -144,11 +144,13 @@ inline bool structureBad(const Arrays& a, bool lp) {
     }
     return false;
   }
-  if (a.colBegin[0] != 0 || a.colBegin[a.numCol] != a.numCoef) return true;
-  for (int32_t j = 0; j < a.numCol; j++)
-    if (a.colBegin[j + 1] < a.colBegin[j]) return true;
-  for (int32_t k = 0; k < a.numCoef; k++)
-    if (a.rowIndex[k] < 0 || a.rowIndex[k] >= a.numRow) return true;
+  if (!a.nullColBegin) {
+    if (a.colBegin[0] != 0 || a.colBegin[a.numCol] != a.numCoef) return true;
+    for (int32_t j = 0; j < a.numCol; j++)
+      if (a.colBegin[j + 1] < a.colBegin[j]) return true;
+    for (int32_t k = 0; k < a.numCoef; k++)
+      if (a.rowIndex[k] < 0 || a.rowIndex[k] >= a.numRow) return true;
+  }
   if (a.numQuadCoef > 0) {
     if (a.quadColBegin[0] != 0 || a.quadColBegin[a.numCol] != a.numQuadCoef) return true;
     for (int32_t j = 0; j < a.numCol; j++)
@@ -182,7 +184,33 @@ bool same(const std::vector<T>& x, const std::vector<T>& y) {
   return x.size() == y.size() && std::memcmp(x.data(), y.data(), x.size() * sizeof(T)) == 0;
 }
 
+// The record as it came, for the report of a finding.
+inline void dump(const Arrays& a) {
+  std::fprintf(stderr, "rows %d cols %d coefs %d quad %d sense %d nullColBegin %d nullRange %d\n",
+               a.numRow, a.numCol, a.numCoef, a.numQuadCoef, a.objSense, a.nullColBegin,
+               a.nullRange);
+  for (int32_t i = 0; i < a.numRow; i++)
+    std::fprintf(stderr, "row %d: %c rhs %.17g range %.17g\n", i, a.rowSense[i], a.rhs[i],
+                 a.range[i]);
+  for (int32_t j = 0; j < a.numCol; j++) {
+    std::fprintf(stderr, "col %d: obj %.17g [%.17g, %.17g] q %.17g:", j, a.obj[j], a.lower[j],
+                 a.upper[j], a.quadDiag.empty() ? 0.0 : a.quadDiag[j]);
+    for (int32_t p = a.colBegin[j]; p < a.colBegin[j] + a.colLength[j]; p++)
+      std::fprintf(stderr, " %d:%.17g", a.rowIndex[p], a.matValue[p]);
+    std::fprintf(stderr, "\n");
+  }
+  for (int32_t k = 0; k < a.numQuadCoef; k++)
+    std::fprintf(stderr, "q %d: row %d %.17g\n", k, a.quadRowIndex[k], a.quadMatValue[k]);
+}
+
+// The record of the input in hand, shown with a finding.
+inline const Arrays*& shown() {
+  static const Arrays* record = nullptr;
+  return record;
+}
+
 [[noreturn]] inline void finding(const char* what) {
+  if (shown()) dump(*shown());
   std::fprintf(stderr, "fuzz finding: %s\n", what);
   std::abort();
 }
