@@ -657,12 +657,17 @@ bool Parser::finish() {
       default:
         break;
     }
-    if (p.rowLower[i] <= -kInfinity) p.rowLower[i] = -kInfinity;
-    if (p.rowUpper[i] >= kInfinity) p.rowUpper[i] = kInfinity;
+  }
+  // Every end lies within +-kInfinity, whichever side it went past: an E row
+  // with a right side of 1e30 is at infinity at both ends.
+  auto clamp = [](double v) { return std::min(std::max(v, -kInfinity), kInfinity); };
+  for (int32_t i = 0; i < m; ++i) {
+    p.rowLower[i] = clamp(p.rowLower[i]);
+    p.rowUpper[i] = clamp(p.rowUpper[i]);
   }
   for (int32_t j = 0; j < n; ++j) {
-    if (p.colLower[j] <= -kInfinity) p.colLower[j] = -kInfinity;
-    if (p.colUpper[j] >= kInfinity) p.colUpper[j] = kInfinity;
+    p.colLower[j] = clamp(p.colLower[j]);
+    p.colUpper[j] = clamp(p.colUpper[j]);
   }
 
   // A: sort into columns, refuse an entry given twice.

@@ -262,6 +262,15 @@ TEST(MpsSections, EntriesAreSortedZerosDroppedAndColumnsMayReturn) {
   EXPECT_EQ(p.value, (std::vector<double>{2, 3, 1}));
 }
 
+TEST(MpsSections, EndsPastInfinityStopThere) {
+  MpsProblem p = parseOk(
+      "NAME B\nROWS\n N C\n E A\n G B\nCOLUMNS\n X A 1 B 1\nRHS\n A 4.5e87 B -1e30\n"
+      "BOUNDS\n LO BND X 1e25\nENDATA\n");
+  EXPECT_EQ(p.rowLower, (std::vector<double>{kInfinity, -kInfinity}));
+  EXPECT_EQ(p.rowUpper, (std::vector<double>{kInfinity, kInfinity}));
+  EXPECT_EQ(p.colLower[0], kInfinity);
+}
+
 TEST(MpsSections, EmptySectionsAndAnEmptyModel) {
   MpsProblem p = parseOk("NAME\nROWS\n N OBJ\nCOLUMNS\nRHS\nRANGES\nBOUNDS\nQUADOBJ\nENDATA\n");
   EXPECT_EQ(p.name, "");

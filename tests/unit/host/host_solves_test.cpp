@@ -199,7 +199,7 @@ TEST(WholeSolveOomLong, DISABLED_TwentyTwoProblemsByEveryRoad) {
         "netlib/share2b", "netlib/kb2", "netlib/sc105", "netlib/stocfor1", "netlib/boeing2",
         "netlib/bandm", "maros/HS21", "maros/HS35", "maros/HS118", "maros/QAFIRO", "maros/DUALC1",
         "maros/CVXQP1_S", "maros/DUAL1", "maros/HS76", "maros/PRIMAL1", "maros/QADLITTL",
-        "maros/AUG2D"})
+        "maros/HS51"})
     for (Road road : {Road::QP, Road::LP, Road::Crossover, Road::Command})
       sweepSolve(name, road, 5000);
 }
