@@ -51,6 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const Arrays before = a;
   shown() = &before;
+  if (std::getenv("HALVEX_FUZZ_SHOW")) dump(before);  // to replay a crash
   const int64_t live = session.host.poolStats(session.pool).liveBlocks;
   const int64_t misuse = session.host.poolMisuse();
   LPContext context;

@@ -47,6 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const Arrays before = a;
   shown() = &before;
+  if (std::getenv("HALVEX_FUZZ_SHOW")) dump(before);  // to replay a crash
   QVPool* pool = session.instance->env.pool;
   const int64_t live = session.host.poolStats(pool).liveBlocks;
   const int64_t misuse = session.host.poolMisuse();

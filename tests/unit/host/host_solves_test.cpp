@@ -6,6 +6,7 @@
 // for bit as they do one at a time.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -202,6 +203,38 @@ TEST(WholeSolveOomLong, DISABLED_TwentyTwoProblemsByEveryRoad) {
         "maros/HS51"})
     for (Road road : {Road::QP, Road::LP, Road::Crossover, Road::Command})
       sweepSolve(name, road, 5000);
+}
+
+// Found by the LP entry's fuzzer: bramlet's presolve met inf - inf on the
+// way and sent rows of NaN ends out as R rows without room for their slacks,
+// which the solve then wrote past (seen under the sanitizer build).
+TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
+  hxhost::Host host;
+  host.silence(true);
+  qvextent(host.kernel());
+  const double h = 1.3407807929942999e+151, inf = INFINITY;
+  std::vector<double> obj{h, h, h, 5e-324, 0, 0, 0, 0}, lower{inf, h, 5e-324, h, 0, 0, 0, 0},
+      upper{h, h, h, h, 0, 0, 0, 0}, rhs(4, h), range(4, h),
+      value{1, 2, -1e300, -1, 0, 5e-324, 3.5, 1e20, h, h, 0, 0, 0, 0}, x(8), y(4), rc(8), act(4);
+  std::vector<int32_t> begin{0, 0, 1, 5, 10, 10, 10, 10, 10}, length{0, 1, 4, 5, 0, 0, 0, 0},
+      index{1, 1, 0, 2, 1, 2, 1, 2, 0, 3, 0, 0, 0, 0};
+  std::vector<char> sense(4, 'R');
+  LPRecord r{};
+  r.objSense = 1, r.numRow = 4, r.numCol = 4, r.numCoef = 10;
+  r.matValue = value.data(), r.rowIndex = index.data(), r.colBegin = begin.data();
+  r.colLength = length.data(), r.obj = obj.data(), r.rhs = rhs.data(), r.range = range.data();
+  r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
+  r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
+  for (int32_t level = -1; level <= 3; level++) {
+    QVPool* pool = host.createPool("LP");
+    LPOptions options;
+    setLpOptionDefaults(&options);
+    options.presolver = level;
+    LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
+    iplpmain(&context, &r, &options);
+    EXPECT_EQ(host.poolStats(pool).liveBlocks, 0) << level;
+    pool->poolDestroy(pool);
+  }
 }
 
 // ---- several instances at once ---------------------------------------------------
