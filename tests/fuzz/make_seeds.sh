@@ -3,7 +3,8 @@
 #   make_seeds.sh WORK EXAMPLES_DIR DATA_DIR
 # The reader gets the examples and the smaller shared problems, each as text
 # and gzip; the entries get short random byte strings, from which their
-# harnesses build records.
+# harnesses build records; every harness gets the inputs of its past findings
+# (regressions/).
 set -eu
 work=$1 examples=$2 data=$3
 rm -rf "$work/seeds"
@@ -26,6 +27,12 @@ for f in $(ls -S -r "$data"/netlib/*.gz "$data"/maros/*.gz 2>/dev/null); do
   [ $n -lt 24 ] || break
 done
 [ $n -gt 0 ] || { echo "no shared problems in $data" >&2; exit 1; }
+# What the harnesses found once stays among their seeds.
+for h in fuzz_reader fuzz_qprecord fuzz_lprecord; do
+  if [ -d "$(dirname "$0")/regressions/$h" ]; then
+    cp "$(dirname "$0")"/regressions/$h/* "$work/seeds/$h/"
+  fi
+done
 i=0
 while [ $i -lt 32 ]; do
   head -c $((64 + i * 16)) /dev/urandom > "$work/seeds/fuzz_qprecord/random$i"
