@@ -36,6 +36,10 @@ constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
 // The polish finds what it finds within a few pivots, or not at all.
 constexpr int64_t kPolishIterations = 1000;
+// Whatever limit the caller sets, a run this long on its size is cycling
+// (badly scaled costs of 1e20 and more make every pivot look like a gain),
+// and it stops at the iteration limit.
+constexpr int64_t kCycleGuardBase = 100000, kCycleGuardPerColumn = 1000;
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -544,8 +548,10 @@ int32_t Simplex::simplex(double td, int64_t cap) {
   // optimality.
   bool fresh = false;
   int32_t updated = 0;
+  const int64_t guard = kCycleGuardBase + kCycleGuardPerColumn * (int64_t)N_;
   for (;;) {
-    if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
+    if (iterations_ >= set_.iterationLimit || iterations_ >= guard)
+      return IPM_STATUS_ITERATION_LIMIT;
     if (iterations_ - first >= cap) return kCapReached;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery) {

@@ -237,6 +237,37 @@ TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
   }
 }
 
+// Also found by that fuzzer: with costs of 1e20 and more every pivot of the
+// crossover looks like a gain, and fennick cycled without end.
+TEST(WholeSolveOom, CrossoverOnHugeCostsStops) {
+  hxhost::Host host;
+  host.silence(true);
+  qvextent(host.kernel());
+  const double big = 1e300;
+  std::vector<double> obj{1e20, 1e20, 1.3407807929942999e+151, -6, -6, -6, 0, 0},
+      lower{-5, -6, -6, -6, -6, -6, 0, 0}, upper{big, big, big, -5.5, INFINITY, 3.5, 0, 0},
+      rhs{6.5, 5e-324}, range{0, 1.5}, value{8.5, -7.5, -4.5, 1, 1, 1, 0, 0}, x(8), y(2), rc(8),
+      act(2);
+  std::vector<int32_t> begin{0, 1, 2, 3, 4, 5, 6, 6, 6}, length{1, 1, 1, 1, 1, 1, 0, 0},
+      index{1, 1, 1, 1, 1, 1, 0, 0};
+  std::vector<char> sense{'N', 'G'};
+  LPRecord r{};
+  r.objSense = 1, r.numRow = 2, r.numCol = 6, r.numCoef = 6;
+  r.matValue = value.data(), r.rowIndex = index.data(), r.colBegin = begin.data();
+  r.colLength = length.data(), r.obj = obj.data(), r.rhs = rhs.data(), r.range = range.data();
+  r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
+  r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
+  QVPool* pool = host.createPool("LP");
+  LPOptions options;
+  setLpOptionDefaults(&options);
+  options.crossover = 1;
+  LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
+  EXPECT_EQ(iplpmain(&context, &r, &options), 0);
+  EXPECT_NE(r.status, IPM_STATUS_OPTIMAL);
+  EXPECT_EQ(host.poolStats(pool).liveBlocks, 0);
+  pool->poolDestroy(pool);
+}
+
 // ---- several instances at once ---------------------------------------------------
 
 struct Answer {
