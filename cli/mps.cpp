@@ -25,6 +25,8 @@ std::string MpsError::message() const {
 
 namespace {
 
+constexpr size_t kMaxLine = 65536;
+
 enum class Section {
   None, Name, ObjSense, ObjName, Rows, Columns, Rhs, Ranges, Bounds, QuadObj, QMatrix, End
 };
@@ -93,7 +95,8 @@ class Parser {
   bool fail(const std::string& reason) {
     error_.file = file_;
     error_.line = lineNo_;
-    error_.reason = reason;
+    // Names and numbers are quoted from the file: keep a long one readable.
+    error_.reason = reason.size() <= 240 ? reason : reason.substr(0, 200) + "...";
     return false;
   }
   void warn(const std::string& what) {
@@ -160,6 +163,15 @@ bool Parser::run(MpsError* error) {
     ++lineNo_;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (seenEnd_) continue;  // whatever follows ENDATA is not ours
+    if (line.size() > kMaxLine) {
+      // No line of this format comes near; such a line is binary or damage,
+      // and quoting it would bury the message.
+      fail("a line of " + std::to_string(line.size()) + " characters (at most " +
+           std::to_string(kMaxLine) + ")");
+      progress_ = lineNo_;
+      *error = error_;
+      return false;
+    }
     if (line.empty() || line[0] == '*') continue;
     if (trim(line).empty()) continue;
     bool ok = std::isspace((unsigned char)line[0]) ? data(line) : header(line);
@@ -361,6 +373,14 @@ bool Parser::number(const std::string& text, double* value) {
     if (end != t.c_str() + t.size()) return fail("'" + text + "' is not a number");
   }
   if (std::isnan(v)) return fail("'" + text + "' is not a number");
+  // A literal beyond the double range reads as infinity: a typo more often
+  // than a meaning, so it is refused; an infinity written as such is taken
+  // only where it means "no end".
+  const bool written = std::isinf(v) && std::isalpha((unsigned char)text[text[0] == '-' || text[0] == '+']);
+  if (std::isinf(v) && !written) return fail("'" + text + "' is out of the range of numbers");
+  if (std::isinf(v) && section_ != Section::Bounds && section_ != Section::Rhs &&
+      section_ != Section::Ranges)
+    return fail("'" + text + "' is not finite; only a bound, a right side or a range may be");
   *value = v;
   return true;
 }
@@ -619,6 +639,8 @@ bool Parser::finish() {
   p.rowUpper.assign(m, kInfinity);
   for (int32_t i = 0; i < m; ++i) {
     double b = rhs_[i], r = range_[i];
+    // A range from an infinite right side would give inf - inf.
+    if (std::fabs(b) >= kInfinity) p.hasRange[i] = 0;
     switch (p.rowSense[i]) {
       case 'E':
         p.rowLower[i] = p.rowUpper[i] = b;
@@ -635,12 +657,17 @@ bool Parser::finish() {
       default:
         break;
     }
-    if (p.rowLower[i] <= -kInfinity) p.rowLower[i] = -kInfinity;
-    if (p.rowUpper[i] >= kInfinity) p.rowUpper[i] = kInfinity;
+  }
+  // Every end lies within +-kInfinity, whichever side it went past: an E row
+  // with a right side of 1e30 is at infinity at both ends.
+  auto clamp = [](double v) { return std::min(std::max(v, -kInfinity), kInfinity); };
+  for (int32_t i = 0; i < m; ++i) {
+    p.rowLower[i] = clamp(p.rowLower[i]);
+    p.rowUpper[i] = clamp(p.rowUpper[i]);
   }
   for (int32_t j = 0; j < n; ++j) {
-    if (p.colLower[j] <= -kInfinity) p.colLower[j] = -kInfinity;
-    if (p.colUpper[j] >= kInfinity) p.colUpper[j] = kInfinity;
+    p.colLower[j] = clamp(p.colLower[j]);
+    p.colUpper[j] = clamp(p.colUpper[j]);
   }
 
   // A: sort into columns, refuse an entry given twice.
@@ -693,6 +720,11 @@ bool Parser::finish() {
     while (e < quad_.size() && quad_[e].col == quad_[k].col && quad_[e].row == quad_[k].row)
       v += quad_[e++].value;
     const QuadEntry& q = quad_[k];
+    if (!std::isfinite(v)) {
+      lineNo_ = quad_[e - 1].line;
+      return fail("the quadratic entry of columns '" + p.colNames[q.row] + "' and '" +
+                  p.colNames[q.col] + "' adds up beyond the range of numbers");
+    }
     if (q.row == q.col) {
       p.quadDiag[q.col] = v;
     } else if (v != 0.0) {
@@ -714,6 +746,11 @@ bool Parser::finish() {
   return true;
 }
 
+// A read that breaks off names the line it broke off in.
+int lineAtEnd(const std::string& text) {
+  return (int)std::count(text.begin(), text.end(), '\n') + 1;
+}
+
 bool readAll(const std::string& path, std::string* text, MpsError* error) {
   error->file = path;
   error->line = 0;
@@ -732,6 +769,7 @@ bool readAll(const std::string& path, std::string* text, MpsError* error) {
       const char* why = gzerror(in, &code);
       error->reason = std::string("cannot read: ") +
                       (code == Z_ERRNO ? std::strerror(errno) : why);
+      error->line = lineAtEnd(*text);
       gzclose(in);
       return false;
     }
@@ -743,20 +781,25 @@ bool readAll(const std::string& path, std::string* text, MpsError* error) {
   const char* why = gzerror(in, &code);
   if (code != Z_OK && code != Z_BUF_ERROR) {
     error->reason = std::string("cannot read: ") + why;
+    error->line = lineAtEnd(*text);
     gzclose(in);
     return false;
   }
   int closed = gzclose(in);
   if (closed == Z_BUF_ERROR) {
     error->reason = "the gzip data is cut short";
+    error->line = lineAtEnd(*text);
     return false;
   }
   if (closed != Z_OK) {
     error->reason = "the gzip data is damaged";
+    error->line = lineAtEnd(*text);
     return false;
   }
-  if (text->find('\0') != std::string::npos) {
+  size_t nul = text->find('\0');
+  if (nul != std::string::npos) {
     error->reason = "this is not a text file (it holds NUL bytes)";
+    error->line = lineAtEnd(text->substr(0, nul));
     return false;
   }
   return true;

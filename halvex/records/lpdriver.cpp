@@ -54,17 +54,28 @@ int32_t validateOptions(HalvexEnv* env, const LPOptions* o) {
 // which is how the QP driver hands its model over.  bramlet's presolved
 // record keeps the host's form, lower end and width, since its postsolve and
 // the crossover read that record; so the model gets a right side of its own.
-// Returns it, or null when the pool refuses (or there are no rows).
+// A width of infinity or more would round the lower end away (b + 1e20 -
+// 1e20 is not b), so such a row with a finite lower end goes in as the G row
+// it is, in a sense array of the model's own behind the right sides.
+// Returns the one block, or null when the pool refuses (or there are no rows).
 double* rangeRowsAtUpperEnd(QVPool* pool, ipmModel* model) {
   const int32_t numRow = model->numRow;
   if (numRow <= 0) return nullptr;
-  double* rhs = poolNew<double>(pool, numRow, false);
+  const double infinity = 1e+20;
+  double* rhs = poolNew<double>(pool, numRow + (numRow + 7) / 8, false);
   if (!rhs) return nullptr;
+  char* sense = reinterpret_cast<char*>(rhs + numRow);
   for (int32_t i = 0; i < numRow; i++) {
     rhs[i] = model->rhs[i];
-    if (model->rowSense[i] == 'R' && model->range) rhs[i] += model->range[i];
+    sense[i] = model->rowSense[i];
+    if (sense[i] != 'R' || !model->range) continue;
+    if (model->range[i] >= infinity && rhs[i] > -infinity)
+      sense[i] = 'G';
+    else
+      rhs[i] += model->range[i];
   }
   model->rhs = rhs;
+  model->rowSense = sense;
   return rhs;
 }
 
@@ -259,7 +270,7 @@ unload:
   module->moduleUnload(module);
   env->preModule = nullptr;
   // The model borrows its arrays from bramlet's problem, relaxColBound too;
-  // only the right side is its own.
+  // only the right side and the senses are its own.
   poolRelease(env->pool, workingRhs);
   DestroyModel(env->pool, model);
   DestroyOption(env->pool, option);

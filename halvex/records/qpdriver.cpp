@@ -18,12 +18,20 @@ static void negateObjective(ipmModel* m) {
     for (int32_t k = 0; k < m->numQuadCoef; ++k) m->quadMatValue[k] = -m->quadMatValue[k];
 }
 
+// A range this wide leaves a row one end only (see qpPresolver).
+static bool openRange(const ipmModel* m, int32_t i, double infinity) {
+  return m->rowSense[i] == 'R' && m->range[i] >= infinity && m->rhs[i] > -infinity;
+}
+
 // Gives the host's arrays their own values back; a row whose zero range made
 // it E stays E.
-static void restoreHostNumbers(ipmModel* m) {
+static void restoreHostNumbers(ipmModel* m, double infinity) {
   if (m->objSense == -1) negateObjective(m);
-  for (int32_t i = 0; i < m->numRow; ++i)
+  for (int32_t i = 0; i < m->numRow; ++i) {
     if (m->rowSense[i] == 'R') m->rhs[i] -= m->range[i];
+    // Only a row made G below keeps a range.
+    if (m->rowSense[i] == 'G' && m->range && m->range[i] >= infinity) m->rowSense[i] = 'R';
+  }
 }
 
 static void releaseMade(HalvexEnv* env, ipmModel* m, int32_t qpMade[4]) {
@@ -94,6 +102,9 @@ static bool numbersOutOfRange(const ipmModel* m) {
   if (m->numCoef > 0 && anyOutOfRange(m->matValue, m->numCoef)) return true;
   if (m->quadDiag && anyOutOfRange(m->quadDiag, m->numCol)) return true;
   if (m->numQuadCoef > 0 && anyOutOfRange(m->quadMatValue, m->numQuadCoef)) return true;
+  // A NaN bound is neither a bound nor none; every size of bound is fine.
+  for (int32_t j = 0; j < m->numCol; ++j)
+    if (isnan(m->lower[j]) || isnan(m->upper[j])) return true;
   for (int32_t i = 0; i < m->numRow; ++i) {
     bool ranged = m->rowSense[i] == 'R';
     if (outOfRange(ranged ? m->rhs[i] + m->range[i] : m->rhs[i])) return true;
@@ -105,7 +116,7 @@ static bool numbersOutOfRange(const ipmModel* m) {
 // Everything that can refuse the model or fail runs before the host's arrays
 // are touched, so that a refused model leaves them exactly as they came: an
 // instance serves many solves.
-int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) {
+int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption* option, int32_t qpMade[4]) {
   QVPool* pool = env->pool;
   for (int k = 0; k < 4; ++k) qpMade[k] = 0;
   if (const char* why = structureError(m)) {
@@ -155,20 +166,28 @@ int32_t qpPresolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) 
     negateObjective(m);
     m->objConstant = -m->objConstant;
   }
-  for (int32_t i = 0; i < m->numRow; ++i) {
-    if (m->rowSense[i] != 'R') continue;
-    m->rhs[i] += m->range[i];
-    if (m->range[i] == 0.0) m->rowSense[i] = 'E';
-  }
   if (m->range)
     for (int32_t i = 0; i < m->numRow; ++i)
       if (m->rowSense[i] != 'R') m->range[i] = 0.0;
+  // A width of infinity or more would carry the upper end past infinity
+  // and round the lower end away (b + 1e20 - 1e20 is not b): such a row is
+  // solved as the G row it is, with its range kept to tell it apart on the
+  // way back, as no other row has a range from here on.
+  for (int32_t i = 0; i < m->numRow; ++i) {
+    if (m->rowSense[i] != 'R') continue;
+    if (openRange(m, i, option->infinity)) {
+      m->rowSense[i] = 'G';
+      continue;
+    }
+    m->rhs[i] += m->range[i];
+    if (m->range[i] == 0.0) m->rowSense[i] = 'E';
+  }
   if (m->rowActivity)
     for (int32_t i = 0; i < m->numRow; ++i) m->rowActivity[i] = 0.0;
   return 0;
 }
 
-int32_t qpPostsolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4]) {
+int32_t qpPostsolver(HalvexEnv* env, ipmModel* m, ipmOption* option, int32_t qpMade[4]) {
   // objConstant stays negated: it lives in the internal record only, and the
   // objective value already carries the host's sign.
   int32_t st = m->status;
@@ -181,7 +200,7 @@ int32_t qpPostsolver(HalvexEnv* env, ipmModel* m, ipmOption*, int32_t qpMade[4])
       if (m->rowActivity) m->rowActivity[i] = 0.0;
     }
   }
-  restoreHostNumbers(m);
+  restoreHostNumbers(m, option->infinity);
   releaseMade(env, m, qpMade);
   return 0;
 }

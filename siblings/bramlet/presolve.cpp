@@ -527,13 +527,19 @@ void buildPresolved(PostsolveState* st, const InputView& in) {
   const int32_t m = st->m, n = st->n;
   st->newRow.assign(m, -1);
   st->newCol.assign(n, -1);
+  // The sense a live row goes out with; the room for the solver's range
+  // slacks is counted from the very same answer, so that ends which are not
+  // numbers (inf - inf on the way) cannot make more R rows than room.
+  auto senseOf = [&](int32_t i) {
+    if (st->level == 0) return in.rowSense[i];
+    const double lo = st->lo[i], hi = st->hi[i];
+    return lo == hi ? 'E' : hi == kInf ? 'G' : lo == -kInf ? 'L' : 'R';
+  };
   int32_t nr = 0, nc = 0, nnz = 0, numRange = 0;
   for (int32_t i = 0; i < m; i++)
     if (st->rowAlive[i]) {
       st->newRow[i] = nr++;
-      if (st->level == 0 ? in.rowSense[i] == 'R'
-                         : (st->lo[i] > -kInf && st->hi[i] < kInf && st->lo[i] < st->hi[i]))
-        numRange++;
+      if (senseOf(i) == 'R') numRange++;
     }
   for (int32_t j = 0; j < n; j++)
     if (st->colAlive[j]) st->newCol[j] = nc++;
@@ -589,20 +595,9 @@ void buildPresolved(PostsolveState* st, const InputView& in) {
       continue;
     }
     const double lo = st->lo[i], hi = st->hi[i];
-    if (lo == hi) {
-      st->pSense[r] = 'E';
-      st->pRhs[r] = lo;
-    } else if (hi == kInf) {
-      st->pSense[r] = 'G';
-      st->pRhs[r] = lo;
-    } else if (lo == -kInf) {
-      st->pSense[r] = 'L';
-      st->pRhs[r] = hi;
-    } else {
-      st->pSense[r] = 'R';
-      st->pRhs[r] = lo;
-      st->pRange[r] = hi - lo;
-    }
+    st->pSense[r] = senseOf(i);
+    st->pRhs[r] = st->pSense[r] == 'L' ? hi : lo;
+    if (st->pSense[r] == 'R') st->pRange[r] = hi - lo;
   }
 
   LPRecord& lp = st->record;

@@ -38,6 +38,11 @@ constexpr int32_t kCapReached = -3;
 constexpr int64_t kPolishIterations = 1000;
 // Logicals of active rows that the crash basis may take in.
 constexpr int64_t kCrashFiller = 10;
+// Whatever limit the caller sets, a run this long on its size is cycling
+// (badly scaled costs of 1e20 and more make every pivot look like a gain),
+// and it stops at the iteration limit.
+constexpr int64_t kCycleGuardBase = 100000, kCycleGuardPerColumn = 1000;
+inline int64_t cycleGuard(int64_t columns) { return kCycleGuardBase + kCycleGuardPerColumn * columns; }
 
 enum State : uint8_t { kBasic, kAtLower, kAtUpper, kFreeZero, kFixed, kSuper };
 
@@ -705,8 +710,10 @@ int32_t Simplex::simplex(double td, int64_t cap) {
   // (its phase 1 cost changes then).
   int freshPhase = -1;  // the phase whose reduced costs d_ holds, -1 none
   int32_t updated = 0;
+  const int64_t guard = cycleGuard(N_);
   for (;;) {
-    if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
+    if (iterations_ >= set_.iterationLimit || iterations_ >= guard)
+      return IPM_STATUS_ITERATION_LIMIT;
     if (iterations_ - first >= cap) return kCapReached;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
@@ -877,8 +884,10 @@ int32_t Simplex::dualSimplex() {
   dualWeight_.assign(m_, 1.0);
   flipDelta_.assign(m_, 0.0);
   int32_t trouble = 0;
+  const int64_t guard = cycleGuard(N_);
   for (;;) {
-    if (iterations_ >= set_.iterationLimit) return IPM_STATUS_ITERATION_LIMIT;
+    if (iterations_ >= set_.iterationLimit || iterations_ >= guard)
+      return IPM_STATUS_ITERATION_LIMIT;
     if ((iterations_ & 15) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
       const int32_t rc = refactor();

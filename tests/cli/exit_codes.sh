@@ -49,6 +49,28 @@ printf 'NAME BAD\nROWS\n N OBJ\n E R1\nCOLUMNS\n    X OBJ 1 R1 2x\nENDATA\n' >"$
 expect 2 "malformed file" -- "$halvex" solve "$tmp/bad.mps"
 contains "$tmp/err" "bad.mps:6: '2x' is not a number" "malformed file names the line"
 
+# Every kind of damage: exit 2 and a message that names the file and line.
+head='NAME M\nROWS\n N C\n L A\nCOLUMNS\n X C 1 A 1\n'
+printf "$head" >"$tmp/cut.mps"
+for k in 1 2 3 4 5 6 7 8; do printf '* padding padding padding padding\n' >>"$tmp/cut.mps"; done
+gzip -c "$tmp/cut.mps" | head -c 60 >"$tmp/cut.mps.gz"
+printf 'NAME M\n\177\001\000\002\n' >"$tmp/garbage.mps"
+{ printf 'NAME M\nROWS\n N '; head -c 1048576 /dev/zero | tr '\0' C; printf '\nENDATA\n'; } >"$tmp/long.mps"
+printf 'NAME M\nSECTION\nENDATA\n' >"$tmp/section.mps"
+printf 'NAME M\nROWS\n N C\n L A\n G A\nENDATA\n' >"$tmp/twice.mps"
+printf "${head}BOUNDS\n UP BND Y 1\nENDATA\n" >"$tmp/bound.mps"
+printf "${head}RHS\n RHS A 1e999\nENDATA\n" >"$tmp/number.mps"
+for f in 'cut.mps.gz:[0-9]*' garbage.mps:2 long.mps:3 section.mps:2 twice.mps:5 bound.mps:8 \
+         number.mps:8; do
+  expect 2 "malformed ${f%:*}" -- "$halvex" solve "$tmp/${f%:*}"
+  if grep -q -- "^halvex: $tmp/${f%:*}:${f#*:}: " "$tmp/err"; then
+    passed=$((passed + 1))
+  else
+    echo "FAIL: malformed ${f%:*}: no file and line in:"; cat "$tmp/err"
+    failed=$((failed + 1))
+  fi
+done
+
 expect 2 "unwritable json" -- "$halvex" solve "$examples/small.mps" --json "$tmp/no/dir/x.json"
 
 expect 0 "version" -- "$halvex" --version

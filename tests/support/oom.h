@@ -49,11 +49,16 @@ struct OomSweep {
   bool armAtStart = true;
   // A run still allocating after this many refusals is a test failure.
   int64_t limit = 20000;
+  // For whole solves: when not 0, a first run without refusal counts the
+  // allocations n of a run, and only k = i * n / samples, i < samples, are
+  // refused (every k when n is smaller).
+  int64_t samples = 0;
 
   struct Result {
     int64_t refusedRuns = 0;  // runs in which an allocation was refused
     int64_t absorbedRuns = 0;  // of those, runs that ended with `absorbed`
     int32_t finalStatus = 0;  // status of the first run with no refusal
+    int64_t allocations = 0;  // of the counting run, with samples
     bool completed = false;   // such a run came before the limit
   };
   // body returns the status of the call under test; it may check its own

@@ -262,6 +262,15 @@ TEST(MpsSections, EntriesAreSortedZerosDroppedAndColumnsMayReturn) {
   EXPECT_EQ(p.value, (std::vector<double>{2, 3, 1}));
 }
 
+TEST(MpsSections, EndsPastInfinityStopThere) {
+  MpsProblem p = parseOk(
+      "NAME B\nROWS\n N C\n E A\n G B\nCOLUMNS\n X A 1 B 1\nRHS\n A 4.5e87 B -1e30\n"
+      "BOUNDS\n LO BND X 1e25\nENDATA\n");
+  EXPECT_EQ(p.rowLower, (std::vector<double>{kInfinity, -kInfinity}));
+  EXPECT_EQ(p.rowUpper, (std::vector<double>{kInfinity, kInfinity}));
+  EXPECT_EQ(p.colLower[0], kInfinity);
+}
+
 TEST(MpsSections, EmptySectionsAndAnEmptyModel) {
   MpsProblem p = parseOk("NAME\nROWS\n N OBJ\nCOLUMNS\nRHS\nRANGES\nBOUNDS\nQUADOBJ\nENDATA\n");
   EXPECT_EQ(p.name, "");
@@ -336,13 +345,25 @@ TEST(MpsFiles, UnreadableFilesSayWhy) {
   // A gzip file cut short must not pass as a shorter problem.
   std::string big(kFree);
   for (int k = 0; k < 200; ++k) big.insert(0, "* padding padding padding padding\n");
+  // It names the line it broke off in, somewhere in the padding.
   std::string cut = dir.writeGzip("cut.mps.gz", big, 12);
   EXPECT_FALSE(hxcli::readMpsFile(cut, MpsFormat::Auto, &p, &e));
   EXPECT_FALSE(e.reason.empty());
+  EXPECT_GT(e.line, 1);
+  EXPECT_EQ(e.message().rfind(cut + ":" + std::to_string(e.line) + ": ", 0), 0u) << e.message();
 
-  std::string binary = dir.write("binary.mps", std::string("NAME\0\x01\x02", 7));
+  std::string binary = dir.write("binary.mps", std::string("NAME\n\x7f\x01\0\x02", 8));
   EXPECT_FALSE(hxcli::readMpsFile(binary, MpsFormat::Auto, &p, &e));
   EXPECT_NE(e.reason.find("not a text file"), std::string::npos) << e.reason;
+  EXPECT_EQ(e.line, 2);
+
+  // A line of a megabyte is refused, and the message stays short.
+  std::string longLine = dir.write("long.mps", "NAME L\nROWS\n N " + std::string(1 << 20, 'C') +
+                                                   "\nENDATA\n");
+  EXPECT_FALSE(hxcli::readMpsFile(longLine, MpsFormat::Auto, &p, &e));
+  EXPECT_EQ(e.line, 3);
+  EXPECT_NE(e.reason.find("characters"), std::string::npos) << e.reason;
+  EXPECT_LT(e.message().size(), 400u);
 
   EXPECT_FALSE(hxcli::readMpsFile(dir.write("empty.mps", ""), MpsFormat::Auto, &p, &e));
   EXPECT_NE(e.reason.find("no MPS sections"), std::string::npos) << e.reason;
@@ -364,7 +385,12 @@ TEST(MpsMalformed, EachErrorNamesItsLine) {
       {rows + "COLUMNS\n X C 1 A\nENDATA\n", 6, "a COLUMNS line has"},
       {rows + "COLUMNS\n X A 1,5\nENDATA\n", 6, "'1,5' is not a number"},
       {rows + "COLUMNS\n X A nan\nENDATA\n", 6, "'nan' is not a number"},
+      {rows + "COLUMNS\n X A 1e400\nENDATA\n", 6, "'1e400' is out of the range of numbers"},
+      {rows + "COLUMNS\n X A -Inf\nENDATA\n", 6, "only a bound, a right side or a range may be"},
+      {cols + "RHS\n A 1e999\nENDATA\n", 8, "out of the range of numbers"},
+      {cols + "BOUNDS\n UP BND X 1e309\nENDATA\n", 8, "out of the range of numbers"},
       {rows + "COLUMNS\n X A 1\n X A 2\nENDATA\n", 7, "two entries in row 'A'"},
+      {"NAME M\nROWS\n N C\n L A\n G A\nENDATA\n", 5, "row 'A' is defined twice"},
       {rows + "COLUMNS\n X C 1\n X C 2\nENDATA\n", 7, "two objective entries"},
       {rows + "COLUMNS\n MARKER 'MARKER' 'INTMID'\nENDATA\n", 6, "unknown marker"},
       {cols + "RHS\n RHS B 1\nENDATA\n", 8, "unknown row 'B'"},
@@ -377,6 +403,7 @@ TEST(MpsMalformed, EachErrorNamesItsLine) {
       {cols + "QUADOBJ\n X Y 1\nENDATA\n", 8, "unknown column 'Y'"},
       {cols + "QUADOBJ\n X X\nENDATA\n", 8, "two columns and a value"},
       {cols + "QUADOBJ\n X X 1\n X X 2\nENDATA\n", 9, "given twice"},
+      {cols + "QMATRIX\n X X 1e308\n X X 1e308\nENDATA\n", 9, "beyond the range of numbers"},
       {cols + "QCMATRIX A\n X X 1\nENDATA\n", 7, "QCMATRIX is not supported"},
       {cols + "QSECTION A\n X X 1\nENDATA\n", 7, "quadratic constraints"},
       {cols + "RHS\n A 1\n", 8, "ends without ENDATA"},

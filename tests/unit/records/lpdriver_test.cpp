@@ -336,6 +336,23 @@ TEST_F(LPDriver, SolvesThroughBramletWithEveryKindOfShift) {
   expectReleased();
 }
 
+TEST_F(LPDriver, RangeOfInfinityKeepsTheRowsLowerEnd) {
+  // x3 + x5 >= -2 as a range of width 1e20 binds: x5 rises to -1 and the
+  // value to -7.5.  Adding the width to the right side would lose the -2.
+  std::vector<double> range{0, 0, 1e20};
+  lp.sense[2] = 'R';
+  lp.rhs[2] = -2;
+  lp.record.range = range.data();
+  ASSERT_EQ(run(nullptr), 0);
+  ASSERT_EQ(lp.record.status, IPM_STATUS_OPTIMAL);
+  EXPECT_NEAR(lp.record.objConstant, -7.5, 1e-5);
+  EXPECT_NEAR(lp.x[3], -1.0, 1e-5);
+  EXPECT_NEAR(lp.x[5], -1.0, 1e-5);
+  EXPECT_EQ(lp.sense[2], 'R');
+  EXPECT_EQ(lp.rhs[2], -2.0);
+  expectReleased();
+}
+
 TEST_F(LPDriver, RelaxationFlagsFromBramletReachTheSolve) {
   // x3's lower bound goes, so that only the G row holds it: x3 + x5 = -10
   // and x0 rises to its bound.  x1 has one bound only and keeps it.

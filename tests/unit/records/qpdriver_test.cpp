@@ -172,6 +172,24 @@ TEST_F(QPDriver, PresolveThatSolvesEverythingDoesNoIteration) {
   EXPECT_NEAR(m.y[1], 2.0, 1e-12);
 }
 
+TEST_F(QPDriver, RangeOfInfinityKeepsTheRowsLowerEnd) {
+  // x1 - x2 >= 0.2 given as a range of width 1e20; with the objective
+  // turned towards x2 the row binds at (0.6, 0.4).  Adding the width to the
+  // right side would lose the 0.2 and end at (0, 1).
+  for (double width : {1e20, 3e20}) {
+    SmallQP qp;
+    qp.obj = {-1, -3};
+    qp.rhs[1] = 0.2;
+    qp.range[1] = width;
+    ASSERT_EQ(solve(qp.record), QP_RETURN_OPTIMAL);
+    EXPECT_NEAR(qp.x[0], 0.6, 1e-6);
+    EXPECT_NEAR(qp.x[1], 0.4, 1e-6);
+    EXPECT_EQ(qp.sense, (std::vector<char>{'L', 'R', 'G'}));
+    EXPECT_EQ(qp.rhs, (std::vector<double>{1, 0.2, 0.5}));
+    EXPECT_EQ(qp.range, (std::vector<double>{0, width, 0}));
+  }
+}
+
 TEST_F(QPDriver, BoundsAtExactlyInfinityAreNoBounds) {
   // minimise x  s.t.  y - x <= 0,  x <= 31000,  x >= 0 with no upper bound
   // given as exactly 1e20, 30000 <= y <= 30000.5.  Summing 1e20 into the
@@ -187,6 +205,7 @@ TEST_F(QPDriver, BoundsAtExactlyInfinityAreNoBounds) {
 TEST_F(QPDriver, BadNumbersAreRefusedAndTheHostArraysStayAsTheyCame) {
   const struct { const char* what; void (*spoil)(SmallQP&); } cases[] = {
       {"NaN objective", [](SmallQP& p) { p.obj[1] = NAN; }},
+      {"NaN bound", [](SmallQP& p) { p.upper[0] = NAN; }},
       {"infinite rhs", [](SmallQP& p) { p.rhs[0] = INFINITY; }},
       {"huge entry", [](SmallQP& p) { p.matValue[2] = 1.35e151; }},
       {"huge range", [](SmallQP& p) { p.range[1] = -2e151; }},
