@@ -12,4 +12,4 @@ cmake --build "$build" -j2
 cd "$build"
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
-ctest --output-on-failure -j2 -LE long "$@"
+ctest --output-on-failure -j2 -L sanitize -LE long "$@"
