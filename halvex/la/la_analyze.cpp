@@ -5,6 +5,16 @@
 #include "la/la_internal.h"
 #include "ordering/ordering.h"
 
+bool laHalvesMatch(int32_t n, const int32_t* colBegin, const int32_t* rowIndex) {
+  int64_t above = 0, below = 0;
+  for (int32_t j = 0; j < n; j++)
+    for (int32_t p = colBegin[j]; p < colBegin[j + 1]; p++) {
+      if (rowIndex[p] < j) above++;
+      else if (rowIndex[p] > j) below++;
+    }
+  return above == below;
+}
+
 // Bad input is reported, never followed.
 bool laPatternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowIndex) {
   if (n < 0 || !colBegin) return false;
@@ -278,15 +288,7 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
 
   // The halves are counted once here too, before the ordering sees a graph
   // that is not symmetric in size.
-  {
-    int64_t above = 0, below = 0;
-    for (int32_t j = 0; j < n; j++)
-      for (int32_t p = colBegin[j]; p < colBegin[j + 1]; p++) {
-        if (rowIndex[p] < j) above++;
-        else if (rowIndex[p] > j) below++;
-      }
-    if (above != below) return LA_ERR_INTERNAL;
-  }
+  if (!laHalvesMatch(n, colBegin, rowIndex)) return LA_ERR_INTERNAL;
 
   // Ordering-phase scratch: perm0, invPerm0, a copy of pivots, blockLabel,
   // then the ordering workspace (7n + 1).

@@ -73,15 +73,7 @@ HALVEX_EXPORT int32_t LA_AnalyzeMatrixCholesky(int32_t n, const int32_t* colBegi
   char* base = static_cast<char*>(num->block);
   int32_t* block2Ints = static_cast<int32_t*>(num->block2);
 
-  {
-    int64_t above = 0, below = 0;
-    for (int32_t j = 0; j < n; j++)
-      for (int32_t p = colBegin[j]; p < colBegin[j + 1]; p++) {
-        if (rowIndex[p] < j) above++;
-        else if (rowIndex[p] > j) below++;
-      }
-    if (above != below) return LA_ERR_INTERNAL;
-  }
+  if (!laHalvesMatch(n, colBegin, rowIndex)) return LA_ERR_INTERNAL;
 
   // Ordering-phase scratch: the identity as perm0 and its inverse (the
   // graph builder wants both), blockLabel, then the ordering workspace.

@@ -147,6 +147,8 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
                           LANumeric** numeric, int32_t forcedThreads, int32_t forcedBlockSize);
 // Begins monotone from 0 and every row inside the matrix.
 bool laPatternIsWellFormed(int32_t n, const int32_t* colBegin, const int32_t* rowIndex);
+// As many entries above the diagonal as below it.
+bool laHalvesMatch(int32_t n, const int32_t* colBegin, const int32_t* rowIndex);
 // Re-orders a nested-dissection result inside its blocks with nd_camf.  The
 // graph (cBegin, cIndex, capacity entries) is the one that was ordered, in
 // the ordered numbering; sym->perm and invPerm hold the order, numDense
