@@ -10,69 +10,13 @@
 #include <vector>
 
 #include "siblings/bramlet/bramlet.h"
+#include "support/lp_builder.h"
 #include "support/presolve_support.h"
 
 namespace {
 
-const double kInf = 1e20;
-
-// An LP in the caller's form with the arrays that LPRecord refers to.
-struct TestLP {
-  int sense = 1;
-  int m = 0, n = 0;
-  std::vector<double> obj, lower, upper, rhs, range, val;
-  std::vector<char> rowSense;
-  std::vector<int32_t> colBegin{0}, colLength, rowIndex;
-  double objConstant = 0.0;
-  std::vector<double> x, y, z, act;
-  LPRecord rec;
-
-  int addRow(char s, double b, double w = 0.0) {
-    rowSense.push_back(s);
-    rhs.push_back(b);
-    range.push_back(w);
-    return m++;
-  }
-  // entries: (row, value)
-  int addCol(double c, double lo, double up, std::vector<std::pair<int, double>> entries) {
-    obj.push_back(c);
-    lower.push_back(lo);
-    upper.push_back(up);
-    for (auto& e : entries) {
-      rowIndex.push_back(e.first);
-      val.push_back(e.second);
-    }
-    colLength.push_back((int32_t)entries.size());
-    colBegin.push_back((int32_t)rowIndex.size());
-    return n++;
-  }
-  LPRecord* record() {
-    x.assign(n + 1, -7.0);
-    y.assign(m + 1, -7.0);
-    z.assign(n + 1, -7.0);
-    act.assign(m + 1, -7.0);
-    std::memset(&rec, 0, sizeof(rec));
-    rec.objSense = sense, rec.numRow = m, rec.numCol = n;
-    rec.numCoef = (int32_t)rowIndex.size(), rec.objConstant = objConstant;
-    rec.matValue = val.data(), rec.rowIndex = rowIndex.data(), rec.colBegin = colBegin.data();
-    rec.colLength = colLength.data(), rec.obj = obj.data(), rec.rhs = rhs.data();
-    rec.range = range.data(), rec.lower = lower.data(), rec.upper = upper.data();
-    rec.rowSense = rowSense.data(), rec.solPrimal = x.data(), rec.solDual = y.data();
-    rec.reducedCost = z.data(), rec.rowActivity = act.data();
-    return &rec;
-  }
-};
-
-void rowInterval(const LPRecord& lp, int i, double* lo, double* hi) {
-  const double b = lp.rhs[i];
-  switch (lp.rowSense[i]) {
-    case 'E': *lo = *hi = b; break;
-    case 'G': *lo = b; *hi = kInf; break;
-    case 'L': *lo = -kInf; *hi = b; break;
-    case 'R': *lo = b; *hi = b + lp.range[i]; break;
-    default: *lo = -kInf; *hi = kInf; break;
-  }
-}
+const double kInf = hxtest::kLpInf;
+using hxtest::TestLP;
 
 int colEnd(const LPRecord& lp, int j) {
   return lp.colLength ? lp.colBegin[j] + lp.colLength[j] : lp.colBegin[j + 1];
@@ -139,7 +83,7 @@ void expectKKT(TestLP& lp, double tol = 1e-7) {
     }
   for (int i = 0; i < lp.m; i++) {
     double lo, hi;
-    rowInterval(r, i, &lo, &hi);
+    lp.rowBounds(i, &lo, &hi);
     EXPECT_NEAR(lp.act[i], act[i], tol) << "activity of row " << i;
     if (lo > -kInf) { EXPECT_GE(act[i], lo - tol) << "row " << i; }
     if (hi < kInf) { EXPECT_LE(act[i], hi + tol) << "row " << i; }

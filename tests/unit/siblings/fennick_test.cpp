@@ -18,63 +18,29 @@
 #include "records/lpdriver.h"
 #include "siblings/fennick/fennick.h"
 #include "support/dense_ref.h"
+#include "support/lp_builder.h"
 
 namespace {
 
-const double kInf = 1e20;
+const double kInf = hxtest::kLpInf;
+using hxtest::TestLP;
 
-struct TestLP {
-  int sense = 1;
-  int m = 0, n = 0;
-  std::vector<double> obj, lower, upper, rhs, range, val;
-  std::vector<char> rowSense;
-  std::vector<int32_t> colBegin{0}, rowIndex;
-
-  int addRow(char s, double b, double w = 0.0) {
-    rowSense.push_back(s);
-    rhs.push_back(b);
-    range.push_back(w);
-    return m++;
-  }
-  int addCol(double c, double lo, double up, std::vector<std::pair<int, double>> entries) {
-    obj.push_back(c);
-    lower.push_back(lo);
-    upper.push_back(up);
-    for (auto& e : entries) {
-      rowIndex.push_back(e.first);
-      val.push_back(e.second);
-    }
-    colBegin.push_back((int32_t)rowIndex.size());
-    return n++;
-  }
-  fennick::LpView view() const {
-    fennick::LpView v;
-    v.numRow = m;
-    v.numCol = n;
-    v.objSense = sense;
-    v.colBegin = colBegin.data();
-    v.rowIndex = rowIndex.data();
-    v.matValue = val.data();
-    v.obj = obj.data();
-    v.lower = lower.data();
-    v.upper = upper.data();
-    v.rhs = rhs.data();
-    v.range = range.data();
-    v.rowSense = rowSense.data();
-    return v;
-  }
-  void rowBounds(int i, double* lo, double* hi) const {
-    *lo = -kInf;
-    *hi = kInf;
-    switch (rowSense[i]) {
-      case 'E': *lo = *hi = rhs[i]; break;
-      case 'G': *lo = rhs[i]; break;
-      case 'L': *hi = rhs[i]; break;
-      case 'R': *lo = rhs[i]; *hi = rhs[i] + range[i]; break;
-      default: break;
-    }
-  }
-};
+fennick::LpView viewOf(const TestLP& lp) {
+  fennick::LpView v;
+  v.numRow = lp.m;
+  v.numCol = lp.n;
+  v.objSense = lp.sense;
+  v.colBegin = lp.colBegin.data();
+  v.rowIndex = lp.rowIndex.data();
+  v.matValue = lp.val.data();
+  v.obj = lp.obj.data();
+  v.lower = lp.lower.data();
+  v.upper = lp.upper.data();
+  v.rhs = lp.rhs.data();
+  v.range = lp.range.data();
+  v.rowSense = lp.rowSense.data();
+  return v;
+}
 
 // M v = b by the shared dense reference, M row-major k x k, v into b.
 bool denseSolve(const std::vector<double>& M, int k, std::vector<double>& b) {
@@ -225,7 +191,7 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
     fennick::Settings cold;
     cold.fromPoint = false;
     fennick::Result a;
-    ASSERT_EQ(fennick::crossover(lp.view(), nullptr, nullptr, nullptr, cold, &a),
+    ASSERT_EQ(fennick::crossover(viewOf(lp), nullptr, nullptr, nullptr, cold, &a),
               IPM_STATUS_OPTIMAL);
     expectOptimalBasis(lp, a);
     dualIterations += a.dualIterations;
@@ -233,7 +199,7 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
     // From the vertex itself, as from a converged interior point: the crash
     // basis of its interior columns and inactive rows is the answer.
     fennick::Result v;
-    ASSERT_EQ(fennick::crossover(lp.view(), a.x.data(), a.y.data(), a.z.data(),
+    ASSERT_EQ(fennick::crossover(viewOf(lp), a.x.data(), a.y.data(), a.z.data(),
                                  fennick::Settings(), &v),
               IPM_STATUS_OPTIMAL);
     expectOptimalBasis(lp, v);
@@ -248,7 +214,7 @@ TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
       fennick::Settings s;
       s.dualSimplex = dual;
       fennick::Result b;
-      ASSERT_EQ(fennick::crossover(lp.view(), x0.data(), y0.data(), z0.data(), s, &b),
+      ASSERT_EQ(fennick::crossover(viewOf(lp), x0.data(), y0.data(), z0.data(), s, &b),
                 IPM_STATUS_OPTIMAL);
       expectOptimalBasis(lp, b);
       EXPECT_NEAR(a.objective, b.objective, 1e-7 * (1.0 + std::fabs(a.objective)));
@@ -276,7 +242,7 @@ TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
     s.fromPoint = fromPoint;
     const double x0[2] = {0.4, 0.3}, y0[4] = {0, 0, 0, 0}, z0[2] = {0, 0};
     fennick::Result r;
-    fennick::crossover(deg.view(), x0, y0, z0, s, &r);
+    fennick::crossover(viewOf(deg), x0, y0, z0, s, &r);
     expectOptimalBasis(deg, r);
     EXPECT_NEAR(r.objective, 1.0, 1e-9);
   }
@@ -286,7 +252,7 @@ TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
   inf.addCol(1.0, 0.0, 1.0, {{a, 1.0}});
   inf.addCol(1.0, 0.0, 1.0, {{a, 1.0}});
   fennick::Result ri;
-  EXPECT_EQ(fennick::crossover(inf.view(), nullptr, nullptr, nullptr, fennick::Settings(), &ri),
+  EXPECT_EQ(fennick::crossover(viewOf(inf), nullptr, nullptr, nullptr, fennick::Settings(), &ri),
             IPM_STATUS_PRIMAL_INFEASIBLE);
   EXPECT_TRUE(ri.basis.empty());  // no basis to read after a failed run
 
@@ -295,7 +261,7 @@ TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
   unb.addCol(-1.0, 0.0, kInf, {{b, 1.0}});
   unb.addCol(0.0, 0.0, kInf, {{b, -1.0}});
   fennick::Result ru;
-  EXPECT_EQ(fennick::crossover(unb.view(), nullptr, nullptr, nullptr, fennick::Settings(), &ru),
+  EXPECT_EQ(fennick::crossover(viewOf(unb), nullptr, nullptr, nullptr, fennick::Settings(), &ru),
             IPM_STATUS_DUAL_INFEASIBLE);
 
   // A free column with no entries and no cost stays at zero, nonbasic.
@@ -304,7 +270,7 @@ TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
   empty.addCol(1.0, 0.0, 5.0, {{c, 1.0}});
   empty.addCol(0.0, -kInf, kInf, {});
   fennick::Result re;
-  fennick::crossover(empty.view(), nullptr, nullptr, nullptr, fennick::Settings(), &re);
+  fennick::crossover(viewOf(empty), nullptr, nullptr, nullptr, fennick::Settings(), &re);
   expectOptimalBasis(empty, re);
   EXPECT_EQ(re.basis[1], BASIS_FREE_ZERO);
 }
@@ -328,30 +294,15 @@ struct RunFixture {
 TEST(FennickInstance, LimitsStopTheRunAndLeaveTheInteriorPointWhereItWas) {
   std::mt19937 rng(7);
   TestLP lp = randomLP(rng, 10, 16);
-  std::vector<double> x(lp.n), y(lp.m, 0.25), z(lp.n, 0.5), act(lp.m, 0.75);
+  LPRecord& rec = *lp.record();
+  std::vector<double>& x = lp.x;
+  std::vector<double>& y = lp.y;
+  std::vector<double>& z = lp.z;
+  std::vector<double>& act = lp.act;
   for (int j = 0; j < lp.n; j++) x[j] = 0.5 * (lp.lower[j] + lp.upper[j]);
-  std::vector<int32_t> colLength(lp.n);
-  for (int j = 0; j < lp.n; j++) colLength[j] = lp.colBegin[j + 1] - lp.colBegin[j];
-  LPRecord rec;
-  std::memset(&rec, 0, sizeof rec);
-  rec.objSense = 1;
-  rec.numRow = lp.m;
-  rec.numCol = lp.n;
-  rec.numCoef = (int32_t)lp.rowIndex.size();
-  rec.matValue = lp.val.data();
-  rec.rowIndex = lp.rowIndex.data();
-  rec.colBegin = lp.colBegin.data();
-  rec.colLength = colLength.data();
-  rec.obj = lp.obj.data();
-  rec.rhs = lp.rhs.data();
-  rec.range = lp.range.data();
-  rec.lower = lp.lower.data();
-  rec.upper = lp.upper.data();
-  rec.rowSense = lp.rowSense.data();
-  rec.solPrimal = x.data();
-  rec.solDual = y.data();
-  rec.reducedCost = z.data();
-  rec.rowActivity = act.data();
+  std::fill(y.begin(), y.end(), 0.25);
+  std::fill(z.begin(), z.end(), 0.5);
+  std::fill(act.begin(), act.end(), 0.75);
   std::vector<uint8_t> basis(lp.n + lp.m, 99);
   FennickStats stats{};
   rec.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(basis.data());
@@ -456,43 +407,10 @@ struct EntryRun {
 
 void runEntry(hxhost::Host& host, const TestLP& lp, int level, EntryRun* out) {
   TestLP copy = lp;
-  std::vector<int32_t> colBegin(copy.n + 8, (int32_t)copy.rowIndex.size()),
-      colLength(copy.n + 8, 0);
-  for (int j = 0; j < copy.n; j++) {
-    colBegin[j] = copy.colBegin[j];
-    colLength[j] = copy.colBegin[j + 1] - copy.colBegin[j];
-  }
   // Room for the range slacks behind the columns and entries.
-  copy.val.resize(copy.val.size() + 8, 0.0);
-  copy.rowIndex.resize(copy.rowIndex.size() + 8, 0);
-  copy.obj.resize(copy.n + 8, 0.0);
-  copy.lower.resize(copy.n + 8, 0.0);
-  copy.upper.resize(copy.n + 8, 0.0);
-  std::vector<double> act(copy.m, 0.0);
-  out->x.assign(copy.n + 8, 0.0);
-  out->y.assign(copy.m, 0.0);
-  out->z.assign(copy.n + 8, 0.0);
-  out->basis.assign(copy.n + copy.m, 99);
+  out->rec = *copy.record(8);
   LPRecord& rec = out->rec;
-  std::memset(&rec, 0, sizeof rec);
-  rec.objSense = copy.sense;
-  rec.numRow = copy.m;
-  rec.numCol = copy.n;
-  rec.numCoef = copy.colBegin[copy.n];
-  rec.matValue = copy.val.data();
-  rec.rowIndex = copy.rowIndex.data();
-  rec.colBegin = colBegin.data();
-  rec.colLength = colLength.data();
-  rec.obj = copy.obj.data();
-  rec.rhs = copy.rhs.data();
-  rec.range = copy.range.data();
-  rec.lower = copy.lower.data();
-  rec.upper = copy.upper.data();
-  rec.rowSense = copy.rowSense.data();
-  rec.solPrimal = out->x.data();
-  rec.solDual = out->y.data();
-  rec.reducedCost = out->z.data();
-  rec.rowActivity = act.data();
+  out->basis.assign(copy.n + copy.m, 99);
   rec.siblingWord[LPRECORD_BASIS_WORD] = reinterpret_cast<int64_t>(out->basis.data());
   rec.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = reinterpret_cast<int64_t>(&out->stats);
 
@@ -510,6 +428,9 @@ void runEntry(hxhost::Host& host, const TestLP& lp, int level, EntryRun* out) {
   out->failed = iplpmain(&ctx, &rec, &options);
   out->liveBlocks = host.poolStats(pool).liveBlocks;
   pool->poolDestroy(pool);
+  out->x = copy.x;
+  out->y = copy.y;
+  out->z = copy.z;
   // The record's arrays die with the copy.
   rec.siblingWord[LPRECORD_BASIS_WORD] = rec.siblingWord[LPRECORD_CROSSOVER_STATS_WORD] = 0;
 }
