@@ -390,7 +390,6 @@ TEST(MpsMalformed, EachErrorNamesItsLine) {
       {cols + "RHS\n A 1e999\nENDATA\n", 8, "out of the range of numbers"},
       {cols + "BOUNDS\n UP BND X 1e309\nENDATA\n", 8, "out of the range of numbers"},
       {rows + "COLUMNS\n X A 1\n X A 2\nENDATA\n", 7, "two entries in row 'A'"},
-      {"NAME M\nROWS\n N C\n L A\n G A\nENDATA\n", 5, "row 'A' is defined twice"},
       {rows + "COLUMNS\n X C 1\n X C 2\nENDATA\n", 7, "two objective entries"},
       {rows + "COLUMNS\n MARKER 'MARKER' 'INTMID'\nENDATA\n", 6, "unknown marker"},
       {cols + "RHS\n RHS B 1\nENDATA\n", 8, "unknown row 'B'"},

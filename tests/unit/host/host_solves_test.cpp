@@ -21,6 +21,7 @@
 #include "host/host.h"
 #include "records/lpdriver.h"
 #include "support/oom.h"
+#include "support/support.h"
 
 namespace {
 
@@ -208,10 +209,9 @@ TEST(WholeSolveOomLong, DISABLED_TwentyTwoProblemsByEveryRoad) {
 // Found by the LP entry's fuzzer: bramlet's presolve met inf - inf on the
 // way and sent rows of NaN ends out as R rows without room for their slacks,
 // which the solve then wrote past (seen under the sanitizer build).
-TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
+using WholeSolveFuzzed = HostTest;
+
+TEST_F(WholeSolveFuzzed, HugeNumbersLeaveRoomForEveryRangeSlack) {
   const double h = 1.3407807929942999e+151, inf = INFINITY;
   std::vector<double> obj{h, h, h, 5e-324, 0, 0, 0, 0}, lower{inf, h, 5e-324, h, 0, 0, 0, 0},
       upper{h, h, h, h, 0, 0, 0, 0}, rhs(4, h), range(4, h),
@@ -226,23 +226,18 @@ TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
   r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
   r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
   for (int32_t level = -1; level <= 3; level++) {
-    QVPool* pool = host.createPool("LP");
     LPOptions options;
     setLpOptionDefaults(&options);
     options.presolver = level;
     LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
     iplpmain(&context, &r, &options);
-    EXPECT_EQ(host.poolStats(pool).liveBlocks, 0) << level;
-    pool->poolDestroy(pool);
+    EXPECT_EQ(liveBlocks(), 0) << level;
   }
 }
 
 // Also found by that fuzzer: with costs of 1e20 and more every pivot of the
 // crossover looks like a gain, and fennick cycled without end.
-TEST(WholeSolveOom, CrossoverOnHugeCostsStops) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
+TEST_F(WholeSolveFuzzed, CrossoverOnHugeCostsStops) {
   const double big = 1e300;
   std::vector<double> obj{1e20, 1e20, 1.3407807929942999e+151, -6, -6, -6, 0, 0},
       lower{-5, -6, -6, -6, -6, -6, 0, 0}, upper{big, big, big, -5.5, INFINITY, 3.5, 0, 0},
@@ -257,15 +252,13 @@ TEST(WholeSolveOom, CrossoverOnHugeCostsStops) {
   r.colLength = length.data(), r.obj = obj.data(), r.rhs = rhs.data(), r.range = range.data();
   r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
   r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
-  QVPool* pool = host.createPool("LP");
   LPOptions options;
   setLpOptionDefaults(&options);
   options.crossover = 1;
   LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
   EXPECT_EQ(iplpmain(&context, &r, &options), 0);
   EXPECT_NE(r.status, IPM_STATUS_OPTIMAL);
-  EXPECT_EQ(host.poolStats(pool).liveBlocks, 0);
-  pool->poolDestroy(pool);
+  EXPECT_EQ(liveBlocks(), 0);
 }
 
 // ---- several instances at once ---------------------------------------------------
@@ -302,10 +295,9 @@ Answer solveOnce(hxhost::Host& host, const std::string& name) {
   return a;
 }
 
-TEST(WholeSolveThreads, InstancesAtOnceAnswerAsOneAtATime) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
+using WholeSolveThreads = HostTest;
+
+TEST_F(WholeSolveThreads, InstancesAtOnceAnswerAsOneAtATime) {
   const std::vector<std::string> names = {"netlib/sc50a", "netlib/bandm", "maros/HS118",
                                           "maros/CVXQP1_S", "netlib/blend", "maros/DUALC1"};
   std::vector<Answer> alone;
