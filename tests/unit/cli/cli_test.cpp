@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <set>
 #include <string>
 
 #include "mps.h"
@@ -239,18 +238,9 @@ TEST(CliOutput, JsonCarriesStatusCodeMeasuresAndTimes) {
   EXPECT_NE(text.find("\"objective\": null"), std::string::npos) << text;
 }
 
-TEST(CliOutput, EveryHostReturnCodeHasItsOwnName) {
-  const int codes[] = {0, 9, 2, 3, 23, 5, 10, 99, 8, 1};
-  std::set<std::string> names;
-  for (int c : codes) {
-    std::string n = hxcli::statusName(c);
-    EXPECT_NE(n, "unknown") << c;
-    names.insert(n);
-  }
-  EXPECT_EQ(names.size(), 10u);
-  EXPECT_STREQ(hxcli::statusName(4), "unknown");
-  // A point comes back with success and with the two limits only.
-  for (int c : codes)
+// A point comes back with success and with the two limits only.
+TEST(CliOutput, OnlySuccessAndTheLimitsHaveAPoint) {
+  for (int c : {0, 9, 2, 3, 23, 5, 10, 99, 8, 1})
     EXPECT_EQ(hxcli::hasPoint(c), c == 0 || c == 9 || c == 5 || c == 10) << c;
 }
 

@@ -614,12 +614,6 @@ TEST_F(LPDriver, CrossoverStartsOnlyFromAUsablePoint) {
   EXPECT_EQ(spy.runParams[1], 1);  // even crossover
   EXPECT_EQ(spy.runTimeLimit, 7.0);
 
-  host.failAllocation(0);
-  EXPECT_EQ(iplpCrossover(&ctx.env, &presolved.record, &solution, &option, IPM_STATUS_OPTIMAL),
-            IPM_STATUS_OUT_OF_MEMORY);
-  host.clearFailures();
-  EXPECT_EQ(liveBlocks(), 0);
-
   sFreeContext(bramlet, &context);
   sDestroy(bramlet);
   module->moduleUnload(module);
