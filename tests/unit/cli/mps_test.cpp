@@ -322,7 +322,6 @@ TEST(MpsMalformed, EachErrorNamesItsLine) {
       {rows + "COLUMNS\n X A nan\nENDATA\n", 6, "'nan' is not a number"},
       {rows + "COLUMNS\n X A 1e400\nENDATA\n", 6, "'1e400' is out of the range of numbers"},
       {rows + "COLUMNS\n X A -Inf\nENDATA\n", 6, "only a bound, a right side or a range may be"},
-      {cols + "RHS\n A 1e999\nENDATA\n", 8, "out of the range of numbers"},
       {cols + "BOUNDS\n UP BND X 1e309\nENDATA\n", 8, "out of the range of numbers"},
       {rows + "COLUMNS\n X A 1\n X A 2\nENDATA\n", 7, "two entries in row 'A'"},
       {rows + "COLUMNS\n X C 1\n X C 2\nENDATA\n", 7, "two objective entries"},
