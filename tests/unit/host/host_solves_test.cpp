@@ -2,15 +2,13 @@
 // entry, the LP entry (with bramlet, and on to fennick's crossover) and the
 // command's road (reader, record, the shared object).  Every refused
 // allocation ends as out of memory, with no block left and the caller's
-// input arrays as they came; instances on several threads at once answer bit
-// for bit as they do one at a time.
+// input arrays as they came.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "cli/lprecord.h"
@@ -21,6 +19,7 @@
 #include "host/host.h"
 #include "records/lpdriver.h"
 #include "support/oom.h"
+#include "support/support.h"
 
 namespace {
 
@@ -208,10 +207,9 @@ TEST(WholeSolveOomLong, DISABLED_TwentyTwoProblemsByEveryRoad) {
 // Found by the LP entry's fuzzer: bramlet's presolve met inf - inf on the
 // way and sent rows of NaN ends out as R rows without room for their slacks,
 // which the solve then wrote past (seen under the sanitizer build).
-TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
+using WholeSolveFuzzed = HostTest;
+
+TEST_F(WholeSolveFuzzed, HugeNumbersLeaveRoomForEveryRangeSlack) {
   const double h = 1.3407807929942999e+151, inf = INFINITY;
   std::vector<double> obj{h, h, h, 5e-324, 0, 0, 0, 0}, lower{inf, h, 5e-324, h, 0, 0, 0, 0},
       upper{h, h, h, h, 0, 0, 0, 0}, rhs(4, h), range(4, h),
@@ -226,23 +224,18 @@ TEST(WholeSolveOom, HugeNumbersLeaveRoomForEveryRangeSlack) {
   r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
   r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
   for (int32_t level = -1; level <= 3; level++) {
-    QVPool* pool = host.createPool("LP");
     LPOptions options;
     setLpOptionDefaults(&options);
     options.presolver = level;
     LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
     iplpmain(&context, &r, &options);
-    EXPECT_EQ(host.poolStats(pool).liveBlocks, 0) << level;
-    pool->poolDestroy(pool);
+    EXPECT_EQ(liveBlocks(), 0) << level;
   }
 }
 
 // Also found by that fuzzer: with costs of 1e20 and more every pivot of the
 // crossover looks like a gain, and fennick cycled without end.
-TEST(WholeSolveOom, CrossoverOnHugeCostsStops) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
+TEST_F(WholeSolveFuzzed, CrossoverOnHugeCostsStops) {
   const double big = 1e300;
   std::vector<double> obj{1e20, 1e20, 1.3407807929942999e+151, -6, -6, -6, 0, 0},
       lower{-5, -6, -6, -6, -6, -6, 0, 0}, upper{big, big, big, -5.5, INFINITY, 3.5, 0, 0},
@@ -257,73 +250,13 @@ TEST(WholeSolveOom, CrossoverOnHugeCostsStops) {
   r.colLength = length.data(), r.obj = obj.data(), r.rhs = rhs.data(), r.range = range.data();
   r.lower = lower.data(), r.upper = upper.data(), r.rowSense = sense.data();
   r.solPrimal = x.data(), r.solDual = y.data(), r.reducedCost = rc.data(), r.rowActivity = act.data();
-  QVPool* pool = host.createPool("LP");
   LPOptions options;
   setLpOptionDefaults(&options);
   options.crossover = 1;
   LPContext context = hxcli::makeLpContext(pool, nullptr, nullptr);
   EXPECT_EQ(iplpmain(&context, &r, &options), 0);
   EXPECT_NE(r.status, IPM_STATUS_OPTIMAL);
-  EXPECT_EQ(host.poolStats(pool).liveBlocks, 0);
-  pool->poolDestroy(pool);
-}
-
-// ---- several instances at once ---------------------------------------------------
-
-struct Answer {
-  int32_t code = -1;
-  std::vector<double> x, y;
-  double objective = 0.0;
-  int32_t iterations = 0;
-  bool operator==(const Answer& o) const {
-    return code == o.code && iterations == o.iterations && x.size() == o.x.size() &&
-           y.size() == o.y.size() &&
-           std::memcmp(x.data(), o.x.data(), x.size() * sizeof(double)) == 0 &&
-           std::memcmp(y.data(), o.y.data(), y.size() * sizeof(double)) == 0 &&
-           std::memcmp(&objective, &o.objective, sizeof objective) == 0;
-  }
-};
-
-Answer solveOnce(hxhost::Host& host, const std::string& name) {
-  Answer a;
-  std::unique_ptr<Loaded> l = load(name, true);
-  if (!l) return a;
-  if (l->lpEntry) {
-    a.code = solveLP(host, l->lp, false);
-    a.objective = l->lp.record.objConstant;
-    a.iterations = l->lp.record.iteration;
-  } else {
-    a.code = solveQP(host, l->lp.qp);
-    a.objective = l->lp.qp.record.objValue;
-    a.iterations = l->lp.qp.record.iterations;
-  }
-  a.x = l->lp.qp.solPrimal;
-  a.y = l->lp.qp.solDual;
-  return a;
-}
-
-TEST(WholeSolveThreads, InstancesAtOnceAnswerAsOneAtATime) {
-  hxhost::Host host;
-  host.silence(true);
-  qvextent(host.kernel());
-  const std::vector<std::string> names = {"netlib/sc50a", "netlib/bandm", "maros/HS118",
-                                          "maros/CVXQP1_S", "netlib/blend", "maros/DUALC1"};
-  std::vector<Answer> alone;
-  for (const std::string& n : names) {
-    alone.push_back(solveOnce(host, n));
-    ASSERT_TRUE(alone.back().code == QP_RETURN_OPTIMAL || alone.back().code == QP_RETURN_ACCEPTABLE)
-        << n;
-  }
-  // Twice over, so that the threads meet at different points.
-  for (int round = 0; round < 2; round++) {
-    std::vector<Answer> together(names.size());
-    std::vector<std::thread> threads;
-    for (size_t k = 0; k < names.size(); k++)
-      threads.emplace_back([&, k] { together[k] = solveOnce(host, names[k]); });
-    for (std::thread& t : threads) t.join();
-    for (size_t k = 0; k < names.size(); k++) EXPECT_TRUE(together[k] == alone[k]) << names[k];
-  }
-  EXPECT_EQ(host.totalStats().liveBlocks, 0);
+  EXPECT_EQ(liveBlocks(), 0);
 }
 
 }  // namespace

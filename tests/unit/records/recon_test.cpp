@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -45,11 +46,6 @@ struct Problem {
     double f = 0.0;
     for (int i = 0; i < n(); ++i) f += (0.5 * q[i] * v[i] + c[i]) * v[i];
     return f;
-  }
-  double sumX() const {
-    double sum = 0.0;
-    for (double v : x) sum += v;
-    return sum;
   }
   bool outputsUntouched() const {
     return rec.iterations == -1 && rec.primalResidual == kSentinel &&
@@ -124,7 +120,8 @@ void expectKkt(const Problem& p, double tol) {
     }
     EXPECT_NEAR(g, 0.0, tol * scale) << "stationarity at i=" << i;
   }
-  EXPECT_NEAR(p.sumX(), p.rec.b, tol * (1.0 + std::fabs(p.rec.b)));
+  EXPECT_NEAR(std::accumulate(p.x.begin(), p.x.end(), 0.0), p.rec.b,
+              tol * (1.0 + std::fabs(p.rec.b)));
 }
 
 void expectMeetsTolerances(const Problem& p) {
