@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cli/lprecord.h"
@@ -257,6 +258,62 @@ TEST_F(WholeSolveFuzzed, CrossoverOnHugeCostsStops) {
   EXPECT_EQ(iplpmain(&context, &r, &options), 0);
   EXPECT_NE(r.status, IPM_STATUS_OPTIMAL);
   EXPECT_EQ(liveBlocks(), 0);
+}
+
+struct Answer {
+  int32_t code = -1;
+  std::vector<double> x, y;
+  double objective = 0.0;
+  int32_t iterations = 0;
+  bool operator==(const Answer& o) const {
+    return code == o.code && iterations == o.iterations && x.size() == o.x.size() &&
+           y.size() == o.y.size() &&
+           std::memcmp(x.data(), o.x.data(), x.size() * sizeof(double)) == 0 &&
+           std::memcmp(y.data(), o.y.data(), y.size() * sizeof(double)) == 0 &&
+           std::memcmp(&objective, &o.objective, sizeof objective) == 0;
+  }
+};
+
+Answer solveOnce(hxhost::Host& host, const std::string& name) {
+  Answer a;
+  std::unique_ptr<Loaded> l = load(name, true);
+  if (!l) return a;
+  if (l->lpEntry) {
+    a.code = solveLP(host, l->lp, false);
+    a.objective = l->lp.record.objConstant;
+    a.iterations = l->lp.record.iteration;
+  } else {
+    a.code = solveQP(host, l->lp.qp);
+    a.objective = l->lp.qp.record.objValue;
+    a.iterations = l->lp.qp.record.iterations;
+  }
+  a.x = l->lp.qp.solPrimal;
+  a.y = l->lp.qp.solDual;
+  return a;
+}
+
+TEST(WholeSolveThreads, InstancesAtOnceAnswerAsOneAtATime) {
+  hxhost::Host host;
+  host.silence(true);
+  qvextent(host.kernel());
+  const std::vector<std::string> names = {"netlib/sc50a", "netlib/bandm", "maros/HS118",
+                                          "maros/CVXQP1_S", "netlib/blend", "maros/DUALC1"};
+  std::vector<Answer> alone;
+  for (const std::string& n : names) {
+    alone.push_back(solveOnce(host, n));
+    ASSERT_TRUE(alone.back().code == QP_RETURN_OPTIMAL || alone.back().code == QP_RETURN_ACCEPTABLE)
+        << n;
+  }
+  // Twice over, so that the threads meet at different points.
+  for (int round = 0; round < 2; round++) {
+    std::vector<Answer> together(names.size());
+    std::vector<std::thread> threads;
+    for (size_t k = 0; k < names.size(); k++)
+      threads.emplace_back([&, k] { together[k] = solveOnce(host, names[k]); });
+    for (std::thread& t : threads) t.join();
+    for (size_t k = 0; k < names.size(); k++) EXPECT_TRUE(together[k] == alone[k]) << names[k];
+  }
+  EXPECT_EQ(host.totalStats().liveBlocks, 0);
 }
 
 }  // namespace
