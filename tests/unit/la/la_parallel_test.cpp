@@ -404,27 +404,6 @@ TEST_F(LAParallel, ABadCountEndsTheRunWithoutAHang) {
   }
 }
 
-TEST_F(LAParallel, StressManyFactorisationsOnFourThreads) {
-  Watchdog dog(300);
-  Sparse s = randomKKT(160, 90, 10, 14);
-  Vec b = rhs(s, 4);
-  ASSERT_EQ(0, analyze(s, 4, 8));
-  sym->taskCapacity = 4;
-  std::mt19937 rng(1);
-  std::uniform_real_distribution<double> u(-2.0, 2.0);
-  Sparse v = s;
-  for (int32_t round = 0; round < 300; round++) {
-    // Diagonals drift as in an interior-point loop.
-    for (int32_t j = 0; j < s.n; j++)
-      for (int32_t k = s.colBegin[j]; k < s.colBegin[j + 1]; k++)
-        if (s.rowIndex[k] == j) v.value[k] = s.value[k] * std::pow(10.0, u(rng));
-    ASSERT_EQ(0, factor(v)) << "round " << round;
-    ASSERT_EQ(160, env->numPositivePivots) << "round " << round;
-    Vec bv = multiply(v, b);
-    ASSERT_LT(residual(v, solve(v, bv, 2), bv), 1e-12) << "round " << round;
-  }
-}
-
 TEST(LAParallelBlocks, RowToColumnConversionAndBlockSubtraction) {
   // 3 x 2 row-major to column-major; the triangular form leaves the rest.
   const double src[6] = {1, 2, 3, 4, 5, 6};
