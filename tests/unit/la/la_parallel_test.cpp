@@ -23,6 +23,7 @@
 #include "la/la_internal.h"
 #include "la/la_numeric.h"
 #include "la/la_parallel.h"
+#include "support/dense_ref.h"
 
 namespace {
 
@@ -115,13 +116,6 @@ bool augmentedOf(const std::string& set, const std::string& file, Sparse* out) {
   for (int32_t i = 0; i < nr; i++) t.push_back({nc + i, nc + i, 1e-6});
   *out = fromLower(file, nc + nr, t, nr);
   return true;
-}
-
-Vec multiply(const Sparse& s, const Vec& x) {
-  Vec y(s.n, 0.0);
-  for (int32_t j = 0; j < s.n; j++)
-    for (int32_t k = s.colBegin[j]; k < s.colBegin[j + 1]; k++) y[s.rowIndex[k]] += s.value[k] * x[j];
-  return y;
 }
 
 int32_t liveThreads() {
@@ -220,7 +214,8 @@ class LAParallel : public ::testing::Test {
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     Vec x(s.n);
     for (double& v : x) v = u(rng);
-    return multiply(s, x);
+    return hxtest::multiply(
+        hxtest::denseFromCsc(s.n, s.n, s.colBegin.data(), s.rowIndex.data(), s.value.data()), x);
   }
   // What the plan holds: wide supernodes, the last column block with extra
   // rows, a width that is a multiple of the block edge with rows below.
@@ -402,40 +397,6 @@ TEST_F(LAParallel, ABadCountEndsTheRunWithoutAHang) {
     EXPECT_EQ(0, factor(s));
     EXPECT_EQ(threads, liveThreads());
   }
-}
-
-TEST(LAParallelBlocks, RowToColumnConversionAndBlockSubtraction) {
-  // 3 x 2 row-major to column-major; the triangular form leaves the rest.
-  const double src[6] = {1, 2, 3, 4, 5, 6};
-  double full[6] = {0}, tri[6] = {0};
-  ConvertRowToColumnWise(0, 3, 2, src, full);
-  EXPECT_EQ(std::vector<double>({1, 3, 5, 2, 4, 6}), std::vector<double>(full, full + 6));
-  ConvertRowToColumnWise(1, 3, 2, src, tri);
-  EXPECT_EQ(std::vector<double>({1, 3, 5, 0, 4, 6}), std::vector<double>(tri, tri + 6));
-
-  // A diagonal piece: source columns x are the first-part rows, and only
-  // x <= y + offset is taken; positions are scattered or consecutive.
-  hxhost::Host host;
-  qvextent(host.kernel());
-  int64_t attr[3] = {0, 0, 0};
-  QVLock* lock = static_cast<QVLock*>(host.kernel()->createMutex(host.kernel(), attr, 0, "t"));
-  ASSERT_NE(nullptr, lock);
-  const int32_t w = 4;
-  const double piece[6] = {1, 2, 10, 20, 100, 200};  // 2 first-part rows, 3 second-part rows
-  const int32_t pos1[2] = {1, 3}, pos2[3] = {1, 3, 4};
-  std::vector<double> target(5 * w, 0.0);
-  ApplyUpdatesBlock(0, 1, 2, 3, 0, w, pos1[0], 2, pos1, pos2, target.data(), piece, lock);
-  std::vector<double> want(5 * w, 0.0);
-  want[1 * w + 1] = -1;                            // y 0: x 0 only
-  want[3 * w + 1] = -10, want[3 * w + 3] = -20;    // y 1: both
-  want[4 * w + 1] = -100, want[4 * w + 3] = -200;  // y 2: both
-  EXPECT_EQ(want, target);
-  const int32_t run[2] = {2, 3};
-  std::fill(target.begin(), target.end(), 0.0);
-  ApplyUpdatesBlock(1, 0, 2, 1, 0, w, 2, 2, run, pos2, target.data(), piece, lock);
-  EXPECT_EQ(-1, target[1 * w + 2]);
-  EXPECT_EQ(-2, target[1 * w + 3]);
-  lock->destroy(lock);
 }
 
 }  // namespace

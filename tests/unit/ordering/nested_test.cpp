@@ -333,3 +333,15 @@ TEST(NestedDissectionDriver, OutOfMemoryAtEachAllocationLeaksNothing) {
     EXPECT_EQ(last.labels, ok.labels);
   }
 }
+
+// Some 20 seconds: run with the label "long".
+TEST(NestedDissectionLong, DISABLED_MillionVertexGrids) {
+  PoolEnv e;
+  for (const Graph& g : {grid2d(1000, 1000), grid3d(100)}) {
+    Ordered r = orderGraph(e, g, ORDER_NESTED);
+    ASSERT_EQ(r.rc, 0);
+    EXPECT_EQ(r.method, ORDER_NESTED);
+    ASSERT_TRUE(isPermutationPair(r.perm, r.invPerm));
+    EXPECT_EQ(e.live(), 0);
+  }
+}
