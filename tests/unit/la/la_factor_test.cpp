@@ -550,22 +550,13 @@ Sparse fromLower(const std::string& name, int32_t n, const Triplets& t, int32_t 
   return s;
 }
 
-// [H A'; A -D] with H and D positive diagonals: n1 positive pivots and n2
-// negative ones whatever the blocking.
-Sparse randomKKT(int32_t n1, int32_t n2, uint32_t seed, int32_t perRow) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> u(0.1, 2.0), s(-1.0, 1.0);
-  Triplets t;
-  for (int32_t j = 0; j < n1; j++) t.push_back({j, j, u(rng)});
-  for (int32_t i = 0; i < n2; i++) {
-    t.push_back({n1 + i, i % n1, s(rng)});
-    for (int32_t k = 0; k < perRow; k++) {
-      int32_t j = (int32_t)(rng() % n1);
-      if (j != i % n1) t.push_back({n1 + i, j, s(rng)});
-    }
-    t.push_back({n1 + i, n1 + i, -1e-4 * u(rng)});
-  }
-  return fromLower("kkt " + std::to_string(n1) + "x" + std::to_string(n2), n1 + n2, t, n1);
+// n1 positive pivots and n2 negative ones whatever the blocking.
+Sparse randomKKT(int32_t n1, int32_t n2, uint32_t seed) {
+  Sparse s;
+  static_cast<hxtest::Pattern&>(s) = ::randomKKT(n1, n2, seed, 1e-4, true);
+  s.name = "kkt " + std::to_string(n1) + "x" + std::to_string(n2);
+  s.positive = n1;
+  return s;
 }
 
 Sparse grid3(int32_t k) {
@@ -711,7 +702,7 @@ class LAParallel : public LANumericSparse {
 };
 
 std::vector<Sparse> testMatrices() {
-  std::vector<Sparse> m = {randomKKT(300, 140, 3, 12), randomKKT(120, 200, 4, 30), grid3(9)};
+  std::vector<Sparse> m = {randomKKT(300, 140, 3), randomKKT(120, 200, 4), grid3(9)};
   Sparse real;
   if (augmentedOf("maros", "CVXQP1_S.qps.gz", &real)) m.push_back(real);
   if (augmentedOf("netlib", "share2b.mps.gz", &real)) m.push_back(real);
@@ -768,7 +759,7 @@ TEST_F(LAParallel, AnswersAndInertiaAgreeWithTheSequentialPath) {
 }
 
 TEST_F(LAParallel, ThreadsComeFromTheKernelAndOneThreadRepeatsItself) {
-  Sparse s = randomKKT(200, 150, 5, 20);
+  Sparse s = randomKKT(200, 150, 5);
   Vec b = rhs(s, 2);
   // One thread: the caller alone, and the same bits every time.
   ASSERT_EQ(0, analyze(s, 1, 16));
@@ -793,7 +784,7 @@ TEST_F(LAParallel, ThreadsComeFromTheKernelAndOneThreadRepeatsItself) {
 TEST_F(LAParallel, ReplacedPivotsAddUpAcrossFactorisations) {
   // Zero columns with a diagonal entry: one replaced pivot each, on both
   // paths and whatever the blocking.
-  Sparse k = randomKKT(150, 60, 6, 15);
+  Sparse k = randomKKT(150, 60, 6);
   Triplets t;
   for (int32_t j = 0; j < k.n; j++)
     for (int32_t p = k.colBegin[j]; p < k.colBegin[j + 1]; p++)
@@ -815,7 +806,7 @@ TEST_F(LAParallel, ReplacedPivotsAddUpAcrossFactorisations) {
 }
 
 TEST_F(LAParallel, QueueGrowthAndEveryRefusedAllocationLeaveNothingBehind) {
-  Sparse s = randomKKT(250, 120, 8, 18);
+  Sparse s = randomKKT(250, 120, 8);
   Vec b = rhs(s, 3);
   ASSERT_EQ(0, analyze(s, 3, 8));
   // One record and no slot to start with: the run must grow both.
@@ -850,7 +841,7 @@ TEST_F(LAParallel, QueueGrowthAndEveryRefusedAllocationLeaveNothingBehind) {
 
 TEST_F(LAParallel, ABadCountEndsTheRunWithoutAHang) {
   Watchdog dog(120);
-  Sparse s = randomKKT(250, 120, 9, 18);
+  Sparse s = randomKKT(250, 120, 9);
   int32_t threads = liveThreads();
   for (int32_t t : {1, 4}) {
     SCOPED_TRACE(t);
