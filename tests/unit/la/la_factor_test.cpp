@@ -28,6 +28,7 @@
 #include "la/la_numeric.h"
 #include "la/la_parallel.h"
 #include "support/dense_ref.h"
+#include "support/graph_support.h"
 #include "support/oom.h"
 #include "support/symbolic_ref.h"
 
@@ -209,16 +210,15 @@ Sparse fromLower(int32_t n, const std::vector<std::tuple<int32_t, int32_t, doubl
   return s;
 }
 
-Sparse gridLaplacian(int32_t k) {
+// The graph's adjacency negated, with diag on the diagonal.
+Sparse laplacian(const graphs::Graph& g, double diag) {
   std::vector<std::tuple<int32_t, int32_t, double>> t;
-  for (int32_t y = 0; y < k; y++)
-    for (int32_t x = 0; x < k; x++) {
-      int32_t v = y * k + x;
-      t.push_back({v, v, 4.0});
-      if (x + 1 < k) t.push_back({v + 1, v, -1.0});
-      if (y + 1 < k) t.push_back({v + k, v, -1.0});
-    }
-  return fromLower(k * k, t);
+  for (int32_t v = 0; v < g.n; v++) {
+    t.push_back({v, v, diag});
+    for (int32_t p = g.begin[v]; p < g.begin[v + 1]; p++)
+      if (g.index[p] > v) t.push_back({g.index[p], v, -1.0});
+  }
+  return fromLower(g.n, t);
 }
 
 // [H A'; A -D]: H diagonal positive, A random, D small positive or absent.
@@ -360,7 +360,7 @@ TEST_F(LANumericSparse, SolvesQuasiDefiniteIndefiniteAndSplitMatrices) {
     int32_t threads, positive, negative;  // -1: inertia not known
   };
   std::vector<Case> cases = {
-      {"grid", gridLaplacian(20), false, 1e-14, 1, 400, 0},
+      {"grid", laplacian(graphs::grid2d(20, 20), 4.0), false, 1e-14, 1, 400, 0},
       {"quasi-definite kkt", randomKKT(80, 50, 4, 1e-6, true), true, 1e-14, 1, 80, 50},
       {"kkt without a constraint diagonal", randomKKT(60, 40, 5, 0.0, false), true, 1e-13, 1, 60,
        40},
@@ -482,7 +482,7 @@ TEST_F(LANumericSparse, RefinementLimitsAndStatuses) {
 }
 
 TEST_F(LANumericSparse, BadInputAndOverflowAreStatuses) {
-  Sparse s = gridLaplacian(4);
+  Sparse s = laplacian(graphs::grid2d(4, 4), 4.0);
   ASSERT_EQ(0, analyze(s));
   EXPECT_EQ(2, LA_FactorMatrixLDL(0, s.n, s.colBegin.data(), s.rowIndex.data(), s.value.data(),
                                   env, nullptr, num));
@@ -542,9 +542,9 @@ struct Sparse : hxtest::Pattern {
   int32_t positive = -1;  // inertia when known
 };
 
-Sparse fromLower(const std::string& name, int32_t n, const Triplets& t, int32_t positive) {
+Sparse named(const std::string& name, const hxtest::Pattern& p, int32_t positive) {
   Sparse s;
-  static_cast<hxtest::Pattern&>(s) = ::fromLower(n, t);
+  static_cast<hxtest::Pattern&>(s) = p;
   s.name = name;
   s.positive = positive;
   return s;
@@ -552,26 +552,8 @@ Sparse fromLower(const std::string& name, int32_t n, const Triplets& t, int32_t 
 
 // n1 positive pivots and n2 negative ones whatever the blocking.
 Sparse randomKKT(int32_t n1, int32_t n2, uint32_t seed) {
-  Sparse s;
-  static_cast<hxtest::Pattern&>(s) = ::randomKKT(n1, n2, seed, 1e-4, true);
-  s.name = "kkt " + std::to_string(n1) + "x" + std::to_string(n2);
-  s.positive = n1;
-  return s;
-}
-
-Sparse grid3(int32_t k) {
-  Triplets t;
-  auto id = [k](int32_t x, int32_t y, int32_t z) { return (z * k + y) * k + x; };
-  for (int32_t z = 0; z < k; z++)
-    for (int32_t y = 0; y < k; y++)
-      for (int32_t x = 0; x < k; x++) {
-        int32_t v = id(x, y, z);
-        t.push_back({v, v, 6.1});
-        if (x + 1 < k) t.push_back({id(x + 1, y, z), v, -1.0});
-        if (y + 1 < k) t.push_back({id(x, y + 1, z), v, -1.0});
-        if (z + 1 < k) t.push_back({id(x, y, z + 1), v, -1.0});
-      }
-  return fromLower("grid " + std::to_string(k) + "^3", k * k * k, t, k * k * k);
+  return named("kkt " + std::to_string(n1) + "x" + std::to_string(n2),
+               ::randomKKT(n1, n2, seed, 1e-4, true), n1);
 }
 
 // The augmented matrix of a shared problem as an interior-point iteration
@@ -596,7 +578,7 @@ bool augmentedOf(const std::string& set, const std::string& file, Sparse* out) {
       t.push_back({nc + p.rowIndex[k], j, p.value[k]});
   }
   for (int32_t i = 0; i < nr; i++) t.push_back({nc + i, nc + i, 1e-6});
-  *out = fromLower(file, nc + nr, t, nr);
+  *out = named(file, fromLower(nc + nr, t), nr);
   return true;
 }
 
@@ -702,7 +684,8 @@ class LAParallel : public LANumericSparse {
 };
 
 std::vector<Sparse> testMatrices() {
-  std::vector<Sparse> m = {randomKKT(300, 140, 3), randomKKT(120, 200, 4), grid3(9)};
+  std::vector<Sparse> m = {randomKKT(300, 140, 3), randomKKT(120, 200, 4),
+                           named("grid 9^3", laplacian(graphs::grid3d(9), 6.1), 729)};
   Sparse real;
   if (augmentedOf("maros", "CVXQP1_S.qps.gz", &real)) m.push_back(real);
   if (augmentedOf("netlib", "share2b.mps.gz", &real)) m.push_back(real);
@@ -791,7 +774,7 @@ TEST_F(LAParallel, ReplacedPivotsAddUpAcrossFactorisations) {
       if (k.rowIndex[p] >= j) t.push_back({k.rowIndex[p], j, k.value[p]});
   const int32_t zeros = 5;
   for (int32_t z = 0; z < zeros; z++) t.push_back({k.n + z, k.n + z, 0.0});
-  Sparse s = fromLower("with zero columns", k.n + zeros, t, 150 + zeros);
+  Sparse s = named("with zero columns", fromLower(k.n + zeros, t), 150 + zeros);
   for (int32_t threads : {0, 3}) {
     SCOPED_TRACE(threads);
     ASSERT_EQ(0, analyze(s, threads, 16));
