@@ -504,6 +504,14 @@ TEST_F(LANumericSparse, BadInputAndOverflowAreStatuses) {
   EXPECT_EQ(1.7e304, y[0]);
 }
 
+// Every allocation refused in turn; the library reports it as 1.
+hxtest::OomSweep::Result laOomSweep(hxhost::Host& host,
+                                    const std::function<int32_t(hxtest::OomProbe&)>& body) {
+  hxtest::OomSweep sweep(host);
+  sweep.expected = 1;
+  return sweep.run(body);
+}
+
 TEST_F(LANumericSparse, OutOfMemoryReturnsOneAndLeaksNothing) {
   // Threaded plans take work for the run; FGMRES takes its saved copy and,
   // on small plans, its Krylov space.
@@ -514,9 +522,7 @@ TEST_F(LANumericSparse, OutOfMemoryReturnsOneAndLeaksNothing) {
     int64_t before = host.poolStats(pool).allocations;
     ASSERT_EQ(0, factor(s));
     const int64_t factorAllocations = host.poolStats(pool).allocations - before;
-    hxtest::OomSweep sweep(host);
-    sweep.expected = 1;
-    hxtest::OomSweep::Result r = sweep.run([&](hxtest::OomProbe& probe) {
+    hxtest::OomSweep::Result r = laOomSweep(host, [&](hxtest::OomProbe& probe) {
       Vec x(s.n, 1.0);
       const Vec x0 = x;
       int32_t status = factor(s);
@@ -645,8 +651,7 @@ class LAParallel : public LANumericSparse {
   Vec solve(const Sparse& s, const Vec& b, int32_t refine) {
     EXPECT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, refine));
     Vec x = b;
-    int32_t status = LA_SolveMatrixLDL(0, s.colBegin.data(), s.rowIndex.data(), s.value.data(),
-                                       x.data(), env, sym, num);
+    int32_t status = LANumericSparse::solve(s, x);
     EXPECT_TRUE(status == 0 || status == 6 || status == 7) << status;
     return x;
   }
@@ -849,7 +854,6 @@ using hxtest::blockArrow;
 using hxtest::BruteFactor;
 using hxtest::bruteFactor;
 using hxtest::fromDense;
-using hxtest::IntVec;
 using hxtest::Pattern;
 using hxtest::randomPattern;
 
@@ -1148,14 +1152,6 @@ Pattern randomBlocks(uint32_t seed) {
     for (int32_t j = 0; j < n; j++)
       if (j >= starts.back() || rng() % 3 == 0) a[i][j] = a[j][i] = true;
   return fromDense(a);
-}
-
-// Every allocation refused in turn; the library reports it as 1.
-hxtest::OomSweep::Result laOomSweep(hxhost::Host& host,
-                                    const std::function<int32_t(hxtest::OomProbe&)>& body) {
-  hxtest::OomSweep sweep(host);
-  sweep.expected = 1;
-  return sweep.run(body);
 }
 
 class LAThreadedPlan : public LATest, public ::testing::WithParamInterface<uint32_t> {};
