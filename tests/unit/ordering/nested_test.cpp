@@ -260,24 +260,6 @@ TEST(NestedDissectionDriver, OrdersEveryFamilyAndBeatsMinimumDegreeOnGrids) {
   EXPECT_EQ(e.live(), 0);
 }
 
-TEST(NestedDissectionDriver, SameSeedSameOrderAndTheTopSeparatorLast) {
-  PoolEnv e;
-  Graph g = grid2d(70, 60);
-  Ordered a = orderGraph(e, g, ORDER_NESTED);
-  Ordered b = orderGraph(e, g, ORDER_NESTED);
-  Ordered c = orderGraph(e, g, ORDER_NESTED, 0, 99);
-  EXPECT_EQ(a.perm, b.perm);
-  EXPECT_NE(a.perm, c.perm);
-  ASSERT_TRUE(isPermutationPair(c.perm, c.invPerm));
-  // The trailing positions hold the top separator: the grid falls apart
-  // once about a grid's width of them are taken away.
-  std::vector<char> removed(g.n, 0);
-  int32_t taken = 0;
-  while (taken < 200 && components(g, removed) == 1) removed[a.perm[g.n - 1 - taken++]] = 1;
-  EXPECT_GE(taken, 60);
-  EXPECT_LE(taken, 90);
-}
-
 TEST(NestedDissectionDriver, BlockLabelsSeparateTheLeaves) {
   PoolEnv e;
   Graph g = withDenseRows(grid2d(50, 40), {17});

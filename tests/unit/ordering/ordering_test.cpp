@@ -73,24 +73,6 @@ TEST(OrderingMinDeg, EveryCodeGivesAPermutationWhateverTheElbowRoom) {
     }
 }
 
-TEST(OrderingMinDeg, FillFarBelowNaturalOrderOnGrids) {
-  Graph g2 = grid2d(40, 40);
-  int64_t nat2 = factorEntries(g2, natural(g2.n));
-  Graph g3 = grid3d(12);
-  int64_t nat3 = factorEntries(g3, natural(g3.n));
-  for (Code c : {AMD, AMF, CAMF}) {
-    int64_t f2 = factorEntries(g2, runCode(c, g2, g2.begin[g2.n]).perm);
-    int64_t f3 = factorEntries(g3, runCode(c, g3, g3.begin[g3.n]).perm);
-    // Natural order on a k x k grid costs about k^3 entries; minimum degree
-    // stays near k^2 log k.
-    EXPECT_LT(f2, nat2 / 2) << "code " << c << ": " << f2 << " vs " << nat2;
-    EXPECT_LT(f3, nat3 * 7 / 10) << "code " << c << ": " << f3 << " vs " << nat3;
-  }
-  // A tree ordered by minimum degree has no fill at all.
-  Graph tree = star(200);
-  for (Code c : {AMD, AMF}) EXPECT_EQ(factorEntries(tree, runCode(c, tree, tree.n).perm), 199);
-}
-
 TEST(OrderingMinDeg, DenseRowsCloseTheOrderWhateverTheirLabel) {
   // Dense vertices close the order in ascending number.
   Graph g = withDenseRows(grid2d(20, 20), {5, 311});

@@ -23,15 +23,13 @@ bool loggedAround(const std::string& head, const std::string& tail) {
   return false;
 }
 
-class VerifyInput : public HostTest {
+class VerifyInput : public verifytest::LoggedTest {
  protected:
   VerifyInput()
       : p({{1, 2, 0}, {0, 1, 1}, {3, 0, 1}}, "ELR", {1, 2, 3}, {1, 1, 1}, {0, 0, 0},
           {10, 10, 10}, {0, 0, 2}) {
-    env.textLog = hxtest::captureText;
     p.model.reducedCost = reduced.data();
     p.model.rowActivity = activity.data();
-    verifytest::clear();
   }
   int32_t check(int32_t level = 1) { return ipmVerifyInput(&env, level, &p.model); }
   ipmtest::Problem p;
@@ -142,12 +140,11 @@ TEST_F(VerifyInput, RangesAndActivity) {
 // 1 <= x0 + x2 <= 4 (R: rhs 4, range 3),  0 <= x <= 10.
 // Optimum: x = (2, 0, 0): row L slack 3, row R at its lower end 2 (slack from
 // the top 2, from the bottom 1), duals y = (1, 0, 0), reduced costs (0, 0, 1).
-class VerifyOutputs : public HostTest {
+class VerifyOutputs : public verifytest::LoggedTest {
  protected:
   VerifyOutputs()
       : p({{1, 1, 0}, {0, 1, 1}, {1, 0, 1}}, "ELR", {2, 3, 4}, {1, 1, 1}, {0, 0, 0},
           {10, 10, 10}, {0, 0, 3}) {
-    env.textLog = hxtest::captureText;
     p.x = {2, 0, 0};
     p.y = {1, 0, 0};
     p.link();
@@ -163,7 +160,6 @@ class VerifyOutputs : public HostTest {
     sol.ineqnSlack = slack.data();
     p.option.primalTol = p.option.dualTol = 1e-8;
     p.option.gapTol = 1e-8;
-    verifytest::clear();
   }
   int32_t all(int32_t level = 3) {
     int32_t worst = 0;
@@ -247,10 +243,6 @@ TEST_F(VerifyOutputs, RowSignsAndSenses) {
   EXPECT_EQ(VerifyOutput(&env, 3, &p.model, &p.option, &sol), IPM_STATUS_FAILED);
   EXPECT_TRUE(logged("Error VerifyOutput: unknown row sense(2)=88"));
 }
-
-}  // namespace
-
-namespace {
 
 // The dumps' shape: headers with the counts, one line per row and column,
 // entries under their column, lengths from the closing begin when none.

@@ -304,7 +304,7 @@ TEST(VerifyStart, PrimalStartSystemIsSolved) {
   EXPECT_TRUE(st.scratchClear());
 }
 
-using VerifyRun = HostTest;
+using VerifyRun = verifytest::LoggedTest;
 
 TEST_F(VerifyRun, PartialAugmentedMatrixAgainstTheModel) {
   State st;
@@ -340,7 +340,6 @@ TEST_F(VerifyRun, PartialAugmentedMatrixAgainstTheModel) {
 }
 
 TEST_F(VerifyRun, RealSolvesPassEveryIterationCheck) {
-  env.textLog = hxtest::captureText;
   for (bool quad : {false, true}) {
     ipmtest::Problem p({{1, 1, 0, 1}, {1, -1, 2, 0}, {0, 1, 1, 1}}, "EGL", {4, 1, 6},
                        {1, 2, -1, 0.5}, {0, -1, -1e20, 1}, {1e20, 3, 1e20, 4});

@@ -31,12 +31,8 @@ struct Copies {
   std::vector<double> rowValue{2, 1, 1, 3, 3, 5};
 };
 
-class VerifyCopies : public HostTest {
+class VerifyCopies : public verifytest::LoggedTest {
  protected:
-  VerifyCopies() {
-    env.textLog = hxtest::captureText;
-    verifytest::clear();
-  }
   int32_t rows(Copies& c, int32_t numCoef = 6, const int32_t* colSkip = nullptr,
                const int32_t* rowSkip = nullptr) {
     return ipmVerifyRowMatrix(&env, 1, 3, 3, numCoef, colSkip, rowSkip, c.colBegin.data(),

@@ -26,12 +26,8 @@ struct Sym {
   std::vector<double> value{4, 1, 1, 0, -2, -2, 5};
 };
 
-class VerifySym : public HostTest {
+class VerifySym : public verifytest::LoggedTest {
  protected:
-  VerifySym() {
-    env.textLog = hxtest::captureText;
-    verifytest::clear();
-  }
   int32_t check(Sym& m, const int32_t* skip = nullptr, const int32_t* length = nullptr,
                 int32_t numCoef = 7) {
     return VerifySymMatrix(&env, 1, 3, numCoef, skip, m.begin.data(), length, m.index.data(),

@@ -35,6 +35,15 @@ inline std::string firstError() {
   return "";
 }
 
+// A host whose checks write to the captured text log, empty at the start.
+class LoggedTest : public HostTest {
+ protected:
+  LoggedTest() {
+    env.textLog = hxtest::captureText;
+    clear();
+  }
+};
+
 }  // namespace verifytest
 
 #endif
