@@ -36,8 +36,9 @@ constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
 // The polish finds what it finds within a few pivots, or not at all.
 constexpr int64_t kPolishIterations = 1000;
-// Logicals of active rows that the crash basis may take in.
-constexpr int64_t kCrashFiller = 10;
+// The largest infeasibility of a basic, relative to its value, at which the
+// crash basis stands.
+constexpr double kCrashInfeasibility = 1e-6;
 // Whatever limit the caller sets, a run this long on its size is cycling
 // (badly scaled costs of 1e20 and more make every pivot look like a gain),
 // and it stops at the iteration limit.
@@ -70,7 +71,7 @@ class Simplex {
   }
 
   void setup(const double* x0, const double* y0, const double* z0);
-  int32_t refactor();
+  int32_t refactor(bool keepBasics = false);
   void computeBasics();
   double basicInfeasibility(int32_t p) const;
   int8_t infeasibleSide(int32_t j) const;
@@ -239,8 +240,13 @@ void Simplex::setup(const double* x0, const double* y0, const double* z0) {
 }
 
 // Factors the basis; a singular one gets the logicals of the rows it leaves
-// uncovered in place of the dependent columns.
-int32_t Simplex::refactor() {
+// uncovered in place of the dependent columns.  keepBasics keeps the basic
+// values of the updates where the basis stands as it was: the push, whose
+// superbasics can be huge (pilot's 1e8 after an inexact interior run),
+// would otherwise take the error of B x_B = -N x_N, amplified by an
+// ill-conditioned basis, at every refactorisation (pilot: basics 1e9 out
+// of bounds after the push, and 7600 pivots of phase 1 to repair them).
+int32_t Simplex::refactor(bool keepBasics) {
   for (int attempt = 0; attempt < 3; attempt++) {
     bStart_.assign(1, 0);
     bIndex_.clear();
@@ -255,7 +261,7 @@ int32_t Simplex::refactor() {
     const int rc = factor_.factor(m_, bStart_, bIndex_, bValue_, &depPos_, &depRow_);
     if (rc < 0) return IPM_STATUS_OUT_OF_MEMORY;
     if (rc == 0) {
-      computeBasics();
+      if (!keepBasics || attempt > 0) computeBasics();
       return 0;
     }
     bool changed = false;
@@ -265,7 +271,9 @@ int32_t Simplex::refactor() {
       const int32_t out = head_[p];
       posOf_[out] = -1;
       // A column of the crash basis keeps its interior value for the push.
-      if (crashing_ && out < n_ && state_[out] == kBasic) state_[out] = kSuper;
+      if (crashing_ && out < n_ && state_[out] == kBasic && x_[out] != lb_[out] &&
+          x_[out] != ub_[out])
+        state_[out] = kSuper;
       else placeNonbasic(out);
       head_[p] = logical;
       posOf_[logical] = p;
@@ -560,10 +568,10 @@ void Simplex::perturbCosts() {
 
 // The first basis: the columns strictly inside their bounds, the most
 // interior first, then the logicals of the rows that the point leaves
-// inactive, then those of the active rows with the smallest duals.  At a
-// strictly complementary point these are the basis, and one factorisation
-// replaces a push of every interior column; columns that make the basis
-// singular stay superbasic for the push.
+// inactive, then the variables at a bound with the smallest reduced costs
+// at the point.  At a strictly complementary point these are the basis,
+// and one factorisation replaces a push of every interior column; columns
+// that make the basis singular stay superbasic for the push.
 int32_t Simplex::crashBasis() {
   Vec<double> act(m_, 0.0), score(N_, 0.0);
   Vec<int32_t> order;
@@ -590,16 +598,28 @@ int32_t Simplex::crashBasis() {
   }
   std::stable_sort(rows.begin(), rows.end(),
                    [&](int32_t a, int32_t b) { return score[a] > score[b]; });
-  // Only a point that is close to a vertex gets the crash basis.  More
-  // interior columns and inactive rows than rows: the point is not at a
-  // vertex (degenerate, or not converged), and a truncated basis costs many
-  // pivots later.  Logicals of active rows in the basis sit at a bound with
-  // a dual that says they belong out of it; beyond a few of them the push,
-  // which lets such variables leave first, makes the better basis.
+  // More interior columns and inactive rows than rows: the point is not at
+  // a vertex (not converged), and a truncated basis costs many pivots
+  // later; the push from the slack basis makes the better one.
   int32_t inactive = 0;
   for (const int32_t j : rows) inactive += score[j] > 0.0;
   const int64_t filler = (int64_t)m_ - (int64_t)order.size() - inactive;
-  if (filler < 0 || filler > std::max<int64_t>(kCrashFiller, m_ / 100)) return refactor();
+  if (filler < 0) return refactor();
+  // The rest of the basis: the variables at a bound whose reduced cost at
+  // the interior point is smallest, columns and logicals of active rows
+  // alike.  At a degenerate vertex (dfl001: 2700 of 6000 rows) they are
+  // the basics at a bound, and logicals of equality rows in their place
+  // would each cost a degenerate pivot to drive out.
+  Vec<int32_t> fill;
+  for (int32_t j = 0; j < n_; j++)
+    if (state_[j] == kAtLower || state_[j] == kAtUpper) fill.push_back(j);
+  for (const int32_t j : rows)
+    if (score[j] <= 0.0) fill.push_back(j);
+  std::stable_sort(fill.begin(), fill.end(),
+                   [&](int32_t a, int32_t b) { return ipmDual_[a] < ipmDual_[b]; });
+  if ((int64_t)fill.size() > filler) fill.resize(filler);
+  const Vec<double> savedX(x_.begin(), x_.begin() + n_);
+  const Vec<uint8_t> savedState(state_.begin(), state_.begin() + n_);
   for (int32_t i = 0; i < m_; i++) posOf_[n_ + i] = -1;
   int32_t p = 0;
   for (const int32_t j : order) {
@@ -607,23 +627,40 @@ int32_t Simplex::crashBasis() {
     posOf_[j] = p++;
     state_[j] = kBasic;
   }
-  for (const int32_t j : rows) {
-    if (p < m_) {
+  for (const int32_t j : rows)
+    if (score[j] > 0.0) {
       head_[p] = j;
       posOf_[j] = p++;
       state_[j] = kBasic;
-    } else {
+    }
+  for (const int32_t j : fill) {
+    head_[p] = j;
+    posOf_[j] = p++;
+    state_[j] = kBasic;
+  }
+  for (const int32_t j : rows)
+    if (posOf_[j] < 0) {
       x_[j] = act[j - n_];
       placeNonbasic(j);
     }
-  }
   crashing_ = true;
   const int32_t rc = refactor();
   crashing_ = false;
-  if (rc != IPM_STATUS_FAILED) return rc;
-  // Too singular to repair in a few rounds: the slack basis, and the push.
-  for (int32_t j = 0; j < n_; j++)
-    if (state_[j] == kBasic) state_[j] = kSuper;
+  if (rc != 0 && rc != IPM_STATUS_FAILED) return rc;
+  // A basis of at-bound columns from an inexact point (greenbea's ends
+  // "dual infeasible") leaves basics far outside their bounds, which cost
+  // more pivots to repair than the push from the slack basis takes.
+  double worst = 0.0;
+  if (rc == 0)
+    for (int32_t q = 0; q < m_; q++) {
+      const int32_t j = head_[q];
+      worst = std::max(worst, basicInfeasibility(q) / (1.0 + std::fabs(x_[j])));
+    }
+  if (rc == 0 && worst <= kCrashInfeasibility) return 0;
+  // Too singular to repair in a few rounds, or too far from feasible: the
+  // slack basis, and the push.
+  std::copy(savedX.begin(), savedX.end(), x_.begin());
+  std::copy(savedState.begin(), savedState.end(), state_.begin());
   for (int32_t j = 0; j < n_; j++) posOf_[j] = -1;
   for (int32_t i = 0; i < m_; i++) {
     head_[i] = n_ + i;
@@ -651,7 +688,7 @@ int32_t Simplex::push() {
     if (state_[j] != kSuper) continue;
     if ((k & 63) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
     if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
-      const int32_t rc = refactor();
+      const int32_t rc = refactor(true);
       if (rc != 0) return rc;
       if (state_[j] != kSuper) continue;
     }
