@@ -27,6 +27,12 @@ AllocProbe& allocProbe();
 void failAllocation(int64_t k);
 int64_t allocationCount();
 
+// The same seam for the clock: its k-th reading from now on (0 the next)
+// and every later one find the time limit passed, -1 none.  Lets a test stop
+// a run midway where a real time limit would land anywhere.
+void expireClockAt(int64_t k);
+bool clockExpired();
+
 // Throws std::bad_alloc where the probe says so.
 inline void allocationPoint() {
   AllocProbe& p = allocProbe();

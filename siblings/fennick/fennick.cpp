@@ -21,6 +21,20 @@ void failAllocation(int64_t k) {
 int64_t allocationCount() { return allocProbe().count; }
 
 namespace {
+struct ClockProbe {
+  int64_t count = 0;
+  int64_t expireAt = -1;
+};
+thread_local ClockProbe clockProbe;
+}  // namespace
+
+void expireClockAt(int64_t k) { clockProbe = ClockProbe{0, k}; }
+
+bool clockExpired() {
+  return clockProbe.expireAt >= 0 && clockProbe.count++ >= clockProbe.expireAt;
+}
+
+namespace {
 
 int32_t readInt(const uint8_t* block, int position) {
   int32_t v;

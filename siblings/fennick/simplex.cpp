@@ -469,6 +469,7 @@ void Simplex::pivot(int32_t q, int32_t dir, int32_t r, double theta, bool flip, 
 }
 
 bool Simplex::outOfTime() {
+  if (clockExpired()) return true;
   const double used =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
   return used > set_.timeLimit;

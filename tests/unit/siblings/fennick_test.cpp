@@ -275,6 +275,26 @@ TEST(FennickSimplex, FreeColumnsDegenerateVertexInfeasibleAndUnbounded) {
   EXPECT_EQ(re.basis[1], BASIS_FREE_ZERO);
 }
 
+// At the point (1, 0) of min -x0 with big x0 <= 20 big and x0 + x1 >= 1,
+// x0 is interior and the first row inactive: the crash basis is x0 and that
+// row's logical.  At big 1e12 KLU's row scaling makes the logical's pivot
+// 1e-12, singular, and the logical that would repair it is the one in the
+// basis: the run falls back to the slack basis and pushes x0.  At big 1 the
+// crash basis stands.
+TEST(FennickSimplex, CrashBasisBeyondRepairFallsBackToTheSlackBasis) {
+  for (double big : {1.0, 1e12}) {
+    TestLP lp;
+    const int r0 = lp.addRow('L', 20.0 * big), r1 = lp.addRow('G', 1.0);
+    lp.addCol(-1.0, 0.0, 10.0, {{r0, big}, {r1, 1.0}});
+    lp.addCol(0.0, 0.0, 10.0, {{r1, 1.0}});
+    const double x0[2] = {1.0, 0.0}, y0[2] = {0.0, 0.0}, z0[2] = {0.0, 0.0};
+    fennick::Result r;
+    fennick::crossover(viewOf(lp), x0, y0, z0, fennick::Settings(), &r);
+    expectOptimalBasis(lp, r);
+    EXPECT_EQ(r.stats.pushIterations > 0, big > 1.0);
+  }
+}
+
 // The run operation through the instance table, with bramlet's two blocks
 // as the driver sets them.
 struct RunFixture {
@@ -316,15 +336,26 @@ TEST(FennickInstance, LimitsStopTheRunAndLeaveTheInteriorPointWhereItWas) {
   ASSERT_NE(run, nullptr);
 
   const std::vector<double> x0 = x, y0 = y, z0 = z, a0 = act;
+  const LPRecord r0 = rec;
+  // The clock's second reading, after the push, stops the run midway.
   struct Case {
     int32_t iterations;
     double seconds;
     int32_t status;
-  } cases[] = {{1, 1e9, IPM_STATUS_ITERATION_LIMIT}, {INT32_MAX, 0.0, IPM_STATUS_TIME_LIMIT},
-               {INT32_MAX, -1.0, IPM_STATUS_TIME_LIMIT}};
+    int64_t clock;
+  } cases[] = {{1, 1e9, IPM_STATUS_ITERATION_LIMIT, -1},
+               {INT32_MAX, 0.0, IPM_STATUS_TIME_LIMIT, -1},
+               {INT32_MAX, -1.0, IPM_STATUS_TIME_LIMIT, -1},
+               {INT32_MAX, 1e9, IPM_STATUS_TIME_LIMIT, 1}};
   for (const Case& c : cases) {
     RunFixture f(c.iterations, c.seconds);
+    fennick::expireClockAt(c.clock);
     EXPECT_EQ(run(instance, nullptr, f.context, &rec), c.status);
+    fennick::expireClockAt(-1);
+    if (c.clock > 0) {
+      EXPECT_GT(stats.pushIterations, 0);
+    }
+    EXPECT_EQ(std::memcmp(&rec, &r0, sizeof rec), 0);  // objective, residuals, status
     EXPECT_EQ(x, x0);
     EXPECT_EQ(y, y0);
     EXPECT_EQ(z, z0);
