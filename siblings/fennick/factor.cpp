@@ -57,12 +57,98 @@ int BasisFactor::factor(int32_t m, const Vec<int32_t>& start,
     dependentPosition->push_back(symbolic_->Q[k]);
     dependentRow->push_back(numeric_->Pnum[k]);
   }
-  return dependentPosition->empty() ? 0 : 1;
+  if (!dependentPosition->empty()) return 1;
+  const int rc = extract();
+  release();
+  return rc;
 }
 
+namespace {
+// An m x m matrix by columns into col, without its diagonal (into diag when
+// given), and the same by rows into row.
+template <typename S>
+void splitTranspose(int32_t m, const Vec<int32_t>& start, const Vec<int32_t>& index,
+                    const Vec<double>& value, Vec<double>* diag, S* col, S* row) {
+  col->start.assign(m + 1, 0);
+  row->start.assign(m + 1, 0);
+  col->index.clear();
+  col->value.clear();
+  for (int32_t k = 0; k < m; k++) {
+    for (int32_t p = start[k]; p < start[k + 1]; p++) {
+      const int32_t i = index[p];
+      if (i == k) {
+        if (diag) (*diag)[k] = value[p];
+        continue;
+      }
+      col->index.push_back(i);
+      col->value.push_back(value[p]);
+      row->start[i + 1]++;
+    }
+    col->start[k + 1] = (int32_t)col->index.size();
+  }
+  for (int32_t i = 0; i < m; i++) row->start[i + 1] += row->start[i];
+  row->index.resize(col->index.size());
+  row->value.resize(col->index.size());
+  Vec<int32_t> next(row->start.begin(), row->start.end() - 1);
+  for (int32_t k = 0; k < m; k++)
+    for (int32_t p = col->start[k]; p < col->start[k + 1]; p++) {
+      const int32_t q = next[col->index[p]]++;
+      row->index[q] = k;
+      row->value[q] = col->value[p];
+    }
+}
+}  // namespace
+
+// KLU's factors into our own arrays; KLU's objects are freed after.
+int BasisFactor::extract() {
+  const int32_t m = m_;
+  const int64_t lnz = numeric_->lnz, unz = numeric_->unz, nzoff = numeric_->nzoff;
+  factorNonzeros_ = lnz + unz + nzoff;
+  Vec<int32_t> lp(m + 1), li(lnz), up(m + 1), ui(unz), fp(m + 1), fi(std::max<int64_t>(nzoff, 1));
+  Vec<double> lx(lnz), ux(unz), fx(std::max<int64_t>(nzoff, 1));
+  rowPerm_.resize(m);
+  colPerm_.resize(m);
+  rowScale_.assign(m, 1.0);
+  blockStart_.resize(symbolic_->nblocks + 1);
+  if (!klu_extract(numeric_, symbolic_, lp.data(), li.data(), lx.data(), up.data(), ui.data(),
+                   ux.data(), fp.data(), fi.data(), fx.data(), rowPerm_.data(), colPerm_.data(),
+                   rowScale_.data(), blockStart_.data(), &common_))
+    return 1;
+  if (common_.scale <= 0) std::fill(rowScale_.begin(), rowScale_.end(), 1.0);
+  uDiag_.assign(m, 1.0);
+  splitTranspose(m, lp, li, lx, nullptr, &lCol_, &lRow_);
+  splitTranspose(m, up, ui, ux, &uDiag_, &uCol_, &uRow_);
+  splitTranspose(m, fp, fi, fx, nullptr, &fCol_, &fRow_);
+  work_.assign(m, 0.0);
+  return 0;
+}
+
+// B = R P' (L U + F) Q': the blocks of L U + F from the last to the first,
+// each block's solution taken out of the rows of the blocks before it by F.
 void BasisFactor::ftran(double* v) const {
   if (m_ == 0) return;
-  klu_solve(symbolic_, numeric_, m_, 1, v, &common_);
+  double* c = work_.data();
+  for (int32_t k = 0; k < m_; k++) {
+    c[k] = v[rowPerm_[k]] / rowScale_[k];
+  }
+  for (int32_t b = (int32_t)blockStart_.size() - 2; b >= 0; b--) {
+    const int32_t k1 = blockStart_[b], k2 = blockStart_[b + 1];
+    for (int32_t k = k1; k < k2 - 1; k++) {
+      const double x = c[k];
+      if (x == 0.0) continue;
+      for (int32_t p = lCol_.start[k]; p < lCol_.start[k + 1]; p++)
+        c[lCol_.index[p]] -= lCol_.value[p] * x;
+    }
+    for (int32_t k = k2 - 1; k >= k1; k--) {
+      if (c[k] == 0.0) continue;
+      const double x = c[k] /= uDiag_[k];
+      for (int32_t p = uCol_.start[k]; p < uCol_.start[k + 1]; p++)
+        c[uCol_.index[p]] -= uCol_.value[p] * x;
+      for (int32_t p = fCol_.start[k]; p < fCol_.start[k + 1]; p++)
+        c[fCol_.index[p]] -= fCol_.value[p] * x;
+    }
+  }
+  for (int32_t k = 0; k < m_; k++) v[colPerm_[k]] = c[k];
   const int32_t k = (int32_t)etaPivotRow_.size();
   for (int32_t e = 0; e < k; e++) {
     const int32_t r = etaPivotRow_[e];
@@ -73,6 +159,7 @@ void BasisFactor::ftran(double* v) const {
   }
 }
 
+// The transposed solve, blocks first to last, by the rows of the factors.
 void BasisFactor::btran(double* v) const {
   if (m_ == 0) return;
   for (int32_t e = (int32_t)etaPivotRow_.size() - 1; e >= 0; e--) {
@@ -81,7 +168,31 @@ void BasisFactor::btran(double* v) const {
     for (int32_t p = etaStart_[e]; p < etaStart_[e + 1]; p++) s -= etaValue_[p] * v[etaIndex_[p]];
     v[r] = s / etaPivot_[e];
   }
-  klu_tsolve(symbolic_, numeric_, m_, 1, v, &common_);
+  double* c = work_.data();
+  for (int32_t k = 0; k < m_; k++) c[k] = v[colPerm_[k]];
+  const int32_t blocks = (int32_t)blockStart_.size() - 1;
+  for (int32_t b = 0; b < blocks; b++) {
+    const int32_t k1 = blockStart_[b], k2 = blockStart_[b + 1];
+    for (int32_t k = k1; k < k2; k++) {
+      if (c[k] == 0.0) continue;
+      const double x = c[k] /= uDiag_[k];
+      for (int32_t p = uRow_.start[k]; p < uRow_.start[k + 1]; p++)
+        c[uRow_.index[p]] -= uRow_.value[p] * x;
+    }
+    for (int32_t k = k2 - 1; k > k1; k--) {
+      const double x = c[k];
+      if (x == 0.0) continue;
+      for (int32_t p = lRow_.start[k]; p < lRow_.start[k + 1]; p++)
+        c[lRow_.index[p]] -= lRow_.value[p] * x;
+    }
+    for (int32_t k = k1; k < k2; k++) {
+      const double x = c[k];
+      if (x == 0.0) continue;
+      for (int32_t p = fRow_.start[k]; p < fRow_.start[k + 1]; p++)
+        c[fRow_.index[p]] -= fRow_.value[p] * x;
+    }
+  }
+  for (int32_t k = 0; k < m_; k++) v[rowPerm_[k]] = c[k] / rowScale_[k];
 }
 
 void BasisFactor::update(int32_t r, const double* alpha) {

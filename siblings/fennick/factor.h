@@ -3,7 +3,11 @@
 // basis change.  KLU because bases of LPs are very sparse and often nearly
 // triangular, which is what its block triangular form and left-looking
 // Gilbert-Peierls factorisation are made for; it is a well-kept Debian
-// package and needs no tuning.
+// package and needs no tuning.  The solves are our own, over the factors
+// that KLU hands out: the right-hand sides of the simplex (a column of A,
+// a unit row) and their results are mostly zeros, and a solve that skips
+// the columns of the factors where the vector is zero costs a fraction of
+// KLU's dense one.
 #ifndef HALVEX_SIBLINGS_FENNICK_FACTOR_H
 #define HALVEX_SIBLINGS_FENNICK_FACTOR_H
 
@@ -41,17 +45,31 @@ class BasisFactor {
   // times the factor: at once the size of the factor, KLU's analysis and
   // factorisation cost more than the updates save (dfl001, degen3).
   bool outgrown() const {
-    return numeric_ && (int64_t)etaIndex_.size() > 3 * ((int64_t)numeric_->lnz + numeric_->unz +
-                                                        numeric_->nzoff + 4 * (int64_t)m_);
+    return m_ > 0 && (int64_t)etaIndex_.size() > 3 * (factorNonzeros_ + 4 * (int64_t)m_);
   }
 
  private:
   void release();
+  int extract();
 
   int32_t m_ = 0;
   mutable klu_common common_;
   klu_symbolic* symbolic_ = nullptr;
   klu_numeric* numeric_ = nullptr;
+  // KLU's factors, (R \ B)(P, Q) = L U + F with F the blocks above the
+  // diagonal blocks: the columns of L, U (without their diagonals) and F
+  // for the ftran, their rows for the btran.  Indices are positions of the
+  // permuted, scaled matrix; blockStart_ bounds its diagonal blocks.  KLU
+  // keeps the row scales in the pivot order: rowScale_[k] is row P[k]'s.
+  struct Sparse {
+    Vec<int32_t> start, index;
+    Vec<double> value;
+  };
+  Sparse lCol_, uCol_, fCol_, lRow_, uRow_, fRow_;
+  Vec<double> uDiag_, rowScale_;
+  Vec<int32_t> rowPerm_, colPerm_, blockStart_;
+  mutable Vec<double> work_;
+  int64_t factorNonzeros_ = 0;
   Vec<int32_t> etaPivotRow_, etaStart_, etaIndex_;
   Vec<double> etaPivot_, etaValue_;
 };
