@@ -34,8 +34,10 @@ constexpr int32_t kStallBeforePerturb = 60;
 // A stall after the costs came back gets a fresh perturbation, a few times.
 constexpr int32_t kMaxPerturbRounds = 8;
 constexpr int32_t kCapReached = -3;
-// The polish finds what it finds within a few pivots, or not at all.
-constexpr int64_t kPolishIterations = 1000;
+// The polish finds what it finds within a few pivots, or not at all: at a
+// degenerate vertex (dfl001) it went round for the whole of a cap of 1000,
+// a third of the crossover's pivots, and its basis was thrown away.
+constexpr int64_t kPolishIterations = 100;
 // The largest infeasibility of a basic, relative to its value, at which the
 // crash basis stands.
 constexpr double kCrashInfeasibility = 1e-6;
