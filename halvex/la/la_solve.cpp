@@ -296,6 +296,27 @@ LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int
   return true;
 }
 
+// Scatters through a row list two rows per step: the rows are distinct,
+// and the loop's own counting is a good part of a short scatter's cost.
+#define LA_ROWS2(m, BODY)              \
+  do {                                 \
+    int32_t i0 = 0;                    \
+    for (; i0 + 2 <= (m); i0 += 2) {   \
+      {                                \
+        int32_t i = i0;                \
+        BODY;                          \
+      }                                \
+      {                                \
+        int32_t i = i0 + 1;            \
+        BODY;                          \
+      }                                \
+    }                                  \
+    if (i0 < (m)) {                    \
+      int32_t i = i0;                  \
+      BODY;                            \
+    }                                  \
+  } while (0)
+
 // y[idx[i]] -= sum_j F(i, j) t[j] for m rows and c columns (c at most
 // kIndexedCols), one pass over the rows.
 LA_SWEEP void indexedUpdate4(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
@@ -304,19 +325,19 @@ LA_SWEEP void indexedUpdate4(int32_t m, int32_t c, const double* F, int64_t ld, 
   switch (c) {
     case 1: {
       double t0 = t[0];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0);
       break;
     }
     case 2: {
       const double* f1 = f0 + ld;
       double t0 = t[0], t1 = t[1];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0 + f1[i] * t1);
       break;
     }
     case 3: {
       const double *f1 = f0 + ld, *f2 = f1 + ld;
       double t0 = t[0], t1 = t[1], t2 = t[2];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2);
       break;
     }
     default: {
@@ -487,7 +508,7 @@ LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const
     x[0] = t0 / F[0];
     if (fabs(x[0]) >= LA_SOLVE_GUARD) return false;
     const double* f = F + 1;
-    for (int32_t i = 0; i < m; i++) b[idx[i]] -= f[i] * t0;
+    LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
     return true;
   }
   bool plain = plainPivots(piv, c);
@@ -506,7 +527,7 @@ LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const
     } else {
       double* tmp = buf + c;
       colUpdate<true>(m, c, F21, r, t, tmp);
-      for (int32_t i = 0; i < m; i++) b[idx[i]] += tmp[i];
+      LA_ROWS2(m, b[idx[i]] += tmp[i]);
     }
   }
   return plain || divideDiag(x, F, r, c, piv);
