@@ -132,10 +132,16 @@ __attribute__((target("avx2,fma"))) void multiplyAvx2(int32_t n, const int32_t* 
       __m256d zv = _mm256_mask_i32gather_pd(_mm256_setzero_pd(), z, idx, all, 8);
       s = _mm256_fmadd_pd(_mm256_loadu_pd(value + k), zv, s);
     }
+    if (k < end) {
+      // The last one to three entries under a mask: nothing past them is read.
+      __m128i lanes = _mm_cmpgt_epi32(_mm_set1_epi32(end - k), _mm_setr_epi32(0, 1, 2, 3));
+      __m128i idx = _mm_maskload_epi32(rowIndex + k, lanes);
+      __m256d mask = _mm256_castsi256_pd(_mm256_cvtepi32_epi64(lanes));
+      __m256d zv = _mm256_mask_i32gather_pd(_mm256_setzero_pd(), z, idx, mask, 8);
+      s = _mm256_fmadd_pd(_mm256_maskload_pd(value + k, _mm256_castpd_si256(mask)), zv, s);
+    }
     __m128d h = _mm_add_pd(_mm256_castpd256_pd128(s), _mm256_extractf128_pd(s, 1));
-    double sum = _mm_cvtsd_f64(_mm_add_sd(h, _mm_unpackhi_pd(h, h)));
-    for (; k < end; k++) sum += value[k] * z[rowIndex[k]];
-    w[i] = sum;
+    w[i] = _mm_cvtsd_f64(_mm_add_sd(h, _mm_unpackhi_pd(h, h)));
   }
 }
 

@@ -76,15 +76,30 @@ typedef double v4u __attribute__((vector_size(32), aligned(8)));
 template <int G>
 LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
                        const double* __restrict y, double* __restrict x) {
-  v4d s[G];
-  for (int c = 0; c < G; c++) s[c] = (v4d){0, 0, 0, 0};
-  int32_t i = 0;
-  for (; i + 4 <= m; i += 4) {
-    v4d yv = LA_LOAD4(y + i);
-    for (int c = 0; c < G; c++) s[c] += LA_LOAD4(F + c * ld + i) * yv;
-  }
   double t[G];
-  for (int c = 0; c < G; c++) t[c] = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
+  int32_t i = 0;
+  if (m >= 4) {
+    v4d s[G];
+    for (int c = 0; c < G; c++) s[c] = (v4d){0, 0, 0, 0};
+    for (; i + 4 <= m; i += 4) {
+      v4d yv = LA_LOAD4(y + i);
+      for (int c = 0; c < G; c++) s[c] += LA_LOAD4(F + c * ld + i) * yv;
+    }
+    if (G == 4) {
+      // The four sums reduced together, each in the same order as alone.
+      typedef long long v4l __attribute__((vector_size(32)));
+      v4d a = __builtin_shuffle(s[0], s[1 % G], (v4l){0, 4, 2, 6}) +
+              __builtin_shuffle(s[0], s[1 % G], (v4l){1, 5, 3, 7});
+      v4d b = __builtin_shuffle(s[2 % G], s[3 % G], (v4l){0, 4, 2, 6}) +
+              __builtin_shuffle(s[2 % G], s[3 % G], (v4l){1, 5, 3, 7});
+      v4d u = __builtin_shuffle(a, b, (v4l){0, 1, 4, 5}) + __builtin_shuffle(a, b, (v4l){2, 3, 6, 7});
+      for (int c = 0; c < G; c++) t[c] = u[c];
+    } else {
+      for (int c = 0; c < G; c++) t[c] = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
+    }
+  } else {
+    for (int c = 0; c < G; c++) t[c] = 0.0;
+  }
   for (; i < m; i++) {
     double yi = y[i];
     for (int c = 0; c < G; c++) t[c] += F[c * ld + i] * yi;
