@@ -14,6 +14,10 @@ namespace {
 // compiled for its own set.
 #define LA_SWEEP inline __attribute__((always_inline))
 #define LA_SWEEP_CLONES __attribute__((target_clones("arch=haswell", "default")))
+// The work on one supernode is kept out of the loop over the supernodes,
+// which is then small enough to hold its pointers in registers.
+#define LA_SWEEP_OUTLINE \
+  __attribute__((noinline, target_clones("arch=haswell", "default")))
 
 // Gathers through an index list, one instruction per four values where
 // the processor has them.  Called, not inlined, from the sweeps of either
@@ -512,20 +516,44 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
 // are contiguous in b, so they are worked on in place; only the rows below
 // go through the row list: straight for a narrow supernode, through one
 // dense product into buf and one scatter otherwise.  buf holds r doubles.
-LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
-                            int32_t r, int32_t c, const int32_t* piv, double* buf) {
+// One column and no interchange: the commonest supernode of all.
+LA_SWEEP bool forwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+                         int32_t r) {
+  double* x = b + first;
+  int32_t m = r - 1;
+  const int32_t* idx = rows + 1;
+  double t0 = x[0];
+  x[0] = t0 / F[0];
+  if (fabs(x[0]) >= LA_SOLVE_GUARD) return false;
+  const double* f = F + 1;
+  LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
+  return true;
+}
+
+LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+                          int32_t r) {
+  int32_t m = r - 1;
+  if (m == 0) return true;
+  double* x = b + first;
+  const int32_t* idx = rows + 1;
+  const double* f = F + 1;
+  double s0 = 0.0, s1 = 0.0;
+  int32_t i = 0;
+  for (; i + 2 <= m; i += 2) {
+    s0 += f[i] * b[idx[i]];
+    s1 += f[i + 1] * b[idx[i + 1]];
+  }
+  if (i < m) s0 += f[i] * b[idx[i]];
+  x[0] -= s0 + s1;
+  return fabs(x[0]) < LA_SOLVE_GUARD;
+}
+
+LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
+                                    const double* F, int32_t r, int32_t c, const int32_t* piv,
+                                    double* buf) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
-  // One column and no interchange: the commonest supernode of all.
-  if (c == 1 && piv[0] == 0) {
-    double t0 = x[0];
-    x[0] = t0 / F[0];
-    if (fabs(x[0]) >= LA_SOLVE_GUARD) return false;
-    const double* f = F + 1;
-    LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
-    return true;
-  }
   bool plain = plainPivots(piv, c);
   // The rows below take the values before division.
   const double* t = x;
@@ -548,8 +576,9 @@ LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const
   return plain || divideDiag(x, F, r, c, piv);
 }
 
-LA_SWEEP bool backwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
-                             int32_t r, int32_t c, const int32_t* piv, double* buf, bool avx2) {
+LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
+                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
+                                     double* buf, bool avx2) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
@@ -558,20 +587,8 @@ LA_SWEEP bool backwardNarrow(double* b, int32_t first, const int32_t* rows, cons
   bool gathered = m > 0 && (c > kIndexedCols || (avx2 && m >= 8));
   if (gathered) gather(avx2, m, idx, b, buf);
   if (c == 1 && piv[0] == 0) {
-    if (m == 0) return true;
-    const double* f = F + 1;
-    if (gathered) {
-      colDotsT<1>(m, f, r, buf, x);
-    } else {
-      double s0 = 0.0, s1 = 0.0;
-      int32_t i = 0;
-      for (; i + 2 <= m; i += 2) {
-        s0 += f[i] * b[idx[i]];
-        s1 += f[i + 1] * b[idx[i + 1]];
-      }
-      if (i < m) s0 += f[i] * b[idx[i]];
-      x[0] -= s0 + s1;
-    }
+    if (!gathered) return backwardOne(b, first, rows, F, r);
+    colDotsT<1>(m, F + 1, r, buf, x);
     return fabs(x[0]) < LA_SOLVE_GUARD;
   }
   if (gathered)
@@ -585,7 +602,7 @@ LA_SWEEP bool backwardNarrow(double* b, int32_t first, const int32_t* rows, cons
 // A wide supernode of the block storage: column blocks of width nb, each cut
 // into tiles that are column-major with their own height as leading
 // dimension.  The supernode is gathered once into a (r doubles).
-LA_SWEEP bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                  const int32_t* piv) {
   for (int32_t J = 0; J * nb < c; J++) {
     int32_t j0 = J * nb;
@@ -604,7 +621,7 @@ LA_SWEEP bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int
   return true;
 }
 
-LA_SWEEP bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                   const int32_t* piv) {
   int32_t last = (c - 1) / nb;
   for (int32_t J = last; J >= 0; J--) {
@@ -639,14 +656,21 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
   const int32_t* start = sym->snodeStart;
   const int64_t* rowBegin = sym->rowBegin;
   const int64_t* factorBegin = sym->factorBegin;
+  // Stores to b could alias the record for all the compiler knows.
+  const int32_t* rowList = sym->rowList;
+  const double* factor = sym->factor;
+  const int32_t* pivots = sym->pivots;
+  const int32_t numSNodes = sym->numSNodes;
 
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
+  for (int32_t s = 0; s < numSNodes; s++) {
     int32_t first = start[s];
     int32_t c = start[s + 1] - first, r = (int32_t)(rowBegin[s + 1] - rowBegin[s]);
-    const int32_t* rows = sym->rowList + rowBegin[s];
-    const double* F = sym->factor + factorBegin[s];
-    const int32_t* piv = sym->pivots + first;
-    if (nb > 0 && c > nb) {
+    const int32_t* rows = rowList + rowBegin[s];
+    const double* F = factor + factorBegin[s];
+    const int32_t* piv = pivots + first;
+    if (c == 1 && piv[0] == 0) {
+      if (!forwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       memcpy(b + first, a, sizeof(double) * (size_t)c);
@@ -656,13 +680,15 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
     }
   }
 
-  for (int32_t s = sym->numSNodes - 1; s >= 0; s--) {
+  for (int32_t s = numSNodes - 1; s >= 0; s--) {
     int32_t first = start[s];
     int32_t c = start[s + 1] - first, r = (int32_t)(rowBegin[s + 1] - rowBegin[s]);
-    const int32_t* rows = sym->rowList + rowBegin[s];
-    const double* F = sym->factor + factorBegin[s];
-    const int32_t* piv = sym->pivots + first;
-    if (nb > 0 && c > nb) {
+    const int32_t* rows = rowList + rowBegin[s];
+    const double* F = factor + factorBegin[s];
+    const int32_t* piv = pivots + first;
+    if (c == 1 && piv[0] == 0 && r < 9) {
+      if (!backwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       // The rows below are only read on the way back.
