@@ -548,6 +548,56 @@ LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const d
   return fabs(x[0]) < LA_SOLVE_GUARD;
 }
 
+// Two to four columns, no 2x2 pivot and no interchange: unrolled whole.
+template <int C>
+LA_SWEEP bool forwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+                           int32_t r) {
+  double* x = b + first;
+  double t[C];
+  for (int j = 0; j < C; j++) {
+    double v = x[j];
+    for (int k = 0; k < j; k++) v -= t[k] * F[k * r + j];
+    t[j] = v;
+  }
+  bool over = false;
+  for (int j = 0; j < C; j++) {
+    x[j] = t[j] / F[j * r + j];
+    over |= fabs(x[j]) >= LA_SOLVE_GUARD;
+  }
+  if (over) return false;
+  for (int32_t i = C; i < r; i++) {
+    double u = F[i] * t[0];
+    for (int k = 1; k < C; k++) u += F[k * r + i] * t[k];
+    b[rows[i]] -= u;
+  }
+  return true;
+}
+
+template <int C>
+LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+                            int32_t r) {
+  double* x = b + first;
+  double s[C];
+  for (int k = 0; k < C; k++) s[k] = 0.0;
+  for (int32_t i = C; i < r; i++) {
+    double v = b[rows[i]];
+    for (int k = 0; k < C; k++) s[k] += F[k * r + i] * v;
+  }
+  for (int j = C - 1; j >= 0; j--) {
+    if (j == r - 1) continue;  // nothing below: no sum to check
+    double v = x[j] - s[j];
+    for (int k = j + 1; k < C; k++) v -= x[k] * F[j * r + k];
+    x[j] = v;
+    if (fabs(v) >= LA_SOLVE_GUARD) return false;
+  }
+  return true;
+}
+
+LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
+  if (c < 2 || c > 4 || piv[0] != 0 || piv[1] != 1) return false;
+  return c == 2 || (piv[2] == 2 && (c == 3 || piv[3] == 3));
+}
+
 LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
                                     double* buf) {
@@ -670,6 +720,11 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
     const int32_t* piv = pivots + first;
     if (c == 1 && piv[0] == 0) {
       if (!forwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (smallPlain(c, piv)) {
+      bool ok = c == 2   ? forwardSmall<2>(b, first, rows, F, r)
+                : c == 3 ? forwardSmall<3>(b, first, rows, F, r)
+                         : forwardSmall<4>(b, first, rows, F, r);
+      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
     } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
@@ -688,6 +743,11 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
     const int32_t* piv = pivots + first;
     if (c == 1 && piv[0] == 0 && r < 9) {
       if (!backwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (r < 9 + c && smallPlain(c, piv)) {
+      bool ok = c == 2   ? backwardSmall<2>(b, first, rows, F, r)
+                : c == 3 ? backwardSmall<3>(b, first, rows, F, r)
+                         : backwardSmall<4>(b, first, rows, F, r);
+      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
     } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
