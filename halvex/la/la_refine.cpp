@@ -110,6 +110,26 @@ LA_KRYLOV_CLONES double norm2(int32_t n, const double* x) {
   return my_dnrm2(n, x, 1);
 }
 
+// r := b - A x, by rows: both triangles are stored, so column i is row i.
+// The backward error decides at the level of the last bit, so each entry
+// of r takes its products off b one at a time in the stored order, as the
+// column-by-column form does, in this function's own plain arithmetic.
+// Returns the largest sum of magnitudes over a column.
+double residual(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                const double* value, const double* b, const double* x, double* r) {
+  double normA = 0.0;
+  for (int32_t i = 0; i < n; i++) {
+    double ri = b[i], sum = 0.0;
+    for (int32_t k = colBegin[i]; k < colBegin[i + 1]; k++) {
+      ri -= value[k] * x[rowIndex[k]];
+      sum += fabs(value[k]);
+    }
+    r[i] = ri;
+    if (sum > normA) normA = sum;
+  }
+  return normA;
+}
+
 // y := alpha x.
 LA_KRYLOV_CLONES void scaleInto(double alpha, const double* x, double* y, int32_t n) {
   for (int32_t i = 0; i < n; i++) y[i] = x[i] * alpha;
@@ -195,16 +215,7 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
   double* g = r;  // the rotated right-hand side, once r has gone into V[0]
 
   // 1. Residual and the norms of the backward error.
-  double normA = 0.0;
-  memcpy(r, b, sizeof(double) * (size_t)n);
-  for (int32_t j = 0; j < n; j++) {
-    double xj = x[j], sum = 0.0;
-    for (int32_t k = colBegin[j]; k < colBegin[j + 1]; k++) {
-      r[rowIndex[k]] -= value[k] * xj;
-      sum += fabs(value[k]);
-    }
-    if (sum > normA) normA = sum;
-  }
+  double normA = residual(n, colBegin, rowIndex, value, b, x, r);
   double normBInf = normInf(n, b), normB2 = safeNorm2(n, b);
   double normX2 = safeNorm2(n, x);
   double omega = backwardError(normInf(n, r), normInf(n, x), normA, normBInf);
@@ -327,8 +338,7 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
     // xNew = x + Z y, and its backward error.
     memcpy(xNew, x, sizeof(double) * (size_t)n);
     laGemv('N', n, j, 1.0, Z, n, w, 1.0, xNew);
-    multiply(n, colBegin, rowIndex, value, xNew, r);
-    for (int32_t i = 0; i < n; i++) r[i] = b[i] - r[i];
+    residual(n, colBegin, rowIndex, value, b, xNew, r);
     double omegaNew = backwardError(normInf(n, r), normInf(n, xNew), normA, normBInf);
 
     bool accept;

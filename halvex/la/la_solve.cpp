@@ -585,8 +585,9 @@ LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const
   }
   for (int j = C - 1; j >= 0; j--) {
     if (j == r - 1) continue;  // nothing below: no sum to check
-    double v = x[j] - s[j];
-    for (int k = j + 1; k < C; k++) v -= x[k] * F[j * r + k];
+    double inner = 0.0;
+    for (int k = j + 1; k < C; k++) inner += x[k] * F[j * r + k];
+    double v = (x[j] - s[j]) - inner;
     x[j] = v;
     if (fabs(v) >= LA_SOLVE_GUARD) return false;
   }
