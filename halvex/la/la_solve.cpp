@@ -451,6 +451,118 @@ LA_SWEEP bool plainPivots(const int32_t* piv, int32_t w) {
   return true;
 }
 
+// x -= t f over n entries.
+LA_SWEEP void axpyShort(double* __restrict x, const double* __restrict f, double t, int32_t n) {
+  v4d tv = {t, t, t, t};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) LA_STORE4(x + i, LA_LOAD4(x + i) - tv * LA_LOAD4(f + i));
+  for (; i < n; i++) x[i] -= t * f[i];
+}
+
+// x -= f t0 + g t1 over n entries.
+LA_SWEEP void axpy2Short(double* __restrict x, const double* __restrict f,
+                         const double* __restrict g, double t0, double t1, int32_t n) {
+  v4d u0 = {t0, t0, t0, t0}, u1 = {t1, t1, t1, t1};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4)
+    LA_STORE4(x + i, LA_LOAD4(x + i) - (LA_LOAD4(f + i) * u0 + LA_LOAD4(g + i) * u1));
+  for (; i < n; i++) x[i] -= f[i] * t0 + g[i] * t1;
+}
+
+LA_SWEEP double dotShort(const double* __restrict x, const double* __restrict f, int32_t n) {
+  v4d s = {0, 0, 0, 0};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) s += LA_LOAD4(x + i) * LA_LOAD4(f + i);
+  double sum = (s[0] + s[1]) + (s[2] + s[3]);
+  for (; i < n; i++) sum += x[i] * f[i];
+  return sum;
+}
+
+LA_SWEEP void dot2Short(const double* __restrict x, const double* __restrict f,
+                        const double* __restrict g, int32_t n, double* sf, double* sg) {
+  v4d s = {0, 0, 0, 0}, u = s;
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    v4d xv = LA_LOAD4(x + i);
+    s += xv * LA_LOAD4(f + i);
+    u += xv * LA_LOAD4(g + i);
+  }
+  double a = (s[0] + s[1]) + (s[2] + s[3]), b = (u[0] + u[1]) + (u[2] + u[3]);
+  for (; i < n; i++) {
+    a += x[i] * f[i];
+    b += x[i] * g[i];
+  }
+  *sf = a;
+  *sg = b;
+}
+
+// Diagonal blocks with 2x2 pivots or interchanges, column by column: the
+// search for groups that interchanges allow costs more than it saves on
+// the blocks that have them.  t gets the values before division.
+LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
+                            const double* __restrict T, int64_t ld, int32_t w,
+                            const int32_t* piv) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = 0; j < w;) {
+    const double* f = T + j * ld;
+    if (piv[j] >= 0) {
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
+      double tj = x[j];
+      axpyShort(x + j + 1, f + j + 1, tj, w - j - 1);
+      t[j] = tj;
+      x[j] = tj / f[j];
+      if (fabs(x[j]) >= G) return false;
+      j += 1;
+    } else {
+      if (-piv[j] != j + 1) swapEntries(x, j + 1, -piv[j]);
+      double a0 = x[j], a1 = x[j + 1];
+      const double* h = f + ld;
+      axpy2Short(x + j + 2, f + j + 2, h + j + 2, a0, a1, w - j - 2);
+      t[j] = a0;
+      t[j + 1] = a1;
+      double d = f[j + 1];
+      double u = f[j] / d;
+      double v = h[j + 1] / d;
+      double den = u * v - 1.0;
+      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      x[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
+      j += 2;
+    }
+  }
+  return true;
+}
+
+// The same going up, on a block whose rows below are already taken off x;
+// last is the position of the supernode's last row.
+LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, int64_t ld,
+                             int32_t w, const int32_t* piv, int64_t last) {
+  const double G = LA_SOLVE_GUARD;
+  for (int32_t j = w - 1; j >= 0;) {
+    const double* f = T + j * ld;
+    if (piv[j] >= 0) {
+      if (j < last) {
+        x[j] -= dotShort(x + j + 1, f + j + 1, w - j - 1);
+        if (fabs(x[j]) >= G) return false;
+      }
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
+      j -= 1;
+    } else {
+      // The pair's first column skips the off-diagonal of D at row j.
+      if (j < last) {
+        double s1, s0;
+        dot2Short(x + j + 1, f + j + 1, f - ld + j + 1, w - j - 1, &s1, &s0);
+        x[j] -= s1;
+        x[j - 1] -= s0;
+        if (fabs(x[j]) >= G || fabs(x[j - 1]) >= G) return false;
+      }
+      if (-piv[j] != j) swapEntries(x, j, -piv[j]);
+      j -= 2;
+    }
+  }
+  return true;
+}
+
 // Forward sweep of a plain diagonal block, four columns at a time: t gets
 // the values before division (what the rows below need), x the solved ones.
 LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const double* __restrict T,
@@ -605,15 +717,11 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
-  bool plain = plainPivots(piv, c);
-  // The rows below take the values before division.
-  const double* t = x;
-  if (plain) {
-    if (!forwardPlain(x, buf, F, r, c)) return false;
-    t = buf;
-  } else {
-    forwardDiag(x, F, r, c, piv);
-  }
+  // The rows below take the values before division, which buf gets.
+  bool ok = plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
+                                : forwardPivots(x, buf, F, r, c, piv);
+  if (!ok) return false;
+  const double* t = buf;
   if (m > 0) {
     const double* F21 = F + c;
     if (c <= kIndexedCols) {
@@ -624,7 +732,7 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
       LA_ROWS2(m, b[idx[i]] += tmp[i]);
     }
   }
-  return plain || divideDiag(x, F, r, c, piv);
+  return true;
 }
 
 LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
@@ -647,7 +755,7 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
   else if (m > 0)
     indexedDots4(m, c, F + c, r, idx, b, x);
   if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
-  return backwardDiag(x, F, r, c, piv, r - 1);
+  return backwardPivots(x, F, r, c, piv, r - 1);
 }
 
 // A wide supernode of the block storage: column blocks of width nb, each cut
