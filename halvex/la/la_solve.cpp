@@ -1,5 +1,6 @@
 // Triangular solves with the supernodal factor, the solve call with its
 // choice of refinement, and the stand-alone residual measure.
+#include <immintrin.h>
 #include <math.h>
 #include <string.h>
 
@@ -13,6 +14,46 @@ namespace {
 // compiled for its own set.
 #define LA_SWEEP inline __attribute__((always_inline))
 #define LA_SWEEP_CLONES __attribute__((target_clones("arch=haswell", "default")))
+// The work on one supernode is kept out of the loop over the supernodes,
+// which is then small enough to hold its pointers in registers.
+#define LA_SWEEP_OUTLINE \
+  __attribute__((noinline, target_clones("arch=haswell", "default")))
+
+// Gathers through an index list, one instruction per four values where
+// the processor has them.  Called, not inlined, from the sweeps of either
+// instruction set, which pass whether the processor has them.
+__attribute__((target("avx2"))) void gatherAvx2(int32_t n, const int32_t* __restrict idx,
+                                                const double* __restrict src,
+                                                double* __restrict dst) {
+  const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    __m128i k = _mm_loadu_si128(reinterpret_cast<const __m128i*>(idx + i));
+    _mm256_storeu_pd(dst + i, _mm256_mask_i32gather_pd(_mm256_setzero_pd(), src, k, all, 8));
+  }
+  for (; i < n; i++) dst[i] = src[idx[i]];
+}
+
+bool haveGather() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2");
+}
+
+// dst[i] = src[idx[i]] for n values.
+LA_SWEEP void gather(bool avx2, int32_t n, const int32_t* __restrict idx,
+                     const double* __restrict src, double* __restrict dst) {
+  if (avx2 && n >= 8) {
+    gatherAvx2(n, idx, src, dst);
+    return;
+  }
+  int32_t i = 0;
+  for (; i + 2 <= n; i += 2) {
+    double u = src[idx[i]], v = src[idx[i + 1]];
+    dst[i] = u;
+    dst[i + 1] = v;
+  }
+  if (i < n) dst[i] = src[idx[i]];
+}
 
 inline void swapEntries(double* a, int32_t i, int32_t j) {
   double t = a[i];
@@ -20,34 +61,116 @@ inline void swapEntries(double* a, int32_t i, int32_t j) {
   a[j] = t;
 }
 
-// Columns per pass of the indexed updates.  The rows under a supernode go
-// straight through the row list when the supernode is narrow or has few
-// rows below; otherwise through one dense product on a gathered copy, which
-// vectorises where the indexed form cannot.
+// Up to this many columns the rows under a supernode go straight through
+// the row list; wider ones through one dense product.
 constexpr int32_t kIndexedCols = 4;
-constexpr int32_t kDenseBelowRows = 16;
-// Up to this many columns a supernode is swept column by column.
-constexpr int32_t kColumnwiseCols = 32;
 
 typedef double v4d __attribute__((vector_size(32)));
 typedef double v4u __attribute__((vector_size(32), aligned(8)));
 #define LA_LOAD4(p) (*reinterpret_cast<const v4u*>(p))
 
-// x[lo + c] -= sum_i F(i, lo + c) y[i] for the g (at most 4) columns from
-// lo, rows 0 to m - 1 of the column pointers f.
-LA_SWEEP void dotsBelow(int32_t m, int32_t g, const double* const* f, const double* y,
-                        double* x) {
-  v4d s[4] = {{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}};
+// The dense parts of a supernode in blocks of up to four columns, in
+// explicit four-wide steps with the rows that do not fill a step done
+// together for the block: no alias checks or peeling, which cost more than
+// the loop on the short columns of most supernodes.
+#define LA_STORE4(p, v) (*reinterpret_cast<v4u*>(p) = (v))
+
+// x[c] -= sum_i F(i, c) y[i] for the G columns of F (leading dimension ld)
+// over m rows.
+template <int G>
+LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
+                       const double* __restrict y, double* __restrict x) {
+  double t[G];
+  int32_t i = 0;
+  if (m >= 4) {
+    v4d s[G];
+    for (int c = 0; c < G; c++) s[c] = (v4d){0, 0, 0, 0};
+    for (; i + 4 <= m; i += 4) {
+      v4d yv = LA_LOAD4(y + i);
+      for (int c = 0; c < G; c++) s[c] += LA_LOAD4(F + c * ld + i) * yv;
+    }
+    if (G == 4) {
+      // The four sums reduced together, each in the same order as alone.
+      typedef long long v4l __attribute__((vector_size(32)));
+      v4d a = __builtin_shuffle(s[0], s[1 % G], (v4l){0, 4, 2, 6}) +
+              __builtin_shuffle(s[0], s[1 % G], (v4l){1, 5, 3, 7});
+      v4d b = __builtin_shuffle(s[2 % G], s[3 % G], (v4l){0, 4, 2, 6}) +
+              __builtin_shuffle(s[2 % G], s[3 % G], (v4l){1, 5, 3, 7});
+      v4d u = __builtin_shuffle(a, b, (v4l){0, 1, 4, 5}) + __builtin_shuffle(a, b, (v4l){2, 3, 6, 7});
+      for (int c = 0; c < G; c++) t[c] = u[c];
+    } else {
+      for (int c = 0; c < G; c++) t[c] = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
+    }
+  } else {
+    for (int c = 0; c < G; c++) t[c] = 0.0;
+  }
+  for (; i < m; i++) {
+    double yi = y[i];
+    for (int c = 0; c < G; c++) t[c] += F[c * ld + i] * yi;
+  }
+  for (int c = 0; c < G; c++) x[c] -= t[c];
+}
+
+// x[i] -= sum_c F(i, c) t[c] over m rows for the G columns of F; with Init,
+// x[i] = -sum_c F(i, c) t[c].
+template <int G, bool Init>
+LA_SWEEP void colUpdateT(int32_t m, const double* __restrict F, int64_t ld,
+                         const double* __restrict t, double* __restrict x) {
+  double tc[G];
+  for (int c = 0; c < G; c++) tc[c] = t[c];
   int32_t i = 0;
   for (; i + 4 <= m; i += 4) {
-    v4d yv = LA_LOAD4(y + i);
-    for (int32_t c = 0; c < 4; c++)
-      if (c < g) s[c] += LA_LOAD4(f[c] + i) * yv;
+    v4d u = LA_LOAD4(F + i) * tc[0];
+    for (int c = 1; c < G; c++) u += LA_LOAD4(F + c * ld + i) * tc[c];
+    if (Init)
+      LA_STORE4(x + i, -u);
+    else
+      LA_STORE4(x + i, LA_LOAD4(x + i) - u);
   }
-  for (int32_t c = 0; c < g; c++) {
-    double sum = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
-    for (int32_t k = i; k < m; k++) sum += f[c][k] * y[k];
-    x[c] -= sum;
+  for (; i < m; i++) {
+    double u = F[i] * tc[0];
+    for (int c = 1; c < G; c++) u += F[c * ld + i] * tc[c];
+    x[i] = Init ? -u : x[i] - u;
+  }
+}
+
+// The same for any number of columns, four at a time.
+LA_SWEEP void colDots(int32_t m, int32_t c, const double* F, int64_t ld, const double* y,
+                      double* x) {
+  if (m <= 0) return;
+  int32_t j = 0;
+  for (; j + 4 <= c; j += 4) colDotsT<4>(m, F + j * ld, ld, y, x + j);
+  switch (c - j) {
+    case 1: colDotsT<1>(m, F + j * ld, ld, y, x + j); break;
+    case 2: colDotsT<2>(m, F + j * ld, ld, y, x + j); break;
+    case 3: colDotsT<3>(m, F + j * ld, ld, y, x + j); break;
+    default: break;
+  }
+}
+
+template <bool Init>
+LA_SWEEP void colUpdate(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
+                        double* x) {
+  if (m <= 0) return;
+  int32_t j = 0;
+  if (c >= 4) {
+    colUpdateT<4, Init>(m, F, ld, t, x);
+    j = 4;
+  } else {
+    switch (c) {
+      case 1: colUpdateT<1, Init>(m, F, ld, t, x); break;
+      case 2: colUpdateT<2, Init>(m, F, ld, t, x); break;
+      case 3: colUpdateT<3, Init>(m, F, ld, t, x); break;
+      default: break;
+    }
+    return;
+  }
+  for (; j + 4 <= c; j += 4) colUpdateT<4, false>(m, F + j * ld, ld, t + j, x);
+  switch (c - j) {
+    case 1: colUpdateT<1, false>(m, F + j * ld, ld, t + j, x); break;
+    case 2: colUpdateT<2, false>(m, F + j * ld, ld, t + j, x); break;
+    case 3: colUpdateT<3, false>(m, F + j * ld, ld, t + j, x); break;
+    default: break;
   }
 }
 
@@ -102,35 +225,7 @@ LA_SWEEP void forwardDiag(double* __restrict x, const double* __restrict T, int6
         k += 2;
       }
     }
-    if (end < w) {
-      const double* f0 = T + j * ld;
-      switch (g) {
-        case 1: {
-          double t0 = x[j];
-          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0;
-          break;
-        }
-        case 2: {
-          const double* f1 = f0 + ld;
-          double t0 = x[j], t1 = x[j + 1];
-          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0 + f1[i] * t1;
-          break;
-        }
-        case 3: {
-          const double *f1 = f0 + ld, *f2 = f1 + ld;
-          double t0 = x[j], t1 = x[j + 1], t2 = x[j + 2];
-          for (int32_t i = end; i < w; i++) x[i] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
-          break;
-        }
-        default: {
-          const double *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
-          double t0 = x[j], t1 = x[j + 1], t2 = x[j + 2], t3 = x[j + 3];
-          for (int32_t i = end; i < w; i++)
-            x[i] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
-          break;
-        }
-      }
-    }
+    colUpdate<false>(w - end, g, T + j * ld + end, ld, x + j, x + end);
     j = end;
   }
 }
@@ -187,11 +282,7 @@ LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int
   for (int32_t j = w - 1; j >= 0;) {
     int32_t g = backwardGroup(piv, j);
     int32_t lo = j - g + 1;
-    if (j + 1 < w) {
-      const double* f[4];
-      for (int32_t c = 0; c < g; c++) f[c] = T + (lo + c) * ld + j + 1;
-      dotsBelow(w - j - 1, g, f, x + j + 1, x + lo);
-    }
+    colDots(w - j - 1, g, T + lo * ld + j + 1, ld, x + j + 1, x + lo);
     for (int32_t k = j; k >= lo;) {
       const double* f = T + k * ld;
       if (piv[k] >= 0) {
@@ -224,6 +315,27 @@ LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int
   return true;
 }
 
+// Scatters through a row list two rows per step: the rows are distinct,
+// and the loop's own counting is a good part of a short scatter's cost.
+#define LA_ROWS2(m, BODY)              \
+  do {                                 \
+    int32_t i0 = 0;                    \
+    for (; i0 + 2 <= (m); i0 += 2) {   \
+      {                                \
+        int32_t i = i0;                \
+        BODY;                          \
+      }                                \
+      {                                \
+        int32_t i = i0 + 1;            \
+        BODY;                          \
+      }                                \
+    }                                  \
+    if (i0 < (m)) {                    \
+      int32_t i = i0;                  \
+      BODY;                            \
+    }                                  \
+  } while (0)
+
 // y[idx[i]] -= sum_j F(i, j) t[j] for m rows and c columns (c at most
 // kIndexedCols), one pass over the rows.
 LA_SWEEP void indexedUpdate4(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
@@ -232,19 +344,19 @@ LA_SWEEP void indexedUpdate4(int32_t m, int32_t c, const double* F, int64_t ld, 
   switch (c) {
     case 1: {
       double t0 = t[0];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0);
       break;
     }
     case 2: {
       const double* f1 = f0 + ld;
       double t0 = t[0], t1 = t[1];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0 + f1[i] * t1);
       break;
     }
     case 3: {
       const double *f1 = f0 + ld, *f2 = f1 + ld;
       double t0 = t[0], t1 = t[1], t2 = t[2];
-      for (int32_t i = 0; i < m; i++) y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2;
+      LA_ROWS2(m, y[idx[i]] -= f0[i] * t0 + f1[i] * t1 + f2[i] * t2);
       break;
     }
     default: {
@@ -314,18 +426,6 @@ LA_SWEEP void indexedDots4(int32_t m, int32_t c, const double* F, int64_t ld, co
   }
 }
 
-// The same for any number of columns, four per pass over the rows.
-LA_SWEEP void indexedUpdate(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
-                            const int32_t* idx, double* y) {
-  for (int32_t j = 0; j < c; j += kIndexedCols)
-    indexedUpdate4(m, c - j < kIndexedCols ? c - j : kIndexedCols, F + j * ld, ld, t + j, idx, y);
-}
-LA_SWEEP void indexedDots(int32_t m, int32_t c, const double* F, int64_t ld, const int32_t* idx,
-                          const double* y, double* x) {
-  for (int32_t j = 0; j < c; j += kIndexedCols)
-    indexedDots4(m, c - j < kIndexedCols ? c - j : kIndexedCols, F + j * ld, ld, idx, y, x + j);
-}
-
 // y := y - A x and y := y - A^T x through the module's kernels.
 inline void gemvMinus(int32_t m, int32_t n, const double* A, int64_t lda, const double* x,
                       double* y) {
@@ -342,9 +442,14 @@ inline void gemvTransMinus(int32_t m, int32_t n, const double* A, int64_t lda, c
   my_dgemv_t_1m1_one("T", &mm, &nn, &alpha, A, &ld, x, &one, &beta, y, &one);
 }
 
-// The short loops of the column sweeps in explicit four-wide steps: no
-// alias checks or peeling, which cost more than the loop on a short column.
-#define LA_STORE4(p, v) (*reinterpret_cast<v4u*>(p) = (v))
+// Most diagonal blocks have 1x1 pivots only and no interchange; they take
+// the paths below, which keep the values before division apart and so
+// divide as they go.
+LA_SWEEP bool plainPivots(const int32_t* piv, int32_t w) {
+  for (int32_t k = 0; k < w; k++)
+    if (piv[k] != k) return false;
+  return true;
+}
 
 // x -= t f over n entries.
 LA_SWEEP void axpyShort(double* __restrict x, const double* __restrict f, double t, int32_t n) {
@@ -391,78 +496,70 @@ LA_SWEEP void dot2Short(const double* __restrict x, const double* __restrict f,
   *sg = b;
 }
 
-// Small supernodes: the whole supernode gathered, and each pivot's column
-// taken in one pass over all the rows under it, the diagonal divided as
-// soon as the column is done.  Short loops gain nothing from grouping, and
-// interchanges need no care here.
-LA_SWEEP bool forwardColumns(double* __restrict a, const double* __restrict F, int64_t ld,
-                             int32_t r, int32_t c, const int32_t* piv) {
+// Diagonal blocks with 2x2 pivots or interchanges, column by column: the
+// search for groups that interchanges allow costs more than it saves on
+// the blocks that have them.  t gets the values before division.
+LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
+                            const double* __restrict T, int64_t ld, int32_t w,
+                            const int32_t* piv) {
   const double G = LA_SOLVE_GUARD;
-  for (int32_t j = 0; j < c;) {
-    const double* f = F + j * ld;
+  for (int32_t j = 0; j < w;) {
+    const double* f = T + j * ld;
     if (piv[j] >= 0) {
-      if (piv[j] != j) swapEntries(a, j, piv[j]);
-      double aj = a[j];
-      axpyShort(a + j + 1, f + j + 1, aj, r - j - 1);
-      a[j] = aj / f[j];
-      if (fabs(a[j]) >= G) return false;
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
+      double tj = x[j];
+      axpyShort(x + j + 1, f + j + 1, tj, w - j - 1);
+      t[j] = tj;
+      x[j] = tj / f[j];
+      if (fabs(x[j]) >= G) return false;
       j += 1;
     } else {
-      if (-piv[j] != j + 1) swapEntries(a, j + 1, -piv[j]);
-      double a0 = a[j], a1 = a[j + 1];
+      if (-piv[j] != j + 1) swapEntries(x, j + 1, -piv[j]);
+      double a0 = x[j], a1 = x[j + 1];
       const double* h = f + ld;
-      axpy2Short(a + j + 2, f + j + 2, h + j + 2, a0, a1, r - j - 2);
+      axpy2Short(x + j + 2, f + j + 2, h + j + 2, a0, a1, w - j - 2);
+      t[j] = a0;
+      t[j + 1] = a1;
       double d = f[j + 1];
       double u = f[j] / d;
       double v = h[j + 1] / d;
       double den = u * v - 1.0;
-      a[j + 1] = (u * (a1 / d) - a0 / d) / den;
-      a[j] = (v * (a0 / d) - a1 / d) / den;
-      if (fabs(a[j]) >= G || fabs(a[j + 1]) >= G) return false;
+      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      x[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
       j += 2;
     }
   }
   return true;
 }
 
-LA_SWEEP bool backwardColumns(double* __restrict a, const double* __restrict F, int64_t ld,
-                              int32_t r, int32_t c, const int32_t* piv) {
+// The same going up, on a block whose rows below are already taken off x;
+// last is the position of the supernode's last row.
+LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, int64_t ld,
+                             int32_t w, const int32_t* piv, int64_t last) {
   const double G = LA_SOLVE_GUARD;
-  for (int32_t j = c - 1; j >= 0;) {
-    const double* f = F + j * ld;
+  for (int32_t j = w - 1; j >= 0;) {
+    const double* f = T + j * ld;
     if (piv[j] >= 0) {
-      if (j < r - 1) {
-        a[j] -= dotShort(a + j + 1, f + j + 1, r - j - 1);
-        if (fabs(a[j]) >= G) return false;
+      if (j < last) {
+        x[j] -= dotShort(x + j + 1, f + j + 1, w - j - 1);
+        if (fabs(x[j]) >= G) return false;
       }
-      if (piv[j] != j) swapEntries(a, j, piv[j]);
+      if (piv[j] != j) swapEntries(x, j, piv[j]);
       j -= 1;
     } else {
       // The pair's first column skips the off-diagonal of D at row j.
-      if (j < r - 1) {
+      if (j < last) {
         double s1, s0;
-        dot2Short(a + j + 1, f + j + 1, f - ld + j + 1, r - j - 1, &s1, &s0);
-        a[j] -= s1;
-        a[j - 1] -= s0;
-        if (fabs(a[j]) >= G || fabs(a[j - 1]) >= G) return false;
+        dot2Short(x + j + 1, f + j + 1, f - ld + j + 1, w - j - 1, &s1, &s0);
+        x[j] -= s1;
+        x[j - 1] -= s0;
+        if (fabs(x[j]) >= G || fabs(x[j - 1]) >= G) return false;
       }
-      if (-piv[j] != j) swapEntries(a, j, -piv[j]);
+      if (-piv[j] != j) swapEntries(x, j, -piv[j]);
       j -= 2;
     }
   }
-  return true;
-}
-
-// One supernode stored as a single column-major array (the sequential
-// storage, and narrow supernodes of the block storage).  Its own columns
-// are contiguous in b, so they are worked on in place; only the rows below
-// go through the row list.  buf holds r - c doubles.
-// Most diagonal blocks have 1x1 pivots only and no interchange; they take
-// the paths below, which keep the values before division apart and so
-// divide as they go.
-LA_SWEEP bool plainPivots(const int32_t* piv, int32_t w) {
-  for (int32_t k = 0; k < w; k++)
-    if (piv[k] != k) return false;
   return true;
 }
 
@@ -486,16 +583,17 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
     x[j + 1] = t1 / f1[j + 1];
     x[j + 2] = t2 / f2[j + 2];
     x[j + 3] = t3 / f3[j + 3];
-    if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G || fabs(x[j + 2]) >= G || fabs(x[j + 3]) >= G)
+    if ((fabs(x[j]) >= G) | (fabs(x[j + 1]) >= G) | (fabs(x[j + 2]) >= G) |
+        (fabs(x[j + 3]) >= G))
       return false;
-    for (int32_t i = j + 4; i < w; i++)
-      x[i] -= (f0[i] * t0 + f1[i] * t1) + (f2[i] * t2 + f3[i] * t3);
+    colUpdateT<4, false>(w - j - 4, f0 + j + 4, ld, t + j, x + j + 4);
   }
+  // The last columns have no rows of the block below them but their own.
   for (; j < w; j++) {
     const double* f = T + j * ld;
     double tj = x[j];
+    for (int32_t k = j + 1; k < w; k++) x[k] -= tj * f[k];
     t[j] = tj;
-    for (int32_t i = j + 1; i < w; i++) x[i] -= tj * f[i];
     x[j] = tj / f[j];
     if (fabs(x[j]) >= G) return false;
   }
@@ -510,11 +608,7 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
   for (int32_t j = w - 1; j >= 0;) {
     int32_t g = j + 1 < 4 ? j + 1 : 4;
     int32_t lo = j - g + 1;
-    if (j + 1 < w) {
-      const double* f[4];
-      for (int32_t c = 0; c < g; c++) f[c] = T + (lo + c) * ld + j + 1;
-      dotsBelow(w - j - 1, g, f, x + j + 1, x + lo);
-    }
+    colDots(w - j - 1, g, T + lo * ld + j + 1, ld, x + j + 1, x + lo);
     for (int32_t k = j; k >= lo; k--) {
       if (k < last) {
         const double* f = T + k * ld;
@@ -532,58 +626,142 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
 // One supernode stored as a single column-major array (the sequential
 // storage, and narrow supernodes of the block storage).  Its own columns
 // are contiguous in b, so they are worked on in place; only the rows below
-// go through the row list.  buf holds r doubles.
-LA_SWEEP bool forwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
-                            int32_t r, int32_t c, const int32_t* piv, double* buf) {
+// go through the row list: straight for a narrow supernode, through one
+// dense product into buf and one scatter otherwise.  buf holds r doubles.
+// One column and no interchange: the commonest supernode of all.
+LA_SWEEP bool forwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+                         int32_t r) {
   double* x = b + first;
-  bool plain = plainPivots(piv, c);
-  // The rows below take the values before division.
-  const double* t = x;
-  if (plain) {
-    if (!forwardPlain(x, buf, F, r, c)) return false;
-    t = buf;
-  } else {
-    forwardDiag(x, F, r, c, piv);
-  }
-  int32_t m = r - c;
-  if (m > 0) {
-    const double* F21 = F + c;
-    const int32_t* idx = rows + c;
-    if (c <= kIndexedCols || m < kDenseBelowRows) {
-      indexedUpdate(m, c, F21, r, t, idx, b);
-    } else {
-      double* tmp = buf + c;
-      int mm = m, nn = c, ld = r, one = 1;
-      double alpha = 1.0, beta = 0.0;
-      my_dgemv_n_0p1_yone("N", &mm, &nn, &alpha, F21, &ld, t, &one, &beta, tmp, &one);
-      for (int32_t i = 0; i < m; i++) b[idx[i]] -= tmp[i];
-    }
-  }
-  return plain || divideDiag(x, F, r, c, piv);
+  int32_t m = r - 1;
+  const int32_t* idx = rows + 1;
+  double t0 = x[0];
+  x[0] = t0 / F[0];
+  if (fabs(x[0]) >= LA_SOLVE_GUARD) return false;
+  const double* f = F + 1;
+  LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
+  return true;
 }
 
-LA_SWEEP bool backwardNarrow(double* b, int32_t first, const int32_t* rows, const double* F,
-                             int32_t r, int32_t c, const int32_t* piv, double* buf) {
+LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+                          int32_t r) {
+  int32_t m = r - 1;
+  if (m == 0) return true;
+  double* x = b + first;
+  const int32_t* idx = rows + 1;
+  const double* f = F + 1;
+  double s0 = 0.0, s1 = 0.0;
+  int32_t i = 0;
+  for (; i + 2 <= m; i += 2) {
+    s0 += f[i] * b[idx[i]];
+    s1 += f[i + 1] * b[idx[i + 1]];
+  }
+  if (i < m) s0 += f[i] * b[idx[i]];
+  x[0] -= s0 + s1;
+  return fabs(x[0]) < LA_SOLVE_GUARD;
+}
+
+// Two to four columns, no 2x2 pivot and no interchange: unrolled whole.
+template <int C>
+LA_SWEEP bool forwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+                           int32_t r) {
+  double* x = b + first;
+  double t[C];
+  for (int j = 0; j < C; j++) {
+    double v = x[j];
+    for (int k = 0; k < j; k++) v -= t[k] * F[k * r + j];
+    t[j] = v;
+  }
+  bool over = false;
+  for (int j = 0; j < C; j++) {
+    x[j] = t[j] / F[j * r + j];
+    over |= fabs(x[j]) >= LA_SOLVE_GUARD;
+  }
+  if (over) return false;
+  for (int32_t i = C; i < r; i++) {
+    double u = F[i] * t[0];
+    for (int k = 1; k < C; k++) u += F[k * r + i] * t[k];
+    b[rows[i]] -= u;
+  }
+  return true;
+}
+
+template <int C>
+LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+                            int32_t r) {
+  double* x = b + first;
+  double s[C];
+  for (int k = 0; k < C; k++) s[k] = 0.0;
+  for (int32_t i = C; i < r; i++) {
+    double v = b[rows[i]];
+    for (int k = 0; k < C; k++) s[k] += F[k * r + i] * v;
+  }
+  for (int j = C - 1; j >= 0; j--) {
+    if (j == r - 1) continue;  // nothing below: no sum to check
+    double inner = 0.0;
+    for (int k = j + 1; k < C; k++) inner += x[k] * F[j * r + k];
+    double v = (x[j] - s[j]) - inner;
+    x[j] = v;
+    if (fabs(v) >= LA_SOLVE_GUARD) return false;
+  }
+  return true;
+}
+
+LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
+  if (c < 2 || c > 4 || piv[0] != 0 || piv[1] != 1) return false;
+  return c == 2 || (piv[2] == 2 && (c == 3 || piv[3] == 3));
+}
+
+LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
+                                    const double* F, int32_t r, int32_t c, const int32_t* piv,
+                                    double* buf) {
   double* x = b + first;
   int32_t m = r - c;
+  const int32_t* idx = rows + c;
+  // The rows below take the values before division, which buf gets.
+  bool ok = plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
+                                : forwardPivots(x, buf, F, r, c, piv);
+  if (!ok) return false;
+  const double* t = buf;
   if (m > 0) {
     const double* F21 = F + c;
-    const int32_t* idx = rows + c;
-    if (c <= kIndexedCols || m < kDenseBelowRows) {
-      indexedDots(m, c, F21, r, idx, b, x);
+    if (c <= kIndexedCols) {
+      indexedUpdate4(m, c, F21, r, t, idx, b);
     } else {
-      for (int32_t i = 0; i < m; i++) buf[i] = b[idx[i]];
-      gemvTransMinus(m, c, F21, r, buf, x);
+      double* tmp = buf + c;
+      colUpdate<true>(m, c, F21, r, t, tmp);
+      LA_ROWS2(m, b[idx[i]] += tmp[i]);
     }
   }
+  return true;
+}
+
+LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
+                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
+                                     double* buf, bool avx2) {
+  double* x = b + first;
+  int32_t m = r - c;
+  const int32_t* idx = rows + c;
+  // The rows below gathered when that is cheap (or the supernode wide),
+  // read straight through the row list otherwise.
+  bool gathered = m > 0 && (c > kIndexedCols || (avx2 && m >= 8));
+  if (gathered) gather(avx2, m, idx, b, buf);
+  if (c == 1 && piv[0] == 0) {
+    if (!gathered) return backwardOne(b, first, rows, F, r);
+    colDotsT<1>(m, F + 1, r, buf, x);
+    return fabs(x[0]) < LA_SOLVE_GUARD;
+  }
+  if (gathered)
+    colDots(m, c, F + c, r, buf, x);
+  else if (m > 0)
+    indexedDots4(m, c, F + c, r, idx, b, x);
   if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
-  return backwardDiag(x, F, r, c, piv, r - 1);
+  return backwardPivots(x, F, r, c, piv, r - 1);
 }
 
 // A wide supernode of the block storage: column blocks of width nb, each cut
 // into tiles that are column-major with their own height as leading
 // dimension.  The supernode is gathered once into a (r doubles).
-LA_SWEEP bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                  const int32_t* piv) {
   for (int32_t J = 0; J * nb < c; J++) {
     int32_t j0 = J * nb;
@@ -602,7 +780,7 @@ LA_SWEEP bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int
   return true;
 }
 
-LA_SWEEP bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                   const int32_t* piv) {
   int32_t last = (c - 1) / nb;
   for (int32_t J = last; J >= 0; J--) {
@@ -631,25 +809,34 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 // storage of the sequential path and blockSize for the block storage.
 LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
                                         int32_t nb) {
+  static const bool avx2 = haveGather();
   int32_t n = sym->n;
-  const int32_t* perm = sym->perm;
-  if (mode == 0)
-    for (int32_t i = 0; i < n; i++) b[i] = a[perm[i]];
+  if (mode == 0) gather(avx2, n, sym->perm, a, b);
+  const int32_t* start = sym->snodeStart;
+  const int64_t* rowBegin = sym->rowBegin;
+  const int64_t* factorBegin = sym->factorBegin;
+  // Stores to b could alias the record for all the compiler knows.
+  const int32_t* rowList = sym->rowList;
+  const double* factor = sym->factor;
+  const int32_t* pivots = sym->pivots;
+  const int32_t numSNodes = sym->numSNodes;
 
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    int32_t first = sym->snodeStart[s];
-    int32_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
-    const int32_t* rows = sym->rowList + sym->rowBegin[s];
-    const double* F = sym->factor + sym->factorBegin[s];
-    const int32_t* piv = sym->pivots + first;
-    if (nb > 0 && c > nb) {
+  for (int32_t s = 0; s < numSNodes; s++) {
+    int32_t first = start[s];
+    int32_t c = start[s + 1] - first, r = (int32_t)(rowBegin[s + 1] - rowBegin[s]);
+    const int32_t* rows = rowList + rowBegin[s];
+    const double* F = factor + factorBegin[s];
+    const int32_t* piv = pivots + first;
+    if (c == 1 && piv[0] == 0) {
+      if (!forwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (smallPlain(c, piv)) {
+      bool ok = c == 2   ? forwardSmall<2>(b, first, rows, F, r)
+                : c == 3 ? forwardSmall<3>(b, first, rows, F, r)
+                         : forwardSmall<4>(b, first, rows, F, r);
+      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
-      memcpy(b + first, a, sizeof(double) * (size_t)c);
-      for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
-    } else if (c > kIndexedCols && c <= kColumnwiseCols) {
-      gatherSNode(a, b, rows, first, r, c);
-      if (!forwardColumns(a, F, r, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       memcpy(b + first, a, sizeof(double) * (size_t)c);
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
     } else if (!forwardNarrow(b, first, rows, F, r, c, piv, a)) {
@@ -657,28 +844,37 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
     }
   }
 
-  for (int32_t s = sym->numSNodes - 1; s >= 0; s--) {
-    int32_t first = sym->snodeStart[s];
-    int32_t c = laSNodeCols(sym, s), r = laSNodeRows(sym, s);
-    const int32_t* rows = sym->rowList + sym->rowBegin[s];
-    const double* F = sym->factor + sym->factorBegin[s];
-    const int32_t* piv = sym->pivots + first;
-    if (nb > 0 && c > nb) {
+  for (int32_t s = numSNodes - 1; s >= 0; s--) {
+    int32_t first = start[s];
+    int32_t c = start[s + 1] - first, r = (int32_t)(rowBegin[s + 1] - rowBegin[s]);
+    const int32_t* rows = rowList + rowBegin[s];
+    const double* F = factor + factorBegin[s];
+    const int32_t* piv = pivots + first;
+    if (c == 1 && piv[0] == 0 && r < 9) {
+      if (!backwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (r < 9 + c && smallPlain(c, piv)) {
+      bool ok = c == 2   ? backwardSmall<2>(b, first, rows, F, r)
+                : c == 3 ? backwardSmall<3>(b, first, rows, F, r)
+                         : backwardSmall<4>(b, first, rows, F, r);
+      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
+    } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
       if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       // The rows below are only read on the way back.
       memcpy(b + first, a, sizeof(double) * (size_t)c);
-    } else if (c > kIndexedCols && c <= kColumnwiseCols) {
-      gatherSNode(a, b, rows, first, r, c);
-      if (!backwardColumns(a, F, r, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
-      memcpy(b + first, a, sizeof(double) * (size_t)c);
-    } else if (!backwardNarrow(b, first, rows, F, r, c, piv, a)) {
+    } else if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2)) {
       return LA_ERR_SOLVE_OVERFLOW;
     }
   }
 
-  if (mode == 0)
-    for (int32_t i = 0; i < n; i++) a[perm[i]] = b[i];
+  if (mode == 0) {
+    if (sym->invPerm) {
+      gather(avx2, n, sym->invPerm, b, a);
+    } else {
+      const int32_t* perm = sym->perm;
+      for (int32_t i = 0; i < n; i++) a[perm[i]] = b[i];
+    }
+  }
   return LA_OK;
 }
 

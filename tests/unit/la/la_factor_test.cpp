@@ -502,6 +502,13 @@ TEST_F(LANumericSparse, BadInputAndOverflowAreStatuses) {
   ASSERT_EQ(0, LA_SetIntParam(env, LA_PARAM_MAX_REFINE, 0));
   EXPECT_EQ(0, solve(one, y));
   EXPECT_EQ(1.7e304, y[0]);
+  // The guard at the last pivot of a supernode of a few columns.
+  Sparse three = fromLower(3, {{0, 0, 1.0}, {1, 0, 0.25}, {1, 1, 1.0}, {2, 0, 0.25},
+                               {2, 1, 0.25}, {2, 2, 1.0}});
+  ASSERT_EQ(0, analyze(three));
+  ASSERT_EQ(0, factor(three));
+  Vec z = {0.0, 0.0, 1.7976931348623158e+304};
+  EXPECT_EQ(8, solve(three, z));
 }
 
 // Every allocation refused in turn; the library reports it as 1.
