@@ -192,6 +192,129 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
   }
 }
 
+// ---- AVX-512 path: 4 by 4 tiles, eight lanes ---------------------------------
+
+// GCC 12 takes the undefined pass-through value inside its AVX-512
+// intrinsics for an uninitialised variable.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+// The two halves of r added.
+__attribute__((target("avx512f,avx2,fma"))) static inline __m256d fold8(__m512d r) {
+  return _mm256_add_pd(_mm512_castpd512_pd256(r), _mm512_extractf64x4_pd(r, 1));
+}
+
+// Lane r of the result is the sum of the eight lanes of r<r>.
+__attribute__((target("avx512f,avx2,fma"))) static inline __m256d sum4x8(__m512d r0, __m512d r1,
+                                                                        __m512d r2, __m512d r3) {
+  return sum4(fold8(r0), fold8(r1), fold8(r2), fold8(r3));
+}
+
+__attribute__((target("avx512f,avx2,fma"))) void panelUpdateAvx512(
+    double* C, int ldc, const double* pA, const double* pB, int m, int n, int k, bool minus,
+    PanelShape shape) {
+  if (m <= 0 || n <= 0 || k <= 0) return;
+  // As in the AVX2 path, no peeling to an aligned start: the lanes stay a
+  // function of k alone.
+  const int kv = k & ~7;
+  const __mmask8 tailMask = (__mmask8)((1u << (k - kv)) - 1u);
+  alignas(32) double tile[16];
+  for (int jc = 0; jc < n; jc += kSweep) {
+    const int je = imin(n, jc + kSweep);
+    for (int i = 0; i < m; i += 4) {
+      const double* a0 = pA + (size_t)i * kBlock;
+      const double* a1 = pA + (size_t)imin(i + 1, m - 1) * kBlock;
+      const double* a2 = pA + (size_t)imin(i + 2, m - 1) * kBlock;
+      const double* a3 = pA + (size_t)imin(i + 3, m - 1) * kBlock;
+      for (int j = jc; j < je; j += 4) {
+        if (shape == PANEL_LOWER && j > i + 3) break;
+        if (shape == PANEL_UPPER && j + 3 < i) continue;
+        const double* b0 = pB + (size_t)j * kBlock;
+        const double* b1 = pB + (size_t)imin(j + 1, n - 1) * kBlock;
+        const double* b2 = pB + (size_t)imin(j + 2, n - 1) * kBlock;
+        const double* b3 = pB + (size_t)imin(j + 3, n - 1) * kBlock;
+        {
+          const int last = imin(3, m - 1 - i);
+          for (int c = 0; c < 4; ++c) {
+            const double* cp = C + at(i, imin(j + kAhead + c, n - 1), ldc);
+            _mm_prefetch((const char*)cp, _MM_HINT_T0);
+            _mm_prefetch((const char*)(cp + last), _MM_HINT_T0);
+          }
+        }
+        __m512d c00 = _mm512_setzero_pd(), c01 = c00, c02 = c00, c03 = c00, c10 = c00,
+                c11 = c00, c12 = c00, c13 = c00, c20 = c00, c21 = c00, c22 = c00, c23 = c00,
+                c30 = c00, c31 = c00, c32 = c00, c33 = c00;
+#define HXK_STEP(LOAD)                                                         \
+  {                                                                            \
+    const __m512d y0 = LOAD(b0), y1 = LOAD(b1), y2 = LOAD(b2), y3 = LOAD(b3); \
+    __m512d x = LOAD(a0);                                                      \
+    c00 = _mm512_fmadd_pd(x, y0, c00);                                         \
+    c01 = _mm512_fmadd_pd(x, y1, c01);                                         \
+    c02 = _mm512_fmadd_pd(x, y2, c02);                                         \
+    c03 = _mm512_fmadd_pd(x, y3, c03);                                         \
+    x = LOAD(a1);                                                              \
+    c10 = _mm512_fmadd_pd(x, y0, c10);                                         \
+    c11 = _mm512_fmadd_pd(x, y1, c11);                                         \
+    c12 = _mm512_fmadd_pd(x, y2, c12);                                         \
+    c13 = _mm512_fmadd_pd(x, y3, c13);                                         \
+    x = LOAD(a2);                                                              \
+    c20 = _mm512_fmadd_pd(x, y0, c20);                                         \
+    c21 = _mm512_fmadd_pd(x, y1, c21);                                         \
+    c22 = _mm512_fmadd_pd(x, y2, c22);                                         \
+    c23 = _mm512_fmadd_pd(x, y3, c23);                                         \
+    x = LOAD(a3);                                                              \
+    c30 = _mm512_fmadd_pd(x, y0, c30);                                         \
+    c31 = _mm512_fmadd_pd(x, y1, c31);                                         \
+    c32 = _mm512_fmadd_pd(x, y2, c32);                                         \
+    c33 = _mm512_fmadd_pd(x, y3, c33);                                         \
+  }
+        int q = 0;
+#define HXK_LOAD(p) _mm512_loadu_pd((p) + q)
+        for (; q < kv; q += 8) HXK_STEP(HXK_LOAD)
+#undef HXK_LOAD
+        if (tailMask) {
+          // Masked loads keep what the buffer holds past k out of the sums.
+#define HXK_MLOAD(p) _mm512_maskz_loadu_pd(tailMask, (p) + kv)
+          HXK_STEP(HXK_MLOAD)
+#undef HXK_MLOAD
+        }
+#undef HXK_STEP
+        const __m256d s0 = sum4x8(c00, c10, c20, c30);
+        const __m256d s1 = sum4x8(c01, c11, c21, c31);
+        const __m256d s2 = sum4x8(c02, c12, c22, c32);
+        const __m256d s3 = sum4x8(c03, c13, c23, c33);
+        const bool inside =
+            shape == PANEL_FULL || (shape == PANEL_LOWER ? i >= j + 3 : i + 3 <= j);
+        if (i + 4 <= m && j + 4 <= n && inside) {
+          double* t0 = C + at(i, j, ldc);
+          double* t1 = t0 + ldc;
+          double* t2 = t1 + ldc;
+          double* t3 = t2 + ldc;
+          if (minus) {
+            _mm256_storeu_pd(t0, _mm256_sub_pd(_mm256_loadu_pd(t0), s0));
+            _mm256_storeu_pd(t1, _mm256_sub_pd(_mm256_loadu_pd(t1), s1));
+            _mm256_storeu_pd(t2, _mm256_sub_pd(_mm256_loadu_pd(t2), s2));
+            _mm256_storeu_pd(t3, _mm256_sub_pd(_mm256_loadu_pd(t3), s3));
+          } else {
+            _mm256_storeu_pd(t0, _mm256_add_pd(_mm256_loadu_pd(t0), s0));
+            _mm256_storeu_pd(t1, _mm256_add_pd(_mm256_loadu_pd(t1), s1));
+            _mm256_storeu_pd(t2, _mm256_add_pd(_mm256_loadu_pd(t2), s2));
+            _mm256_storeu_pd(t3, _mm256_add_pd(_mm256_loadu_pd(t3), s3));
+          }
+        } else {
+          _mm256_store_pd(tile, s0);
+          _mm256_store_pd(tile + 4, s1);
+          _mm256_store_pd(tile + 8, s2);
+          _mm256_store_pd(tile + 12, s3);
+          applyEdge(C, ldc, tile, i, j, imin(4, m - i), imin(4, n - j), minus, shape);
+        }
+      }
+    }
+  }
+}
+
+#pragma GCC diagnostic pop
+
 // ---- 4 by 4 triangles of the left-side solves ------------------------------
 
 __attribute__((target("avx2,fma"))) static inline void transpose4(__m256d& c0, __m256d& c1,
@@ -306,9 +429,17 @@ bool avx2Available() {
   return yes;
 }
 
+bool avx512Available() {
+  static const bool yes = (__builtin_cpu_init(), avx2Available() &&
+                                                     __builtin_cpu_supports("avx512f"));
+  return yes;
+}
+
 void panelUpdate(double* C, int ldc, const double* pA, const double* pB, int m, int n, int k,
                  bool minus, PanelShape shape) {
-  if (avx2Available())
+  if (avx512Available())
+    panelUpdateAvx512(C, ldc, pA, pB, m, n, k, minus, shape);
+  else if (avx2Available())
     panelUpdateAvx2(C, ldc, pA, pB, m, n, k, minus, shape);
   else
     panelUpdatePortable(C, ldc, pA, pB, m, n, k, minus, shape);

@@ -301,11 +301,21 @@ int32_t ApplyUpdatesBlock(int32_t consecutive, int32_t diagonal, int32_t n1, int
   // second-part row y; the target is row-major, rows pos2, columns pos1.
   // On a diagonal piece the first part is also the head of the second, and
   // only x <= y + sourceOffset holds numbers.
+  //
+  // The target rows are far apart in memory, and a large target is not in
+  // cache: the lines of the next row are asked for while this one is done.
+  int32_t lo = consecutive ? firstPos : pos1[0];
+  int32_t hi = consecutive ? firstPos + n1 - 1 : pos1[n1 - 1];
   takeLock(lock);
   for (int32_t y = 0; y < n2; y++) {
     // The update area and the factor never overlap.
     const double* __restrict u = source + (int64_t)y * sourceStride;
     double* __restrict t = target + (int64_t)pos2[y] * targetWidth;
+    if (y + 1 < n2) {
+      const double* next = target + (int64_t)pos2[y + 1] * targetWidth;
+      for (int32_t x = lo; x <= hi; x += 8) __builtin_prefetch(next + x, 1);
+      __builtin_prefetch(next + hi, 1);
+    }
     int32_t end = diagonal ? min32(n1, y + sourceOffset + 1) : n1;
     if (consecutive) {
       double* __restrict tc = t + firstPos;
@@ -487,6 +497,68 @@ namespace {
 
 int64_t populateMain(void* arg) { return PopulateSNodes(static_cast<LAPopulateRange*>(arg)); }
 
+// B (m rows by the n columns of a factored diagonal block F) := B L^-T D^-1
+// in place, and W := B L^-T: the row solve of a block below the diagonal.
+// Done column by column, each column a rank-one update of all the columns
+// behind it, this runs at the speed of memory.  Here every interchange of
+// the block is applied to B first, and each one also to the rows of L's
+// earlier columns, which it had not touched: then the substitution is one
+// unit lower triangular solve that the blocked kernel does from cache.  The
+// products are the same; only the order of summation differs.  Lt (n by n,
+// leading dimension ldl) is scratch for that L.
+void solveBelowDiagonal(LAThreadContext* ctx, int32_t m, int32_t n, const double* F, int32_t ldf,
+                        const int32_t* pivots, double* B, int32_t ldb, double* W, int32_t ldw,
+                        double* Lt, int32_t ldl) {
+  auto col = [](double* A, int32_t ld, int32_t j) { return A + (int64_t)j * ld; };
+  for (int32_t j = 0; j < n; j++) {
+    double* l = col(Lt, ldl, j);
+    const double* f = F + (int64_t)j * ldf;
+    l[j] = 1.0;
+    for (int32_t i = j + 1; i < n; i++) l[i] = f[i];
+  }
+  for (int32_t k = 0; k < n;) {
+    int32_t step = pivots[k] >= 0 ? 1 : 2;
+    int32_t kk = k + step - 1, p = step == 1 ? pivots[k] : -pivots[k];
+    // The second column of a 2x2 pivot holds D, not L.
+    if (step == 2) col(Lt, ldl, k)[k + 1] = 0.0;
+    if (p != kk) {
+      my_dswap_one(m, col(B, ldb, kk), col(B, ldb, p));
+      for (int32_t j = 0; j < k; j++) {
+        double* l = col(Lt, ldl, j);
+        double t = l[kk];
+        l[kk] = l[p];
+        l[p] = t;
+      }
+    }
+    k += step;
+  }
+  int mm = m, nn = n, ldL = ldl, ldB = ldb;
+  double one = 1.0;
+  my_dtrsm_RLTN("R", "L", "T", "U", &mm, &nn, &one, Lt, &ldL, B, &ldB, ctx->packBuffer,
+                ctx->panelBuffer);
+  for (int32_t j = 0; j < n;) {
+    double* b0 = col(B, ldb, j);
+    memcpy(col(W, ldw, j), b0, sizeof(double) * (size_t)m);
+    if (pivots[j] >= 0) {
+      double r = 1.0 / F[j + (int64_t)j * ldf];
+      for (int32_t i = 0; i < m; i++) b0[i] *= r;
+      j += 1;
+      continue;
+    }
+    double* b1 = col(B, ldb, j + 1);
+    memcpy(col(W, ldw, j + 1), b1, sizeof(double) * (size_t)m);
+    double d = F[j + 1 + (int64_t)j * ldf];
+    double a = F[j + (int64_t)j * ldf] / d, b = F[j + 1 + (int64_t)(j + 1) * ldf] / d;
+    double den = a * b - 1.0;
+    for (int32_t i = 0; i < m; i++) {
+      double t0 = b0[i] / d, t1 = b1[i] / d;
+      b0[i] = (b * t0 - t1) / den;
+      b1[i] = (t1 * a - t0) / den;
+    }
+    j += 2;
+  }
+}
+
 // Type 0.
 int32_t factorTask(LAThreadContext* ctx, const LATaskRecord* run, Ready* ready) {
   LASymbolic* sym = ctx->sym;
@@ -513,7 +585,9 @@ int32_t factorTask(LAThreadContext* ctx, const LATaskRecord* run, Ready* ready) 
   if (extra > 0) {
     int32_t status = takeSlot(ctx, g.b.nrb - J, &slot);
     if (status) return status;
-    SolveLD(extra, w, ctx->U, hd, pivots, ctx->U + w, hd, slotData(ctx, slot) + w, nb);
+    // L goes to the slot's rows above the ones that receive W.
+    double* sd = slotData(ctx, slot);
+    solveBelowDiagonal(ctx, extra, w, ctx->U, hd, pivots, ctx->U + w, hd, sd + w, nb, sd, nb);
   }
   memcpy(D, ctx->U, sizeof(double) * (size_t)hd * w);
   if (extra > 0) {
@@ -554,7 +628,10 @@ int32_t SolveTask(LATaskRecord* run, LAThreadContext* ctx) {
   const double* D = blockAt(g, nb, J, J);
   int32_t hd = rowBlockHeight(g, J);
   ConvertRowToColumnWise(0, height, w, B, ctx->U);
-  SolveLD(height, w, D, hd, sym->pivots + g.first + J * nb, ctx->U, height, slotData(ctx, k), nb);
+  // The slot holds the solve's L until W overwrites it.
+  double* sd = slotData(ctx, k);
+  solveBelowDiagonal(ctx, height, w, D, hd, sym->pivots + g.first + J * nb, ctx->U, height, sd, nb,
+                     sd, nb);
   memcpy(B, ctx->U, sizeof(double) * (size_t)height * w);
 
   Ready ready = {run, false};
