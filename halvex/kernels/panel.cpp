@@ -192,122 +192,125 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
   }
 }
 
-// ---- AVX-512 path: 4 by 4 tiles, eight lanes ---------------------------------
+// ---- AVX-512 path: 16 by 8 tiles, rows in lanes -------------------------------
 
 // GCC 12 takes the undefined pass-through value inside its AVX-512
 // intrinsics for an uninitialised variable.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 
-// The two halves of r added.
-__attribute__((target("avx512f,avx2,fma"))) static inline __m256d fold8(__m512d r) {
-  return _mm256_add_pd(_mm512_castpd512_pd256(r), _mm512_extractf64x4_pd(r, 1));
+// Eight panel rows turned into k vectors of eight lanes: out[q*8 + r] =
+// p[r][q].  Rows past `rows` become zeros, and so do the values past k.
+__attribute__((target("avx512f,avx2,fma"))) static inline void turnRows(double* out,
+                                                                        const double* p,
+                                                                        int rows, int k) {
+  const int kv = k & ~7;
+  const __mmask8 tail = (__mmask8)((1u << (k - kv)) - 1u);
+  for (int q = 0; q < k; q += 8) {
+    const __mmask8 mk = q < kv ? (__mmask8)0xFF : tail;
+    __m512d r[8];
+    for (int i = 0; i < 8; ++i)
+      r[i] = i < rows ? _mm512_maskz_loadu_pd(mk, p + (size_t)i * kBlock + q) : _mm512_setzero_pd();
+    // 8 by 8 transpose in three rounds of shuffles.
+    __m512d t[8];
+    for (int i = 0; i < 8; i += 2) {
+      t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);
+      t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]);
+    }
+    for (int i = 0; i < 8; i += 4)
+      for (int h = 0; h < 2; ++h) {
+        r[i + h] = _mm512_shuffle_f64x2(t[i + h], t[i + 2 + h], 0x88);
+        r[i + 2 + h] = _mm512_shuffle_f64x2(t[i + h], t[i + 2 + h], 0xDD);
+      }
+    for (int h = 0; h < 4; ++h) {
+      t[h] = _mm512_shuffle_f64x2(r[h], r[h + 4], 0x88);
+      t[h + 4] = _mm512_shuffle_f64x2(r[h], r[h + 4], 0xDD);
+    }
+    // t[c] now holds column q + c across the eight rows.
+    for (int c = 0; c < 8 && q + c < k; ++c) _mm512_store_pd(out + (size_t)(q + c) * 8, t[c]);
+  }
 }
 
-// Lane r of the result is the sum of the eight lanes of r<r>.
-__attribute__((target("avx512f,avx2,fma"))) static inline __m256d sum4x8(__m512d r0, __m512d r1,
-                                                                        __m512d r2, __m512d r3) {
-  return sum4(fold8(r0), fold8(r1), fold8(r2), fold8(r3));
-}
-
+// The rows of A go down the lanes and the columns of B are broadcast, so
+// that each entry of C is one chain of multiply-adds along k in a register
+// of its own: no sums across lanes at the end, and the same speed for a
+// short k as for a long one.
 __attribute__((target("avx512f,avx2,fma"))) void panelUpdateAvx512(
     double* C, int ldc, const double* pA, const double* pB, int m, int n, int k, bool minus,
     PanelShape shape) {
   if (m <= 0 || n <= 0 || k <= 0) return;
-  // As in the AVX2 path, no peeling to an aligned start: the lanes stay a
-  // function of k alone.
-  const int kv = k & ~7;
-  const __mmask8 tailMask = (__mmask8)((1u << (k - kv)) - 1u);
-  alignas(32) double tile[16];
-  for (int jc = 0; jc < n; jc += kSweep) {
-    const int je = imin(n, jc + kSweep);
-    for (int i = 0; i < m; i += 4) {
-      const double* a0 = pA + (size_t)i * kBlock;
-      const double* a1 = pA + (size_t)imin(i + 1, m - 1) * kBlock;
-      const double* a2 = pA + (size_t)imin(i + 2, m - 1) * kBlock;
-      const double* a3 = pA + (size_t)imin(i + 3, m - 1) * kBlock;
-      for (int j = jc; j < je; j += 4) {
-        if (shape == PANEL_LOWER && j > i + 3) break;
-        if (shape == PANEL_UPPER && j + 3 < i) continue;
-        const double* b0 = pB + (size_t)j * kBlock;
-        const double* b1 = pB + (size_t)imin(j + 1, n - 1) * kBlock;
-        const double* b2 = pB + (size_t)imin(j + 2, n - 1) * kBlock;
-        const double* b3 = pB + (size_t)imin(j + 3, n - 1) * kBlock;
-        {
-          const int last = imin(3, m - 1 - i);
-          for (int c = 0; c < 4; ++c) {
-            const double* cp = C + at(i, imin(j + kAhead + c, n - 1), ldc);
-            _mm_prefetch((const char*)cp, _MM_HINT_T0);
-            _mm_prefetch((const char*)(cp + last), _MM_HINT_T0);
-          }
-        }
-        __m512d c00 = _mm512_setzero_pd(), c01 = c00, c02 = c00, c03 = c00, c10 = c00,
-                c11 = c00, c12 = c00, c13 = c00, c20 = c00, c21 = c00, c22 = c00, c23 = c00,
-                c30 = c00, c31 = c00, c32 = c00, c33 = c00;
-#define HXK_STEP(LOAD)                                                         \
-  {                                                                            \
-    const __m512d y0 = LOAD(b0), y1 = LOAD(b1), y2 = LOAD(b2), y3 = LOAD(b3); \
-    __m512d x = LOAD(a0);                                                      \
-    c00 = _mm512_fmadd_pd(x, y0, c00);                                         \
-    c01 = _mm512_fmadd_pd(x, y1, c01);                                         \
-    c02 = _mm512_fmadd_pd(x, y2, c02);                                         \
-    c03 = _mm512_fmadd_pd(x, y3, c03);                                         \
-    x = LOAD(a1);                                                              \
-    c10 = _mm512_fmadd_pd(x, y0, c10);                                         \
-    c11 = _mm512_fmadd_pd(x, y1, c11);                                         \
-    c12 = _mm512_fmadd_pd(x, y2, c12);                                         \
-    c13 = _mm512_fmadd_pd(x, y3, c13);                                         \
-    x = LOAD(a2);                                                              \
-    c20 = _mm512_fmadd_pd(x, y0, c20);                                         \
-    c21 = _mm512_fmadd_pd(x, y1, c21);                                         \
-    c22 = _mm512_fmadd_pd(x, y2, c22);                                         \
-    c23 = _mm512_fmadd_pd(x, y3, c23);                                         \
-    x = LOAD(a3);                                                              \
-    c30 = _mm512_fmadd_pd(x, y0, c30);                                         \
-    c31 = _mm512_fmadd_pd(x, y1, c31);                                         \
-    c32 = _mm512_fmadd_pd(x, y2, c32);                                         \
-    c33 = _mm512_fmadd_pd(x, y3, c33);                                         \
+  alignas(64) double turned[2 * kBlock * 8];
+  alignas(64) double tile[8 * 16];
+  for (int i = 0; i < m; i += 16) {
+    const int rows = imin(16, m - i);
+    turnRows(turned, pA + (size_t)i * kBlock, imin(8, rows), k);
+    if (rows > 8) turnRows(turned + kBlock * 8, pA + (size_t)(i + 8) * kBlock, rows - 8, k);
+    const double* a0 = turned;
+    const double* a1 = turned + kBlock * 8;
+    const __mmask8 m0 = (__mmask8)(rows >= 8 ? 0xFF : (1u << rows) - 1u);
+    const __mmask8 m1 = (__mmask8)(rows >= 16 ? 0xFF : rows > 8 ? (1u << (rows - 8)) - 1u : 0u);
+    for (int j = 0; j < n; j += 8) {
+      if (shape == PANEL_LOWER && j > i + 15) break;
+      if (shape == PANEL_UPPER && j + 7 < i) continue;
+      const int cols = imin(8, n - j);
+      const double* b[8];
+      for (int c = 0; c < 8; ++c) b[c] = pB + (size_t)imin(j + c, n - 1) * kBlock;
+      __m512d x0 = _mm512_setzero_pd(), x1 = x0, x2 = x0, x3 = x0, x4 = x0, x5 = x0, x6 = x0,
+              x7 = x0, y0 = x0, y1 = x0, y2 = x0, y3 = x0, y4 = x0, y5 = x0, y6 = x0, y7 = x0;
+      if (rows > 8) {
+        for (int q = 0; q < k; ++q) {
+          const __m512d u = _mm512_load_pd(a0 + (size_t)q * 8);
+          const __m512d v = _mm512_load_pd(a1 + (size_t)q * 8);
+#define HXK_COL(c, X, Y)                                  \
+  {                                                       \
+    const __m512d w = _mm512_set1_pd(b[c][q]);            \
+    X = _mm512_fmadd_pd(u, w, X);                         \
+    Y = _mm512_fmadd_pd(v, w, Y);                         \
   }
-        int q = 0;
-#define HXK_LOAD(p) _mm512_loadu_pd((p) + q)
-        for (; q < kv; q += 8) HXK_STEP(HXK_LOAD)
-#undef HXK_LOAD
-        if (tailMask) {
-          // Masked loads keep what the buffer holds past k out of the sums.
-#define HXK_MLOAD(p) _mm512_maskz_loadu_pd(tailMask, (p) + kv)
-          HXK_STEP(HXK_MLOAD)
-#undef HXK_MLOAD
+          HXK_COL(0, x0, y0) HXK_COL(1, x1, y1) HXK_COL(2, x2, y2) HXK_COL(3, x3, y3)
+          HXK_COL(4, x4, y4) HXK_COL(5, x5, y5) HXK_COL(6, x6, y6) HXK_COL(7, x7, y7)
+#undef HXK_COL
         }
-#undef HXK_STEP
-        const __m256d s0 = sum4x8(c00, c10, c20, c30);
-        const __m256d s1 = sum4x8(c01, c11, c21, c31);
-        const __m256d s2 = sum4x8(c02, c12, c22, c32);
-        const __m256d s3 = sum4x8(c03, c13, c23, c33);
-        const bool inside =
-            shape == PANEL_FULL || (shape == PANEL_LOWER ? i >= j + 3 : i + 3 <= j);
-        if (i + 4 <= m && j + 4 <= n && inside) {
-          double* t0 = C + at(i, j, ldc);
-          double* t1 = t0 + ldc;
-          double* t2 = t1 + ldc;
-          double* t3 = t2 + ldc;
-          if (minus) {
-            _mm256_storeu_pd(t0, _mm256_sub_pd(_mm256_loadu_pd(t0), s0));
-            _mm256_storeu_pd(t1, _mm256_sub_pd(_mm256_loadu_pd(t1), s1));
-            _mm256_storeu_pd(t2, _mm256_sub_pd(_mm256_loadu_pd(t2), s2));
-            _mm256_storeu_pd(t3, _mm256_sub_pd(_mm256_loadu_pd(t3), s3));
-          } else {
-            _mm256_storeu_pd(t0, _mm256_add_pd(_mm256_loadu_pd(t0), s0));
-            _mm256_storeu_pd(t1, _mm256_add_pd(_mm256_loadu_pd(t1), s1));
-            _mm256_storeu_pd(t2, _mm256_add_pd(_mm256_loadu_pd(t2), s2));
-            _mm256_storeu_pd(t3, _mm256_add_pd(_mm256_loadu_pd(t3), s3));
+      } else {
+        for (int q = 0; q < k; ++q) {
+          const __m512d u = _mm512_load_pd(a0 + (size_t)q * 8);
+          x0 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[0][q]), x0);
+          x1 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[1][q]), x1);
+          x2 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[2][q]), x2);
+          x3 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[3][q]), x3);
+          x4 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[4][q]), x4);
+          x5 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[5][q]), x5);
+          x6 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[6][q]), x6);
+          x7 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[7][q]), x7);
+        }
+      }
+      const __m512d xs[8] = {x0, x1, x2, x3, x4, x5, x6, x7};
+      const __m512d ys[8] = {y0, y1, y2, y3, y4, y5, y6, y7};
+      const bool inside =
+          shape == PANEL_FULL || (shape == PANEL_LOWER ? i >= j + 7 : i + 15 <= j);
+      if (inside) {
+        for (int c = 0; c < cols; ++c) {
+          double* t = C + at(i, j + c, ldc);
+          __m512d t0 = _mm512_maskz_loadu_pd(m0, t);
+          t0 = minus ? _mm512_sub_pd(t0, xs[c]) : _mm512_add_pd(t0, xs[c]);
+          _mm512_mask_storeu_pd(t, m0, t0);
+          if (m1) {
+            __m512d t1 = _mm512_maskz_loadu_pd(m1, t + 8);
+            t1 = minus ? _mm512_sub_pd(t1, ys[c]) : _mm512_add_pd(t1, ys[c]);
+            _mm512_mask_storeu_pd(t + 8, m1, t1);
           }
-        } else {
-          _mm256_store_pd(tile, s0);
-          _mm256_store_pd(tile + 4, s1);
-          _mm256_store_pd(tile + 8, s2);
-          _mm256_store_pd(tile + 12, s3);
-          applyEdge(C, ldc, tile, i, j, imin(4, m - i), imin(4, n - j), minus, shape);
         }
+      } else {
+        for (int c = 0; c < 8; ++c) {
+          _mm512_store_pd(tile + c * 16, xs[c]);
+          _mm512_store_pd(tile + c * 16 + 8, ys[c]);
+        }
+        for (int c = 0; c < cols; ++c)
+          for (int r = 0; r < rows; ++r) {
+            if (!inShape(i + r, j + c, shape)) continue;
+            double& t = C[at(i + r, j + c, ldc)];
+            t = minus ? t - tile[c * 16 + r] : t + tile[c * 16 + r];
+          }
       }
     }
   }
