@@ -303,16 +303,23 @@ int32_t ApplyUpdatesBlock(int32_t consecutive, int32_t diagonal, int32_t n1, int
   // only x <= y + sourceOffset holds numbers.
   //
   // The target rows are far apart in memory, and a large target is not in
-  // cache: the lines of the next row are asked for while this one is done.
+  // cache: the lines of a row a few ahead are asked for while this one is
+  // done.
   int32_t lo = consecutive ? firstPos : pos1[0];
   int32_t hi = consecutive ? firstPos + n1 - 1 : pos1[n1 - 1];
   takeLock(lock);
+  const int32_t kRowsAhead = 6;
+  for (int32_t y = 0; y < kRowsAhead && y < n2; y++) {
+    const double* row = target + (int64_t)pos2[y] * targetWidth;
+    for (int32_t x = lo; x <= hi; x += 8) __builtin_prefetch(row + x, 1);
+    __builtin_prefetch(row + hi, 1);
+  }
   for (int32_t y = 0; y < n2; y++) {
     // The update area and the factor never overlap.
     const double* __restrict u = source + (int64_t)y * sourceStride;
     double* __restrict t = target + (int64_t)pos2[y] * targetWidth;
-    if (y + 1 < n2) {
-      const double* next = target + (int64_t)pos2[y + 1] * targetWidth;
+    if (y + kRowsAhead < n2) {
+      const double* next = target + (int64_t)pos2[y + kRowsAhead] * targetWidth;
       for (int32_t x = lo; x <= hi; x += 8) __builtin_prefetch(next + x, 1);
       __builtin_prefetch(next + hi, 1);
     }
@@ -384,6 +391,10 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
     bool consecutive = pos1[m1 - 1] - pos1[0] == m1 - 1;
     while (rp < rowEnd && rowList[rp] < blockFirst) rp++;
     double* CB = colBlockStart(g, nb, J);
+    // On demand, one product serves the pieces of all row blocks below: the
+    // rows from the first chunk on, as many as the update area holds.
+    int64_t madeBeg = 0, madeEnd = 0;
+    int64_t madeCap = onDemand ? ctx->updateDoubles / m1 : 0;
     int64_t tBase = g.rowBase;
     int64_t tpos = tBase + (int64_t)J * g.b.w;
     int64_t tEnd = g.rowBase + g.r;
@@ -409,7 +420,13 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
         // With coinciding ranges, x <= y + offset marks the lower triangle.
         int32_t offset = (int32_t)(chunkBeg - p);
         if (onDemand) {
-          piece = makePiece(ctx, src, p, q, chunkBeg, k);
+          if (chunkBeg < madeBeg || k > madeEnd) {
+            madeBeg = chunkBeg;
+            // A chunk stays inside one row block, which the area holds.
+            madeEnd = rowEnd - chunkBeg > madeCap ? chunkBeg + madeCap : rowEnd;
+            makePiece(ctx, src, p, q, madeBeg, madeEnd);
+          }
+          piece = ctx->U + (chunkBeg - madeBeg) * m1;
           stride = m1;
         } else {
           piece = src.U + (p - src.colBeg) + (chunkBeg - src.rowBeg) * src.ldu;
@@ -967,6 +984,7 @@ int32_t NumericLDLParallel(LAEnv* env, LASymbolic* sym, LANumeric* num) {
       c->work = reinterpret_cast<double*>(slice(i));
       c->U = c->work;
       c->W = c->U + sym->updateBufferSize;
+      c->updateDoubles = sym->updateBufferSize;
       c->sym = sym;
       c->relIndex = relOf(i);
       c->relEntries = (int32_t)relEntries;
