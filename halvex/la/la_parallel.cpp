@@ -522,10 +522,11 @@ int64_t populateMain(void* arg) { return PopulateSNodes(static_cast<LAPopulateRa
 // earlier columns, which it had not touched: then the substitution is one
 // unit lower triangular solve that the blocked kernel does from cache.  The
 // products are the same; only the order of summation differs.  Lt (n by n,
-// leading dimension ldl) is scratch for that L.
+// leading dimension ldl) is scratch for that L.  The result goes to out
+// (leading dimension ldo), which may be B itself.
 void solveBelowDiagonal(LAThreadContext* ctx, int32_t m, int32_t n, const double* F, int32_t ldf,
                         const int32_t* pivots, double* B, int32_t ldb, double* W, int32_t ldw,
-                        double* Lt, int32_t ldl) {
+                        double* Lt, int32_t ldl, double* out, int32_t ldo) {
   auto col = [](double* A, int32_t ld, int32_t j) { return A + (int64_t)j * ld; };
   for (int32_t j = 0; j < n; j++) {
     double* l = col(Lt, ldl, j);
@@ -554,23 +555,25 @@ void solveBelowDiagonal(LAThreadContext* ctx, int32_t m, int32_t n, const double
   my_dtrsm_RLTN("R", "L", "T", "U", &mm, &nn, &one, Lt, &ldL, B, &ldB, ctx->packBuffer,
                 ctx->panelBuffer);
   for (int32_t j = 0; j < n;) {
-    double* b0 = col(B, ldb, j);
+    const double* b0 = col(B, ldb, j);
+    double* o0 = col(out, ldo, j);
     memcpy(col(W, ldw, j), b0, sizeof(double) * (size_t)m);
     if (pivots[j] >= 0) {
       double r = 1.0 / F[j + (int64_t)j * ldf];
-      for (int32_t i = 0; i < m; i++) b0[i] *= r;
+      for (int32_t i = 0; i < m; i++) o0[i] = b0[i] * r;
       j += 1;
       continue;
     }
-    double* b1 = col(B, ldb, j + 1);
+    const double* b1 = col(B, ldb, j + 1);
+    double* o1 = col(out, ldo, j + 1);
     memcpy(col(W, ldw, j + 1), b1, sizeof(double) * (size_t)m);
     double d = F[j + 1 + (int64_t)j * ldf];
     double a = F[j + (int64_t)j * ldf] / d, b = F[j + 1 + (int64_t)(j + 1) * ldf] / d;
     double den = a * b - 1.0;
     for (int32_t i = 0; i < m; i++) {
       double t0 = b0[i] / d, t1 = b1[i] / d;
-      b0[i] = (b * t0 - t1) / den;
-      b1[i] = (t1 * a - t0) / den;
+      o0[i] = (b * t0 - t1) / den;
+      o1[i] = (t1 * a - t0) / den;
     }
     j += 2;
   }
@@ -604,7 +607,8 @@ int32_t factorTask(LAThreadContext* ctx, const LATaskRecord* run, Ready* ready) 
     if (status) return status;
     // L goes to the slot's rows above the ones that receive W.
     double* sd = slotData(ctx, slot);
-    solveBelowDiagonal(ctx, extra, w, ctx->U, hd, pivots, ctx->U + w, hd, sd + w, nb, sd, nb);
+    solveBelowDiagonal(ctx, extra, w, ctx->U, hd, pivots, ctx->U + w, hd, sd + w, nb, sd, nb,
+                       ctx->U + w, hd);
   }
   memcpy(D, ctx->U, sizeof(double) * (size_t)hd * w);
   if (extra > 0) {
@@ -645,11 +649,11 @@ int32_t SolveTask(LATaskRecord* run, LAThreadContext* ctx) {
   const double* D = blockAt(g, nb, J, J);
   int32_t hd = rowBlockHeight(g, J);
   ConvertRowToColumnWise(0, height, w, B, ctx->U);
-  // The slot holds the solve's L until W overwrites it.
+  // The slot holds the solve's L until W overwrites it; the result goes
+  // straight back to the block, column-major.
   double* sd = slotData(ctx, k);
   solveBelowDiagonal(ctx, height, w, D, hd, sym->pivots + g.first + J * nb, ctx->U, height, sd, nb,
-                     sd, nb);
-  memcpy(B, ctx->U, sizeof(double) * (size_t)height * w);
+                     sd, nb, B, height);
 
   Ready ready = {run, false};
   run->type = TASK_NONE;
