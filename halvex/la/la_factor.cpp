@@ -117,15 +117,22 @@ void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, i
     }
     const double* Uc = run.U + (int64_t)u * k;
     double* Fc = ps.Ft + (int64_t)rel[u] * ps.rt;
-    if (u + 1 < ps.end) {
-      // The next target column is far away in memory: ask for its head now.
-      const double* next = ps.Ft + (int64_t)rel[u + 1] * ps.rt + rel[u + 1];
-      for (int32_t x = 0; x < 32; x += 8) __builtin_prefetch(next + x, 1);
-    }
+    // The next target column is far away in memory, and its entries are
+    // asked for while this one is done.
+    const double* next = u + 1 < ps.end ? ps.Ft + (int64_t)rel[u + 1] * ps.rt : nullptr;
     if (ps.consecutive) {
+      if (next) {
+        const double* head = next + rel[u + 1];
+        for (int32_t x = 0; x < 32; x += 8) __builtin_prefetch(head + x, 1);
+      }
       double* __restrict f = Fc + rel[ps.p] - ps.p;
       const double* __restrict uc = Uc;
       for (int32_t v = u; v < k; v++) f[v] -= uc[v];
+    } else if (next) {
+      for (int32_t v = u; v < k; v++) {
+        __builtin_prefetch(next + rel[v], 1);
+        Fc[rel[v]] -= Uc[v];
+      }
     } else {
       for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Uc[v];
     }
