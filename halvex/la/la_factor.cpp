@@ -106,7 +106,7 @@ void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, i
       int32_t rt = laSNodeRows(sym, t);
       int32_t pos = upd[p] - sym->snodeStart[t];
       for (int32_t q = p; q < k; q++) {
-        while (pos < rt && tl[pos] < upd[q]) pos++;
+        pos = (int32_t)laSeekRow(tl, pos, rt, upd[q]);
         rel[q] = pos;
       }
       ps.p = p;

@@ -408,7 +408,7 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
         int64_t chunkBeg = k;
         while (k < rowEnd && n2 < cap2) {
           int32_t r2 = rowList[k];
-          while (tpos < tEnd && rowList[tpos] < r2) tpos++;
+          tpos = laSeekRow(rowList, tpos, tEnd, r2);
           if (tpos == tEnd || rowList[tpos] != r2 || tpos >= blockRowEnd) break;
           pos2[n2++] = (int32_t)(tpos - tBase - (int64_t)J * g.b.w);
           k++;
