@@ -286,7 +286,19 @@ struct UpdateSource {
 
 void ConvertRowToColumnWise(int32_t triangular, int32_t rows, int32_t cols, const double* source,
                             double* target) {
-  for (int32_t i = 0; i < rows; i++) {
+  int32_t i = 0;
+  if (!triangular) {
+    // Eight rows at a time, so that each column of the target is written a
+    // whole cache line at once rather than one entry per line.
+    for (; i + 8 <= rows; i += 8) {
+      const double* r = source + (int64_t)i * cols;
+      for (int32_t j = 0; j < cols; j++) {
+        double* t = target + i + (int64_t)j * rows;
+        for (int32_t k = 0; k < 8; k++) t[k] = r[(int64_t)k * cols + j];
+      }
+    }
+  }
+  for (; i < rows; i++) {
     const double* row = source + (int64_t)i * cols;
     int32_t end = triangular ? min32(i + 1, cols) : cols;
     for (int32_t j = 0; j < end; j++) target[i + (int64_t)j * rows] = row[j];
