@@ -403,7 +403,9 @@ int threadTable(const std::string& out, int reps, const std::string& only) {
               "second halvex row runs that plan on 1 thread: its speedup is the scheduler's "
               "own, apart from the choice of plan. GFLOP counts each plan's own dense "
               "multiply-adds (CHOLMOD: its own count). speedup = time at 1 thread / time at 2. "
-              "The machine is shared with other jobs: times are noisy.\n\n"
+              "grid3d-50 is there for the rate of a factorisation that is mostly dense "
+              "work, to compare with the dgemm line below. The machine is shared with other "
+              "jobs: times are noisy.\n\n"
               "| matrix | n | solver | path 1 / 2 | GFLOP 1 / 2 | factor 1 / 2 (s) | "
               "GFLOP/s 1 / 2 | speedup | residual 2 |\n|---|---|---|---|---|---|---|---|---|\n",
           reps);
