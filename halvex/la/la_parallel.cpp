@@ -787,6 +787,9 @@ inline int64_t loadCell(volatile int64_t* cell) {
 // counts and the walk disagree, and waiting on would hang.
 bool stuck(LAThreadContext* ctx) {
   if (__atomic_load_n(ctx->nextLeaf, __ATOMIC_SEQ_CST) < ctx->numLeaves) return false;
+  // A thread at work is the common answer, and it needs no lock: the
+  // poller must not take the queue's lock from the workers on every turn.
+  if (loadCell(ctx->busy) != 0) return false;
   LATaskQueue* q = ctx->queue;
   takeLock(q->lock);
   bool none = q->queued == 0 && loadCell(ctx->busy) == 0;
