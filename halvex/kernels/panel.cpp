@@ -240,15 +240,12 @@ __attribute__((target("avx512f,avx2,fma"))) void panelUpdateAvx512(
     PanelShape shape) {
   if (m <= 0 || n <= 0 || k <= 0) return;
   alignas(64) double turned[2 * kBlock * 8];
-  alignas(64) double tile[8 * 16];
   for (int i = 0; i < m; i += 16) {
     const int rows = imin(16, m - i);
     turnRows(turned, pA + (size_t)i * kBlock, imin(8, rows), k);
     if (rows > 8) turnRows(turned + kBlock * 8, pA + (size_t)(i + 8) * kBlock, rows - 8, k);
     const double* a0 = turned;
     const double* a1 = turned + kBlock * 8;
-    const __mmask8 m0 = (__mmask8)(rows >= 8 ? 0xFF : (1u << rows) - 1u);
-    const __mmask8 m1 = (__mmask8)(rows >= 16 ? 0xFF : rows > 8 ? (1u << (rows - 8)) - 1u : 0u);
     for (int j = 0; j < n; j += 8) {
       if (shape == PANEL_LOWER && j > i + 15) break;
       if (shape == PANEL_UPPER && j + 7 < i) continue;
@@ -286,31 +283,26 @@ __attribute__((target("avx512f,avx2,fma"))) void panelUpdateAvx512(
       }
       const __m512d xs[8] = {x0, x1, x2, x3, x4, x5, x6, x7};
       const __m512d ys[8] = {y0, y1, y2, y3, y4, y5, y6, y7};
-      const bool inside =
-          shape == PANEL_FULL || (shape == PANEL_LOWER ? i >= j + 7 : i + 15 <= j);
-      if (inside) {
-        for (int c = 0; c < cols; ++c) {
-          double* t = C + at(i, j + c, ldc);
-          __m512d t0 = _mm512_maskz_loadu_pd(m0, t);
+      // Rows of the tile that column c may touch: all of them, or those on
+      // the shape's side of the diagonal; masks keep the others as they are.
+      for (int c = 0; c < cols; ++c) {
+        const int d = j + c - i;  // the tile row on the diagonal
+        const int lo = shape == PANEL_LOWER ? (d > 0 ? d : 0) : 0;
+        const int hi = shape == PANEL_UPPER ? (d < rows - 1 ? d : rows - 1) : rows - 1;
+        if (lo > hi) continue;
+        const unsigned bits = (unsigned)((2u << hi) - 1u) & ~(unsigned)((1u << lo) - 1u);
+        const __mmask8 k0 = (__mmask8)(bits & 0xFFu), k1 = (__mmask8)(bits >> 8);
+        double* t = C + at(i, j + c, ldc);
+        if (k0) {
+          __m512d t0 = _mm512_maskz_loadu_pd(k0, t);
           t0 = minus ? _mm512_sub_pd(t0, xs[c]) : _mm512_add_pd(t0, xs[c]);
-          _mm512_mask_storeu_pd(t, m0, t0);
-          if (m1) {
-            __m512d t1 = _mm512_maskz_loadu_pd(m1, t + 8);
-            t1 = minus ? _mm512_sub_pd(t1, ys[c]) : _mm512_add_pd(t1, ys[c]);
-            _mm512_mask_storeu_pd(t + 8, m1, t1);
-          }
+          _mm512_mask_storeu_pd(t, k0, t0);
         }
-      } else {
-        for (int c = 0; c < 8; ++c) {
-          _mm512_store_pd(tile + c * 16, xs[c]);
-          _mm512_store_pd(tile + c * 16 + 8, ys[c]);
+        if (k1) {
+          __m512d t1 = _mm512_maskz_loadu_pd(k1, t + 8);
+          t1 = minus ? _mm512_sub_pd(t1, ys[c]) : _mm512_add_pd(t1, ys[c]);
+          _mm512_mask_storeu_pd(t + 8, k1, t1);
         }
-        for (int c = 0; c < cols; ++c)
-          for (int r = 0; r < rows; ++r) {
-            if (!inShape(i + r, j + c, shape)) continue;
-            double& t = C[at(i + r, j + c, ldc)];
-            t = minus ? t - tile[c * 16 + r] : t + tile[c * 16 + r];
-          }
       }
     }
   }
