@@ -19,6 +19,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <random>
 #include <string>
 #include <tuple>
@@ -251,8 +253,14 @@ double planFlops(const LASymbolic* sym) {
   return f;
 }
 
+double cpuSeconds() {
+  timespec ts;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+  return (double)ts.tv_sec + 1e-9 * (double)ts.tv_nsec;
+}
+
 struct ThreadRun {
-  double factor = 1e300, flops = 0, residual = 0;
+  double factor = 1e300, cpu = 1e300, flops = 0, residual = 0;
   int status = 0, threaded = 0, nb = 0, used = 1;
 };
 
@@ -279,8 +287,10 @@ ThreadRun runHalvexThreads(const Matrix& m, int threads, int reps, int forcedNb 
     r.used = sym->threadsUsed;
     for (int k = 0; k < reps && r.status == 0; k++) {
       auto t0 = std::chrono::steady_clock::now();
+      double c0 = cpuSeconds();
       r.status = LA_FactorMatrixLDL(0, m.n, m.colBegin.data(), m.rowIndex.data(), m.value.data(),
                                     env, sym, num);
+      r.cpu = std::min(r.cpu, cpuSeconds() - c0);
       r.factor = std::min(r.factor, seconds(t0));
     }
     std::vector<double> b = rhsFor(m), x = b, res(m.n);
@@ -348,7 +358,19 @@ double dgemmRate(int threads) {
   return 2.0 * n * (double)n * n / best / 1e9;
 }
 
-int threadTable(const std::string& out, int reps, const std::string& only) {
+std::vector<Matrix> threadMatrices(const std::string& only);
+
+int profileOne(const std::string& name, int threads, int nb, int reps) {
+  std::vector<Matrix> ms = threadMatrices(name);
+  if (ms.empty()) return 1;
+  ThreadRun r = runHalvexThreads(ms[0], threads, reps, nb);
+  printf("%s threads %d %s nb %d: factor %.4f s (cpu %.4f s), %.2f GFLOP/s, residual %.1e, "
+         "status %d\n", ms[0].name.c_str(), threads, r.threaded ? "threaded" : "sequential", r.nb,
+         r.factor, r.cpu, r.flops / r.factor / 1e9, r.residual, r.status);
+  return r.status;
+}
+
+std::vector<Matrix> threadMatrices(const std::string& only) {
   std::vector<Matrix> ms;
   const std::pair<const char*, const char*> problems[] = {
       {"maros", "CONT-300.qps.gz"}, {"maros", "BOYD2.qps.gz"}, {"maros", "CVXQP1_L.qps.gz"},
@@ -362,7 +384,13 @@ int threadTable(const std::string& out, int reps, const std::string& only) {
     if (augmented(p.first, p.second, &m)) ms.push_back(std::move(m));
   }
   if (wanted("grid3d-40")) ms.push_back(build("grid3d-40", true, 40 * 40 * 40, laplacian(40, 3)));
+  if (wanted("grid3d-50")) ms.push_back(build("grid3d-50", true, 50 * 50 * 50, laplacian(50, 3)));
   if (wanted("grid2d-600")) ms.push_back(build("grid2d-600", true, 600 * 600, laplacian(600, 2)));
+  return ms;
+}
+
+int threadTable(const std::string& out, int reps, const std::string& only) {
+  std::vector<Matrix> ms = threadMatrices(only);
 
   FILE* csv = fopen((out + "/factor_threads.csv").c_str(), "w");
   FILE* md = fopen((out + "/factor_threads.md").c_str(), "w");
@@ -375,7 +403,9 @@ int threadTable(const std::string& out, int reps, const std::string& only) {
               "second halvex row runs that plan on 1 thread: its speedup is the scheduler's "
               "own, apart from the choice of plan. GFLOP counts each plan's own dense "
               "multiply-adds (CHOLMOD: its own count). speedup = time at 1 thread / time at 2. "
-              "The machine is shared with other jobs: times are noisy.\n\n"
+              "grid3d-50 is there for the rate of a factorisation that is mostly dense "
+              "work, to compare with the dgemm line below. The machine is shared with other "
+              "jobs: times are noisy.\n\n"
               "| matrix | n | solver | path 1 / 2 | GFLOP 1 / 2 | factor 1 / 2 (s) | "
               "GFLOP/s 1 / 2 | speedup | residual 2 |\n|---|---|---|---|---|---|---|---|---|\n",
           reps);
@@ -548,6 +578,12 @@ int main(int argc, char** argv) {
   // threads [NAME]: the thread table only, on the matrices whose name
   // contains NAME.
   if (mode == "threads") return threadTable(out, 2, argc > 3 ? argv[3] : "");
+  // one NAME THREADS [NB [REPS]]: factors one matrix of the thread table
+  // REPS times and prints the best time, for profilers; NB above 0 forces
+  // the threaded plan of that block edge.
+  if (mode == "one" && argc > 4) return profileOne(argv[3], atoi(argv[4]),
+                                                   argc > 5 ? atoi(argv[5]) : 0,
+                                                   argc > 6 ? atoi(argv[6]) : 3);
   if (mode == "static") return staticTable(out, 2);
   std::vector<Matrix> ms;
   ms.push_back(build("grid2d-300", true, 300 * 300, laplacian(300, 2)));

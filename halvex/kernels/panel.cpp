@@ -192,6 +192,124 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
   }
 }
 
+// ---- AVX-512 path: 16 by 8 tiles, rows in lanes -------------------------------
+
+// GCC 12 takes the undefined pass-through value inside its AVX-512
+// intrinsics for an uninitialised variable.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+// Eight panel rows turned into k vectors of eight lanes: out[q*8 + r] =
+// p[r][q].  Rows past `rows` become zeros, and so do the values past k.
+__attribute__((target("avx512f,avx2,fma"))) static inline void turnRows(double* out,
+                                                                        const double* p,
+                                                                        int rows, int k) {
+  const int kv = k & ~7;
+  const __mmask8 tail = (__mmask8)((1u << (k - kv)) - 1u);
+  for (int q = 0; q < k; q += 8) {
+    const __mmask8 mk = q < kv ? (__mmask8)0xFF : tail;
+    __m512d r[8];
+    for (int i = 0; i < 8; ++i)
+      r[i] = i < rows ? _mm512_maskz_loadu_pd(mk, p + (size_t)i * kBlock + q) : _mm512_setzero_pd();
+    // 8 by 8 transpose in three rounds of shuffles.
+    __m512d t[8];
+    for (int i = 0; i < 8; i += 2) {
+      t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);
+      t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]);
+    }
+    for (int i = 0; i < 8; i += 4)
+      for (int h = 0; h < 2; ++h) {
+        r[i + h] = _mm512_shuffle_f64x2(t[i + h], t[i + 2 + h], 0x88);
+        r[i + 2 + h] = _mm512_shuffle_f64x2(t[i + h], t[i + 2 + h], 0xDD);
+      }
+    for (int h = 0; h < 4; ++h) {
+      t[h] = _mm512_shuffle_f64x2(r[h], r[h + 4], 0x88);
+      t[h + 4] = _mm512_shuffle_f64x2(r[h], r[h + 4], 0xDD);
+    }
+    // t[c] now holds column q + c across the eight rows.
+    for (int c = 0; c < 8 && q + c < k; ++c) _mm512_store_pd(out + (size_t)(q + c) * 8, t[c]);
+  }
+}
+
+// The rows of A go down the lanes and the columns of B are broadcast, so
+// that each entry of C is one chain of multiply-adds along k in a register
+// of its own: no sums across lanes at the end, and the same speed for a
+// short k as for a long one.
+__attribute__((target("avx512f,avx2,fma"))) void panelUpdateAvx512(
+    double* C, int ldc, const double* pA, const double* pB, int m, int n, int k, bool minus,
+    PanelShape shape) {
+  if (m <= 0 || n <= 0 || k <= 0) return;
+  alignas(64) double turned[2 * kBlock * 8];
+  for (int i = 0; i < m; i += 16) {
+    const int rows = imin(16, m - i);
+    turnRows(turned, pA + (size_t)i * kBlock, imin(8, rows), k);
+    if (rows > 8) turnRows(turned + kBlock * 8, pA + (size_t)(i + 8) * kBlock, rows - 8, k);
+    const double* a0 = turned;
+    const double* a1 = turned + kBlock * 8;
+    for (int j = 0; j < n; j += 8) {
+      if (shape == PANEL_LOWER && j > i + 15) break;
+      if (shape == PANEL_UPPER && j + 7 < i) continue;
+      const int cols = imin(8, n - j);
+      const double* b[8];
+      for (int c = 0; c < 8; ++c) b[c] = pB + (size_t)imin(j + c, n - 1) * kBlock;
+      __m512d x0 = _mm512_setzero_pd(), x1 = x0, x2 = x0, x3 = x0, x4 = x0, x5 = x0, x6 = x0,
+              x7 = x0, y0 = x0, y1 = x0, y2 = x0, y3 = x0, y4 = x0, y5 = x0, y6 = x0, y7 = x0;
+      if (rows > 8) {
+        for (int q = 0; q < k; ++q) {
+          const __m512d u = _mm512_load_pd(a0 + (size_t)q * 8);
+          const __m512d v = _mm512_load_pd(a1 + (size_t)q * 8);
+#define HXK_COL(c, X, Y)                                  \
+  {                                                       \
+    const __m512d w = _mm512_set1_pd(b[c][q]);            \
+    X = _mm512_fmadd_pd(u, w, X);                         \
+    Y = _mm512_fmadd_pd(v, w, Y);                         \
+  }
+          HXK_COL(0, x0, y0) HXK_COL(1, x1, y1) HXK_COL(2, x2, y2) HXK_COL(3, x3, y3)
+          HXK_COL(4, x4, y4) HXK_COL(5, x5, y5) HXK_COL(6, x6, y6) HXK_COL(7, x7, y7)
+#undef HXK_COL
+        }
+      } else {
+        for (int q = 0; q < k; ++q) {
+          const __m512d u = _mm512_load_pd(a0 + (size_t)q * 8);
+          x0 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[0][q]), x0);
+          x1 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[1][q]), x1);
+          x2 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[2][q]), x2);
+          x3 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[3][q]), x3);
+          x4 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[4][q]), x4);
+          x5 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[5][q]), x5);
+          x6 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[6][q]), x6);
+          x7 = _mm512_fmadd_pd(u, _mm512_set1_pd(b[7][q]), x7);
+        }
+      }
+      const __m512d xs[8] = {x0, x1, x2, x3, x4, x5, x6, x7};
+      const __m512d ys[8] = {y0, y1, y2, y3, y4, y5, y6, y7};
+      // Rows of the tile that column c may touch: all of them, or those on
+      // the shape's side of the diagonal; masks keep the others as they are.
+      for (int c = 0; c < cols; ++c) {
+        const int d = j + c - i;  // the tile row on the diagonal
+        const int lo = shape == PANEL_LOWER ? (d > 0 ? d : 0) : 0;
+        const int hi = shape == PANEL_UPPER ? (d < rows - 1 ? d : rows - 1) : rows - 1;
+        if (lo > hi) continue;
+        const unsigned bits = (unsigned)((2u << hi) - 1u) & ~(unsigned)((1u << lo) - 1u);
+        const __mmask8 k0 = (__mmask8)(bits & 0xFFu), k1 = (__mmask8)(bits >> 8);
+        double* t = C + at(i, j + c, ldc);
+        if (k0) {
+          __m512d t0 = _mm512_maskz_loadu_pd(k0, t);
+          t0 = minus ? _mm512_sub_pd(t0, xs[c]) : _mm512_add_pd(t0, xs[c]);
+          _mm512_mask_storeu_pd(t, k0, t0);
+        }
+        if (k1) {
+          __m512d t1 = _mm512_maskz_loadu_pd(k1, t + 8);
+          t1 = minus ? _mm512_sub_pd(t1, ys[c]) : _mm512_add_pd(t1, ys[c]);
+          _mm512_mask_storeu_pd(t + 8, k1, t1);
+        }
+      }
+    }
+  }
+}
+
+#pragma GCC diagnostic pop
+
 // ---- 4 by 4 triangles of the left-side solves ------------------------------
 
 __attribute__((target("avx2,fma"))) static inline void transpose4(__m256d& c0, __m256d& c1,
@@ -306,9 +424,17 @@ bool avx2Available() {
   return yes;
 }
 
+bool avx512Available() {
+  static const bool yes = (__builtin_cpu_init(), avx2Available() &&
+                                                     __builtin_cpu_supports("avx512f"));
+  return yes;
+}
+
 void panelUpdate(double* C, int ldc, const double* pA, const double* pB, int m, int n, int k,
                  bool minus, PanelShape shape) {
-  if (avx2Available())
+  if (avx512Available())
+    panelUpdateAvx512(C, ldc, pA, pB, m, n, k, minus, shape);
+  else if (avx2Available())
     panelUpdateAvx2(C, ldc, pA, pB, m, n, k, minus, shape);
   else
     panelUpdatePortable(C, ldc, pA, pB, m, n, k, minus, shape);

@@ -19,13 +19,17 @@ enum PanelShape { PANEL_FULL = 0, PANEL_LOWER = 1, PANEL_UPPER = 2 };
 void panelUpdate(double* C, int ldc, const double* pA, const double* pB, int m, int n, int k,
                  bool minus, PanelShape shape);
 
-// The two code paths behind panelUpdate, reachable for tests.  The AVX2 one
-// must only be called when avx2Available() says so.
+// The code paths behind panelUpdate, reachable for tests.  The AVX2 and
+// AVX-512 ones must only be called when avx2Available() or
+// avx512Available() says so.
 void panelUpdatePortable(double* C, int ldc, const double* pA, const double* pB, int m, int n,
                          int k, bool minus, PanelShape shape);
 void panelUpdateAvx2(double* C, int ldc, const double* pA, const double* pB, int m, int n,
                      int k, bool minus, PanelShape shape);
+void panelUpdateAvx512(double* C, int ldc, const double* pA, const double* pB, int m, int n,
+                       int k, bool minus, PanelShape shape);
 bool avx2Available();
+bool avx512Available();
 
 // Right-side solve of one group of g <= kRightGroupMax columns over a block
 // of rows: X (rows by g) with X T^T = B, T lower, t[a*96 + q] = T(a, q).  B

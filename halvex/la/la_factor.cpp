@@ -65,60 +65,77 @@ void clearSNode(FactorRun& run, int32_t s) {
   run.touched[s] = 1;
 }
 
-// U := L2 * W2^T for the rows below a block of w columns; lower triangle,
-// leading dimension k.
-void formUpdate(FactorRun& run, const double* L, const double* Wp, int32_t rl, int32_t w) {
+// Columns [i0, i0 + jb) of U := L2 * W2^T for the rows below a block of w
+// columns; lower triangle, leading dimension k.
+void formUpdateStrip(FactorRun& run, const double* L, const double* Wp, int32_t rl, int32_t w,
+                     int32_t i0, int32_t jb) {
   int32_t k = rl - w;
-  if (w == 1) {
-    my_outer_prod(k, k, L + 1, Wp + 1, run.U);
-    return;
-  }
-  for (int32_t i = w; i < rl; i += KERNEL_BLOCK) {
-    int32_t jb = rl - i < KERNEL_BLOCK ? rl - i : KERNEL_BLOCK;
-    double* Ud = run.U + (i - w) + (int64_t)(i - w) * k;
-    my_dsyrk2_LNT_0p1(&jb, &w, L + i, &rl, Wp + i, &rl, Ud, &k, run.bufA, run.bufB);
-    int32_t below = rl - i - jb;
-    if (below > 0) laGemmNT(below, jb, w, 1.0, L + i + jb, rl, Wp + i, rl, 0.0, Ud + jb, k);
-  }
+  int32_t i = w + i0;
+  double* Ud = run.U + i0 + (int64_t)i0 * k;
+  my_dsyrk2_LNT_0p1(&jb, &w, L + i, &rl, Wp + i, &rl, Ud, &k, run.bufA, run.bufB);
+  int32_t below = rl - i - jb;
+  if (below > 0) laGemmNT(below, jb, w, 1.0, L + i + jb, rl, Wp + i, rl, 0.0, Ud + jb, k);
 }
 
-// Pushes U (k by k, lower) into the supernodes that hold the update rows
-// upd[0..k).
-void pushUpdate(FactorRun& run, const int32_t* upd, int32_t k) {
+// Where the columns of U go: the target supernode of the current run of
+// update rows, and the positions of all rows from the run on in it.
+struct PushState {
+  int32_t p;     // first update row of the current target
+  int32_t end;   // one past its last column's row
+  double* Ft;
+  int32_t rt;
+  bool consecutive;
+};
+
+// Subtracts columns [u0, u1) of U (k by k, lower) from the supernodes that
+// hold the update rows upd[0..k).  A target's row positions are found by a
+// merge of the two ascending row lists when its first column comes up.
+void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, int32_t u0,
+                 int32_t u1) {
   LASymbolic* sym = run.sym;
   int32_t* rel = run.rel;
-  const double* U = run.U;
-  for (int32_t p = 0; p < k;) {
-    int32_t t = sym->colToSNode[upd[p]];
-    if (!run.touched[t]) clearSNode(run, t);
-    int32_t tEnd = sym->snodeStart[t + 1];
-    int32_t m = 1;
-    while (p + m < k && upd[p + m] < tEnd) m++;
-    // Positions of the update rows in t's row list, by a merge.
-    const int32_t* tl = sym->rowList + sym->rowBegin[t];
-    int32_t rt = laSNodeRows(sym, t), ct = laSNodeCols(sym, t);
-    int32_t pos = upd[p] - sym->snodeStart[t];
-    for (int32_t q = p; q < k; q++) {
-      while (pos < rt && tl[pos] < upd[q]) pos++;
-      rel[q] = pos;
+  for (int32_t u = u0; u < u1; u++) {
+    if (u == ps.end) {
+      int32_t p = u;
+      int32_t t = sym->colToSNode[upd[p]];
+      if (!run.touched[t]) clearSNode(run, t);
+      int32_t tEnd = sym->snodeStart[t + 1];
+      int32_t m = 1;
+      while (p + m < k && upd[p + m] < tEnd) m++;
+      const int32_t* tl = sym->rowList + sym->rowBegin[t];
+      int32_t rt = laSNodeRows(sym, t);
+      int32_t pos = upd[p] - sym->snodeStart[t];
+      for (int32_t q = p; q < k; q++) {
+        pos = (int32_t)laSeekRow(tl, pos, rt, upd[q]);
+        rel[q] = pos;
+      }
+      ps.p = p;
+      ps.end = p + m;
+      ps.Ft = run.factor + sym->factorBegin[t];
+      ps.rt = rt;
+      ps.consecutive = rel[k - 1] - rel[p] == k - 1 - p;
     }
-    double* Ft = run.factor + sym->factorBegin[t];
-    (void)ct;
-    if (rel[k - 1] - rel[p] == k - 1 - p) {
-      int32_t base = rel[p];
-      for (int32_t u = p; u < p + m; u++) {
-        double* Fc = Ft + (int64_t)rel[u] * rt + base - p;
-        const double* Uc = U + (int64_t)u * k;
-        for (int32_t v = u; v < k; v++) Fc[v] -= Uc[v];
+    const double* Uc = run.U + (int64_t)u * k;
+    double* Fc = ps.Ft + (int64_t)rel[u] * ps.rt;
+    // The next target column is far away in memory, and its entries are
+    // asked for while this one is done.
+    const double* next = u + 1 < ps.end ? ps.Ft + (int64_t)rel[u + 1] * ps.rt : nullptr;
+    if (ps.consecutive) {
+      if (next) {
+        const double* head = next + rel[u + 1];
+        for (int32_t x = 0; x < 32; x += 8) __builtin_prefetch(head + x, 1);
+      }
+      double* __restrict f = Fc + rel[ps.p] - ps.p;
+      const double* __restrict uc = Uc;
+      for (int32_t v = u; v < k; v++) f[v] -= uc[v];
+    } else if (next) {
+      for (int32_t v = u; v < k; v++) {
+        __builtin_prefetch(next + rel[v], 1);
+        Fc[rel[v]] -= Uc[v];
       }
     } else {
-      for (int32_t u = p; u < p + m; u++) {
-        double* Fc = Ft + (int64_t)rel[u] * rt;
-        const double* Uc = U + (int64_t)u * k;
-        for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Uc[v];
-      }
+      for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Uc[v];
     }
-    p += m;
   }
 }
 
@@ -129,8 +146,20 @@ void factorBlock(FactorRun& run, double* P, int32_t rl, int32_t w, const int32_t
   LA_DenseLDLFactorize(run.tol, rl, w, P, rl, pivots, run.W, &run.perturbed, run.bufA, run.bufB);
   int32_t k = rl - w;
   if (k <= 0) return;
-  formUpdate(run, P, run.W, rl, w);
-  pushUpdate(run, rows + w, k);
+  PushState ps;
+  memset(&ps, 0, sizeof(ps));
+  if (w == 1) {
+    my_outer_prod(k, k, P + 1, run.W + 1, run.U);
+    pushColumns(run, ps, rows + w, k, 0, k);
+    return;
+  }
+  // Each strip of U goes out while it is still in cache; a large update
+  // made whole first would go to memory and back.
+  for (int32_t i0 = 0; i0 < k; i0 += KERNEL_BLOCK) {
+    int32_t jb = k - i0 < KERNEL_BLOCK ? k - i0 : KERNEL_BLOCK;
+    formUpdateStrip(run, P, run.W, rl, w, i0, jb);
+    pushColumns(run, ps, rows + w, k, i0, i0 + jb);
+  }
 }
 
 void factorSNode(FactorRun& run, const LAMatrix* lower, int32_t s) {

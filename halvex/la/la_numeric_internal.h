@@ -60,6 +60,26 @@ int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin
                LAEnv* env, LASymbolic* sym, LATriangularSolveFn solve, double* result, double* x,
                double* scratch);
 
+// First position from pos on in the ascending list[.. end) whose entry is
+// key or more (end if none).  The rows of an update are a sparse subset of
+// a large target's rows: steps that double, then a halving, instead of a
+// walk over every row in between.
+inline int64_t laSeekRow(const int32_t* list, int64_t pos, int64_t end, int32_t key) {
+  if (pos >= end || list[pos] >= key) return pos;
+  int64_t lo = pos, step = 1;
+  while (lo + step < end && list[lo + step] < key) {
+    lo += step;
+    step *= 2;
+  }
+  int64_t hi = lo + step < end ? lo + step : end;
+  while (hi - lo > 1) {
+    int64_t mid = lo + (hi - lo) / 2;
+    if (list[mid] < key) lo = mid;
+    else hi = mid;
+  }
+  return hi;
+}
+
 // ---- block storage of the threaded plan --------------------------------------------
 // Offset, inside supernode s's array, of entry (i, j): i a position in its
 // row list, j one of its columns, i >= j.  Narrow supernodes are one

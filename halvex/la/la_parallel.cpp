@@ -286,7 +286,19 @@ struct UpdateSource {
 
 void ConvertRowToColumnWise(int32_t triangular, int32_t rows, int32_t cols, const double* source,
                             double* target) {
-  for (int32_t i = 0; i < rows; i++) {
+  int32_t i = 0;
+  if (!triangular) {
+    // Eight rows at a time, so that each column of the target is written a
+    // whole cache line at once rather than one entry per line.
+    for (; i + 8 <= rows; i += 8) {
+      const double* r = source + (int64_t)i * cols;
+      for (int32_t j = 0; j < cols; j++) {
+        double* t = target + i + (int64_t)j * rows;
+        for (int32_t k = 0; k < 8; k++) t[k] = r[(int64_t)k * cols + j];
+      }
+    }
+  }
+  for (; i < rows; i++) {
     const double* row = source + (int64_t)i * cols;
     int32_t end = triangular ? min32(i + 1, cols) : cols;
     for (int32_t j = 0; j < end; j++) target[i + (int64_t)j * rows] = row[j];
@@ -301,11 +313,28 @@ int32_t ApplyUpdatesBlock(int32_t consecutive, int32_t diagonal, int32_t n1, int
   // second-part row y; the target is row-major, rows pos2, columns pos1.
   // On a diagonal piece the first part is also the head of the second, and
   // only x <= y + sourceOffset holds numbers.
+  //
+  // The target rows are far apart in memory, and a large target is not in
+  // cache: the lines of a row a few ahead are asked for while this one is
+  // done.
+  int32_t lo = consecutive ? firstPos : pos1[0];
+  int32_t hi = consecutive ? firstPos + n1 - 1 : pos1[n1 - 1];
   takeLock(lock);
+  const int32_t kRowsAhead = 6;
+  for (int32_t y = 0; y < kRowsAhead && y < n2; y++) {
+    const double* row = target + (int64_t)pos2[y] * targetWidth;
+    for (int32_t x = lo; x <= hi; x += 8) __builtin_prefetch(row + x, 1);
+    __builtin_prefetch(row + hi, 1);
+  }
   for (int32_t y = 0; y < n2; y++) {
     // The update area and the factor never overlap.
     const double* __restrict u = source + (int64_t)y * sourceStride;
     double* __restrict t = target + (int64_t)pos2[y] * targetWidth;
+    if (y + kRowsAhead < n2) {
+      const double* next = target + (int64_t)pos2[y + kRowsAhead] * targetWidth;
+      for (int32_t x = lo; x <= hi; x += 8) __builtin_prefetch(next + x, 1);
+      __builtin_prefetch(next + hi, 1);
+    }
     int32_t end = diagonal ? min32(n1, y + sourceOffset + 1) : n1;
     if (consecutive) {
       double* __restrict tc = t + firstPos;
@@ -374,6 +403,10 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
     bool consecutive = pos1[m1 - 1] - pos1[0] == m1 - 1;
     while (rp < rowEnd && rowList[rp] < blockFirst) rp++;
     double* CB = colBlockStart(g, nb, J);
+    // On demand, one product serves the pieces of all row blocks below: the
+    // rows from the first chunk on, as many as the update area holds.
+    int64_t madeBeg = 0, madeEnd = 0;
+    int64_t madeCap = onDemand ? ctx->updateDoubles / m1 : 0;
     int64_t tBase = g.rowBase;
     int64_t tpos = tBase + (int64_t)J * g.b.w;
     int64_t tEnd = g.rowBase + g.r;
@@ -387,7 +420,7 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
         int64_t chunkBeg = k;
         while (k < rowEnd && n2 < cap2) {
           int32_t r2 = rowList[k];
-          while (tpos < tEnd && rowList[tpos] < r2) tpos++;
+          tpos = laSeekRow(rowList, tpos, tEnd, r2);
           if (tpos == tEnd || rowList[tpos] != r2 || tpos >= blockRowEnd) break;
           pos2[n2++] = (int32_t)(tpos - tBase - (int64_t)J * g.b.w);
           k++;
@@ -399,7 +432,13 @@ int32_t applyUpdates(LAThreadContext* ctx, int64_t colBeg, int64_t colEnd, int64
         // With coinciding ranges, x <= y + offset marks the lower triangle.
         int32_t offset = (int32_t)(chunkBeg - p);
         if (onDemand) {
-          piece = makePiece(ctx, src, p, q, chunkBeg, k);
+          if (chunkBeg < madeBeg || k > madeEnd) {
+            madeBeg = chunkBeg;
+            // A chunk stays inside one row block, which the area holds.
+            madeEnd = rowEnd - chunkBeg > madeCap ? chunkBeg + madeCap : rowEnd;
+            makePiece(ctx, src, p, q, madeBeg, madeEnd);
+          }
+          piece = ctx->U + (chunkBeg - madeBeg) * m1;
           stride = m1;
         } else {
           piece = src.U + (p - src.colBeg) + (chunkBeg - src.rowBeg) * src.ldu;
@@ -487,6 +526,71 @@ namespace {
 
 int64_t populateMain(void* arg) { return PopulateSNodes(static_cast<LAPopulateRange*>(arg)); }
 
+// B (m rows by the n columns of a factored diagonal block F) := B L^-T D^-1
+// in place, and W := B L^-T: the row solve of a block below the diagonal.
+// Done column by column, each column a rank-one update of all the columns
+// behind it, this runs at the speed of memory.  Here every interchange of
+// the block is applied to B first, and each one also to the rows of L's
+// earlier columns, which it had not touched: then the substitution is one
+// unit lower triangular solve that the blocked kernel does from cache.  The
+// products are the same; only the order of summation differs.  Lt (n by n,
+// leading dimension ldl) is scratch for that L.  The result goes to out
+// (leading dimension ldo), which may be B itself.
+void solveBelowDiagonal(LAThreadContext* ctx, int32_t m, int32_t n, const double* F, int32_t ldf,
+                        const int32_t* pivots, double* B, int32_t ldb, double* W, int32_t ldw,
+                        double* Lt, int32_t ldl, double* out, int32_t ldo) {
+  auto col = [](double* A, int32_t ld, int32_t j) { return A + (int64_t)j * ld; };
+  for (int32_t j = 0; j < n; j++) {
+    double* l = col(Lt, ldl, j);
+    const double* f = F + (int64_t)j * ldf;
+    l[j] = 1.0;
+    for (int32_t i = j + 1; i < n; i++) l[i] = f[i];
+  }
+  for (int32_t k = 0; k < n;) {
+    int32_t step = pivots[k] >= 0 ? 1 : 2;
+    int32_t kk = k + step - 1, p = step == 1 ? pivots[k] : -pivots[k];
+    // The second column of a 2x2 pivot holds D, not L.
+    if (step == 2) col(Lt, ldl, k)[k + 1] = 0.0;
+    if (p != kk) {
+      my_dswap_one(m, col(B, ldb, kk), col(B, ldb, p));
+      for (int32_t j = 0; j < k; j++) {
+        double* l = col(Lt, ldl, j);
+        double t = l[kk];
+        l[kk] = l[p];
+        l[p] = t;
+      }
+    }
+    k += step;
+  }
+  int mm = m, nn = n, ldL = ldl, ldB = ldb;
+  double one = 1.0;
+  my_dtrsm_RLTN("R", "L", "T", "U", &mm, &nn, &one, Lt, &ldL, B, &ldB, ctx->packBuffer,
+                ctx->panelBuffer);
+  for (int32_t j = 0; j < n;) {
+    const double* b0 = col(B, ldb, j);
+    double* o0 = col(out, ldo, j);
+    memcpy(col(W, ldw, j), b0, sizeof(double) * (size_t)m);
+    if (pivots[j] >= 0) {
+      double r = 1.0 / F[j + (int64_t)j * ldf];
+      for (int32_t i = 0; i < m; i++) o0[i] = b0[i] * r;
+      j += 1;
+      continue;
+    }
+    const double* b1 = col(B, ldb, j + 1);
+    double* o1 = col(out, ldo, j + 1);
+    memcpy(col(W, ldw, j + 1), b1, sizeof(double) * (size_t)m);
+    double d = F[j + 1 + (int64_t)j * ldf];
+    double a = F[j + (int64_t)j * ldf] / d, b = F[j + 1 + (int64_t)(j + 1) * ldf] / d;
+    double den = a * b - 1.0;
+    for (int32_t i = 0; i < m; i++) {
+      double t0 = b0[i] / d, t1 = b1[i] / d;
+      o0[i] = (b * t0 - t1) / den;
+      o1[i] = (t1 * a - t0) / den;
+    }
+    j += 2;
+  }
+}
+
 // Type 0.
 int32_t factorTask(LAThreadContext* ctx, const LATaskRecord* run, Ready* ready) {
   LASymbolic* sym = ctx->sym;
@@ -513,7 +617,10 @@ int32_t factorTask(LAThreadContext* ctx, const LATaskRecord* run, Ready* ready) 
   if (extra > 0) {
     int32_t status = takeSlot(ctx, g.b.nrb - J, &slot);
     if (status) return status;
-    SolveLD(extra, w, ctx->U, hd, pivots, ctx->U + w, hd, slotData(ctx, slot) + w, nb);
+    // L goes to the slot's rows above the ones that receive W.
+    double* sd = slotData(ctx, slot);
+    solveBelowDiagonal(ctx, extra, w, ctx->U, hd, pivots, ctx->U + w, hd, sd + w, nb, sd, nb,
+                       ctx->U + w, hd);
   }
   memcpy(D, ctx->U, sizeof(double) * (size_t)hd * w);
   if (extra > 0) {
@@ -554,8 +661,11 @@ int32_t SolveTask(LATaskRecord* run, LAThreadContext* ctx) {
   const double* D = blockAt(g, nb, J, J);
   int32_t hd = rowBlockHeight(g, J);
   ConvertRowToColumnWise(0, height, w, B, ctx->U);
-  SolveLD(height, w, D, hd, sym->pivots + g.first + J * nb, ctx->U, height, slotData(ctx, k), nb);
-  memcpy(B, ctx->U, sizeof(double) * (size_t)height * w);
+  // The slot holds the solve's L until W overwrites it; the result goes
+  // straight back to the block, column-major.
+  double* sd = slotData(ctx, k);
+  solveBelowDiagonal(ctx, height, w, D, hd, sym->pivots + g.first + J * nb, ctx->U, height, sd, nb,
+                     sd, nb, B, height);
 
   Ready ready = {run, false};
   run->type = TASK_NONE;
@@ -677,6 +787,9 @@ inline int64_t loadCell(volatile int64_t* cell) {
 // counts and the walk disagree, and waiting on would hang.
 bool stuck(LAThreadContext* ctx) {
   if (__atomic_load_n(ctx->nextLeaf, __ATOMIC_SEQ_CST) < ctx->numLeaves) return false;
+  // A thread at work is the common answer, and it needs no lock: the
+  // poller must not take the queue's lock from the workers on every turn.
+  if (loadCell(ctx->busy) != 0) return false;
   LATaskQueue* q = ctx->queue;
   takeLock(q->lock);
   bool none = q->queued == 0 && loadCell(ctx->busy) == 0;
@@ -890,6 +1003,7 @@ int32_t NumericLDLParallel(LAEnv* env, LASymbolic* sym, LANumeric* num) {
       c->work = reinterpret_cast<double*>(slice(i));
       c->U = c->work;
       c->W = c->U + sym->updateBufferSize;
+      c->updateDoubles = sym->updateBufferSize;
       c->sym = sym;
       c->relIndex = relOf(i);
       c->relEntries = (int32_t)relEntries;

@@ -74,6 +74,7 @@ struct LAThreadContext {
   double* U;
   double* W;
   int32_t relEntries;
+  int64_t updateDoubles;    // size of U
   int32_t* nextLeaf;
   volatile int64_t* busy;   // threads inside a task; all idle with work left is a bad count
   LASlotSpace* slots;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "la/la_internal.h"
+#include "la/la_numeric_internal.h"
 
 namespace {
 
@@ -198,7 +199,7 @@ int32_t CountUpdateWalk(const LASymbolic* sym, int64_t colBeg, int64_t colEnd, i
     int32_t* deps = sym->blockDepsInit[t];
     for (int64_t k = rp; k < rowEnd; k++) {
       int32_t row2 = rowList[k];
-      while (tpos < tEnd && rowList[tpos] < row2) tpos++;
+      tpos = laSeekRow(rowList, tpos, tEnd, row2);
       if (tpos == tEnd || rowList[tpos] != row2) return LA_ERR_INTERNAL;
       int32_t I = (int32_t)((tpos - tBase) / b.h);
       if (I != lastI) {

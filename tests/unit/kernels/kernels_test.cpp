@@ -95,6 +95,7 @@ const double* place(std::vector<double>& store, const std::vector<double>& v, in
 TEST(KernelPanel, BothPathsMatchReferenceForAllShapesAndAlignments) {
   std::vector<std::pair<const char*, PanelFn>> paths = {{"portable", hxk::panelUpdatePortable}};
   if (hxk::avx2Available()) paths.push_back({"avx2", hxk::panelUpdateAvx2});
+  if (hxk::avx512Available()) paths.push_back({"avx512", hxk::panelUpdateAvx512});
   std::mt19937 rng(1);
   const int dims[][3] = {{0, 4, 4}, {4, 0, 4},   {4, 4, 0},    {1, 1, 1},   {5, 7, 3},   {7, 5, 2},
                          {6, 9, 13}, {96, 96, 96}, {13, 50, 95}, {96, 200, 61}, {3, 26, 97 - 1}};
