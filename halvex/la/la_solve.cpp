@@ -16,8 +16,17 @@ namespace {
 #define LA_SWEEP_CLONES __attribute__((target_clones("arch=haswell", "default")))
 // The work on one supernode is kept out of the loop over the supernodes,
 // which is then small enough to hold its pointers in registers.
+// clang refuses noinline beside target_clones and never inlines a
+// multi-versioned function anyway.
+#if defined(__clang__)
+#define LA_SWEEP_OUTLINE __attribute__((target_clones("arch=haswell", "default")))
+#define LA_SHUFFLE(a, b, i0, i1, i2, i3) __builtin_shufflevector(a, b, i0, i1, i2, i3)
+#else
 #define LA_SWEEP_OUTLINE \
   __attribute__((noinline, target_clones("arch=haswell", "default")))
+#define LA_SHUFFLE(a, b, i0, i1, i2, i3) \
+  __builtin_shuffle(a, b, (long long __attribute__((vector_size(32)))){i0, i1, i2, i3})
+#endif
 
 // Gathers through an index list, one instruction per four values where
 // the processor has them.  Called, not inlined, from the sweeps of either
@@ -91,12 +100,9 @@ LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
     }
     if (G == 4) {
       // The four sums reduced together, each in the same order as alone.
-      typedef long long v4l __attribute__((vector_size(32)));
-      v4d a = __builtin_shuffle(s[0], s[1 % G], (v4l){0, 4, 2, 6}) +
-              __builtin_shuffle(s[0], s[1 % G], (v4l){1, 5, 3, 7});
-      v4d b = __builtin_shuffle(s[2 % G], s[3 % G], (v4l){0, 4, 2, 6}) +
-              __builtin_shuffle(s[2 % G], s[3 % G], (v4l){1, 5, 3, 7});
-      v4d u = __builtin_shuffle(a, b, (v4l){0, 1, 4, 5}) + __builtin_shuffle(a, b, (v4l){2, 3, 6, 7});
+      v4d a = LA_SHUFFLE(s[0], s[1 % G], 0, 4, 2, 6) + LA_SHUFFLE(s[0], s[1 % G], 1, 5, 3, 7);
+      v4d b = LA_SHUFFLE(s[2 % G], s[3 % G], 0, 4, 2, 6) + LA_SHUFFLE(s[2 % G], s[3 % G], 1, 5, 3, 7);
+      v4d u = LA_SHUFFLE(a, b, 0, 1, 4, 5) + LA_SHUFFLE(a, b, 2, 3, 6, 7);
       for (int c = 0; c < G; c++) t[c] = u[c];
     } else {
       for (int c = 0; c < G; c++) t[c] = (s[c][0] + s[c][1]) + (s[c][2] + s[c][3]);
