@@ -12,7 +12,7 @@ here="$(cd "$(dirname "$0")" && pwd)"
 repo="$(dirname "$here")"
 build="${1:-$repo/build}"
 limit="${2:-300}"
-shift 2 2>/dev/null || shift $#
+if [ $# -ge 2 ]; then shift 2; else shift $#; fi
 sets="${*:-netlib maros}"
 data="${HALVEX_DATA:-$repo/../shared/data}"
 

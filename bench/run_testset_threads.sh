@@ -12,7 +12,7 @@ here="$(cd "$(dirname "$0")" && pwd)"
 repo="$(dirname "$here")"
 build="${1:-$repo/build}"
 reps="${2:-1}"
-shift 2 2>/dev/null || shift $#
+if [ $# -ge 2 ]; then shift 2; else shift $#; fi
 data="${HALVEX_DATA:-$repo/../shared/data}"
 if [ ! -x "$build/halvex" ]; then
   echo "no halvex command in $build: build the target halvex_cli first" >&2
