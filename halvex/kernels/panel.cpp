@@ -197,7 +197,9 @@ __attribute__((target("avx2,fma"))) void panelUpdateAvx2(double* C, int ldc, con
 // GCC 12 takes the undefined pass-through value inside its AVX-512
 // intrinsics for an uninitialised variable.
 #pragma GCC diagnostic push
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 // Eight panel rows turned into k vectors of eight lanes: out[q*8 + r] =
 // p[r][q].  Rows past `rows` become zeros, and so do the values past k.

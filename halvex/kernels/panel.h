@@ -5,6 +5,8 @@
 
 #include <stddef.h>
 
+#include "kernels/cpu.h"
+
 namespace hxk {
 
 constexpr int kBlock = 96;
@@ -28,8 +30,6 @@ void panelUpdateAvx2(double* C, int ldc, const double* pA, const double* pB, int
                      int k, bool minus, PanelShape shape);
 void panelUpdateAvx512(double* C, int ldc, const double* pA, const double* pB, int m, int n,
                        int k, bool minus, PanelShape shape);
-bool avx2Available();
-bool avx512Available();
 
 // Right-side solve of one group of g <= kRightGroupMax columns over a block
 // of rows: X (rows by g) with X T^T = B, T lower, t[a*96 + q] = T(a, q).  B

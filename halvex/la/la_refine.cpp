@@ -5,6 +5,7 @@
 #include <math.h>
 #include <string.h>
 
+#include "kernels/cpu.h"
 #include "kernels/kernels.h"
 #include "la/la_numeric_internal.h"
 
@@ -179,14 +180,9 @@ void multiplyPlain(int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
   }
 }
 
-bool haveGather() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-}
-
 void multiply(int32_t n, const int32_t* colBegin, const int32_t* rowIndex, const double* value,
               const double* z, double* w) {
-  static const bool avx2 = haveGather();
+  static const bool avx2 = hxk::avx2Available();
   (avx2 ? multiplyAvx2 : multiplyPlain)(n, colBegin, rowIndex, value, z, w);
 }
 

@@ -4,6 +4,7 @@
 #include <math.h>
 #include <string.h>
 
+#include "kernels/cpu.h"
 #include "kernels/kernels.h"
 #include "la/la_numeric_internal.h"
 
@@ -41,11 +42,6 @@ __attribute__((target("avx2"))) void gatherAvx2(int32_t n, const int32_t* __rest
     _mm256_storeu_pd(dst + i, _mm256_mask_i32gather_pd(_mm256_setzero_pd(), src, k, all, 8));
   }
   for (; i < n; i++) dst[i] = src[idx[i]];
-}
-
-bool haveGather() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2");
 }
 
 // dst[i] = src[idx[i]] for n values.
@@ -815,7 +811,7 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 // storage of the sequential path and blockSize for the block storage.
 LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
                                         int32_t nb) {
-  static const bool avx2 = haveGather();
+  static const bool avx2 = hxk::avx2Available();
   int32_t n = sym->n;
   if (mode == 0) gather(avx2, n, sym->perm, a, b);
   const int32_t* start = sym->snodeStart;
