@@ -13,6 +13,8 @@
 # times from a native run; instructions come from valgrind's callgrind, one
 # run per section (--count tri, --count refined), totals over the whole
 # interior-point run divided by the solves.  One BLAS thread throughout.
+# With HALVEX_BENCH_ORDERING=M both versions order alike and the tables go
+# to results/solve_orderingM.{csv,md}.
 #
 # Callgrind runs the whole iteration, so the counted runs take long on big
 # problems: COUNT_NAMES (default: the same problems) names the problems that
@@ -80,9 +82,11 @@ fi
 
 mkdir -p "$here/results"
 machine="$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(getconf _NPROCESSORS_ONLN) cores"
-python3 - "$work" "$here/results/solve" "$machine" "${base_ref:-}" <<'PY'
+ordering="${HALVEX_BENCH_ORDERING:-}"
+prefix="$here/results/solve${ordering:+_ordering$ordering}"
+python3 - "$work" "$prefix" "$machine" "${base_ref:-}" "$ordering" <<'PY'
 import csv, glob, math, os, re, sys, time
-work, prefix, machine, base_ref = sys.argv[1:5]
+work, prefix, machine, base_ref, ordering = sys.argv[1:6]
 
 def instructions(directory, section):
     """Totals of the per-problem dumps of one callgrind run, by problem."""
@@ -157,6 +161,10 @@ with open(prefix + ".md", "w") as f:
             "Instructions: callgrind totals over the run divided by the solves. "
             "Times: thread CPU time per solve, native run on a shared machine (noisy). "
             "*steps*: triangular solves that FGMRES makes per solve call.\n\n")
+    if ordering:
+        f.write("Every analysis of both versions used ordering method %s "
+                "(HALVEX_BENCH_ORDERING) in place of the automatic choice, so that both "
+                "solve on the same factors.\n\n" % ordering)
     if "before" in versions:
         f.write("before: commit %s, its default build; after: this tree, its default "
                 "build. x = before / after.\n\n" % base_ref)
@@ -192,4 +200,4 @@ with open(prefix + ".md", "w") as f:
                 p, e["n"], e["factor"], a["steps"], num(a["tri_i"]), num(a["ref_i"]),
                 a["tri_s"], a["ref_s"]))
 PY
-echo "wrote $here/results/solve.csv and solve.md"
+echo "wrote $prefix.csv and $prefix.md"

@@ -15,6 +15,53 @@ inline const double* at(const double* A, int64_t lda, int64_t i, int64_t j) {
 
 const int kOne = 1;
 
+// The rows below the block of the panel's kb done columns.  Column k there
+// is its unreduced part minus L(below, 0:k) W(k, 0:k)', as the panel forms
+// it within the block; the reduced column goes to W (which keeps L D for
+// the update of the factor) and L from it as in the panel.  Columns go in
+// groups: one matrix product brings a group up to date from the columns
+// before it, and matrix-vector products over the group's own columns
+// finish it column by column.  A(0, 0) of the panel is Ad (for its D).
+void formBelow(int32_t mb, int32_t kb, double* AB, int32_t lda, double* W, int32_t ldw,
+               const int32_t* pivots, const double* Ad) {
+  constexpr int32_t kGroup = 16;
+  double* WB = W + (AB - Ad);  // the same rows of W
+  for (int32_t k0 = 0; k0 < kb;) {
+    int32_t k1 = k0;
+    while (k1 < kb && k1 - k0 < kGroup) k1 += pivots[k1] >= 0 ? 1 : 2;
+    for (int32_t j = k0; j < k1; j++)
+      memcpy(at(WB, ldw, 0, j), at(AB, lda, 0, j), sizeof(double) * (size_t)mb);
+    if (k0 > 0)
+      laGemmNT(mb, k1 - k0, k0, -1.0, AB, lda, at(W, ldw, k0, 0), ldw, 1.0, at(WB, ldw, 0, k0),
+               ldw);
+    for (int32_t k = k0; k < k1;) {
+      int32_t step = pivots[k] >= 0 ? 1 : 2;
+      for (int32_t c = k; c < k + step && k > k0; c++)
+        laGemv('N', mb, k - k0, -1.0, at(AB, lda, 0, k0), lda, at(W, ldw, c, k0), 1.0,
+               at(WB, ldw, 0, c), ldw);
+      if (step == 1) {
+        memcpy(at(AB, lda, 0, k), at(WB, ldw, 0, k), sizeof(double) * (size_t)mb);
+        my_dscal(1.0 / *at(Ad, lda, k, k), mb, at(AB, lda, 0, k), 1);
+      } else {
+        double d21 = *at(W, ldw, k + 1, k);
+        double d11 = *at(W, ldw, k + 1, k + 1) / d21;
+        double d22 = *at(W, ldw, k, k) / d21;
+        double t = 1.0 / (d21 * (d11 * d22 - 1.0));
+        const double* w0 = at(WB, ldw, 0, k);
+        const double* w1 = at(WB, ldw, 0, k + 1);
+        double* a0 = at(AB, lda, 0, k);
+        double* a1 = at(AB, lda, 0, k + 1);
+        for (int32_t j = 0; j < mb; j++) {
+          a0[j] = t * (d11 * w0[j] - w1[j]);
+          a1[j] = t * (d22 * w1[j] - w0[j]);
+        }
+      }
+      k += step;
+    }
+    k0 = k1;
+  }
+}
+
 }  // namespace
 
 void laGemmNT(int m, int n, int k, double alpha, const double* A, int lda, const double* B,
@@ -36,9 +83,13 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
   const double alpha = LA_BK_ALPHA;
   // A 2x2 step needs a second W column, so a wide block stops one short.
   int32_t kMax = n <= KERNEL_BLOCK ? n : KERNEL_BLOCK - 1;
+  // The rows from n down are never pivot candidates: the loop forms only
+  // the block's rows of each column, and their part of the columns is
+  // formed after it by matrix products (formBelow), where one
+  // matrix-vector product per column would stream the whole panel.
   int32_t k = 0;
   while (k < kMax) {
-    int32_t len = m - k;
+    int32_t len = n - k;
     // 1. The current column, brought up to date from the done columns.
     memcpy(at(W, ldw, k, k), at(A, lda, k, k), sizeof(double) * (size_t)len);
     if (k > 0) laGemv('N', len, k, -1.0, at(A, lda, k, 0), lda, at(W, ldw, k, 0), 1.0,
@@ -62,7 +113,7 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
       // 4. Column imax decides between a swap and a 2x2 pivot.
       double* wk1 = at(W, ldw, 0, k + 1);
       for (int32_t i = k; i < imax; i++) wk1[i] = *at(A, lda, imax, i);
-      memcpy(wk1 + imax, at(A, lda, imax, imax), sizeof(double) * (size_t)(m - imax));
+      memcpy(wk1 + imax, at(A, lda, imax, imax), sizeof(double) * (size_t)(n - imax));
       if (k > 0) laGemv('N', len, k, -1.0, at(A, lda, k, 0), lda, at(W, ldw, imax, 0), 1.0, wk1 + k,
                         ldw);
       double rowmax = 0.0;
@@ -89,14 +140,17 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
     if (kp != kk) {
       *at(A, lda, kp, k) = *at(A, lda, kk, k);
       for (int32_t i = k + 1; i < kp; i++) *at(A, lda, kp, i) = *at(A, lda, i, kk);
-      memmove(at(A, lda, kp, kp), at(A, lda, kp, kk), sizeof(double) * (size_t)(m - kp));
+      memmove(at(A, lda, kp, kp), at(A, lda, kp, kk), sizeof(double) * (size_t)(n - kp));
+      // Below the block the two columns are still unreduced: they trade
+      // places, and each is reduced at its new position.
+      if (m > n) my_dswap_one(m - n, at(A, lda, n, kk), at(A, lda, n, kp));
       if (kk > 0) my_dswap(kk, at(A, lda, kk, 0), lda, at(A, lda, kp, 0), lda);
       my_dswap(kk + 1, at(W, ldw, kk, 0), ldw, at(W, ldw, kp, 0), ldw);
     }
     if (kstep == 1) {
       // 6. L from the updated column.
       memcpy(at(A, lda, k, k), at(W, ldw, k, k), sizeof(double) * (size_t)len);
-      if (k < m - 1) my_dscal(1.0 / *at(A, lda, k, k), m - k - 1, at(A, lda, k + 1, k), 1);
+      if (k < n - 1) my_dscal(1.0 / *at(A, lda, k, k), n - k - 1, at(A, lda, k + 1, k), 1);
       pivots[k] = kp;
     } else {
       // 7. The two L columns of a 2x2 pivot, from W by the block inverse.
@@ -109,7 +163,7 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
         const double* w1 = at(W, ldw, 0, k + 1);
         double* a0 = at(A, lda, 0, k);
         double* a1 = at(A, lda, 0, k + 1);
-        for (int32_t j = k + 2; j < m; j++) {
+        for (int32_t j = k + 2; j < n; j++) {
           a0[j] = t * (d11 * w0[j] - w1[j]);
           a1[j] = t * (d22 * w1[j] - w0[j]);
         }
@@ -122,6 +176,7 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
     k += kstep;
   }
   int32_t kb = k;
+  if (m > n) formBelow(m - n, kb, A + n, lda, W, ldw, pivots, A);
 
   // Trailing columns of the block, level 3, in strips of the kernel width.
   for (int32_t j = kb; j < n; j += KERNEL_BLOCK) {
