@@ -16,6 +16,7 @@
 #include "frame/entry.h"
 #include "host/host.h"
 #include "records/lpdriver.h"
+#include "siblings/fennick/factor.h"
 #include "siblings/fennick/fennick.h"
 #include "support/dense_ref.h"
 #include "support/lp_builder.h"
@@ -178,6 +179,38 @@ TestLP randomLP(std::mt19937& rng, int m, int n) {
     lp.addCol(std::round(u(rng) * 10.0), xs[j] - 3.0 - std::fabs(u(rng)),
               xs[j] + 3.0 + std::fabs(u(rng)), cols[j]);
   return lp;
+}
+
+// The btran after many updates against the updated matrix, from unit rows
+// (the row-wise walk over the etas) and from dense vectors.
+TEST(FennickFactor, BtranAfterUpdatesSolvesTheUpdatedMatrix) {
+  const int32_t m = 40;
+  std::mt19937 rng(7);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  hxtest::Dense bt(m, hxtest::Vec(m, 0.0));  // B by columns: B' by rows
+  fennick::Vec<int32_t> start(1, 0), index, dep1, dep2;
+  fennick::Vec<double> value;
+  for (int32_t j = 0; j < m; j++, start.push_back((int32_t)index.size()))
+    for (int32_t i = 0; i < m; i++)
+      if ((bt[j][i] = i == j ? 4.0 : rng() % 10 ? 0.0 : u(rng)) != 0.0)
+        index.push_back(i), value.push_back(bt[j][i]);
+  fennick::BasisFactor f;
+  ASSERT_EQ(f.factor(m, start, index, value, &dep1, &dep2), 0);
+  for (int32_t k = 0; k < 3 * m; k++) {
+    const int32_t r = (int32_t)(rng() % m);
+    hxtest::Vec a(m), unit(m, 0.0), dense(m), alpha;
+    for (int32_t i = 0; i < m; i++) a[i] = (i == r) * 2.0 + (rng() % 4 ? 0.0 : u(rng)), dense[i] = u(rng);
+    f.ftran((alpha = a).data());
+    if (std::fabs(alpha[r]) < 0.5) continue;
+    f.update(r, alpha.data());
+    bt[r] = a;
+    unit[k % m] = 1.0;
+    for (const hxtest::Vec* rhs : {&unit, &dense}) {
+      hxtest::Vec y = *rhs;
+      f.btran(y.data());
+      EXPECT_LT(hxtest::residual(bt, y, *rhs), 1e-9) << "update " << k;
+    }
+  }
 }
 
 TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
