@@ -33,6 +33,9 @@ constexpr double kInfinity = 1e20;
 // since the btran meets only the etas in the rows it reaches: at 100,
 // dfl001 spent a third of its instructions in KLU.
 constexpr int32_t kRefactorEvery = 200;
+// The push solves columns only, and the ftran meets every eta: pilot and
+// pilotnov push fastest between factors of 100 updates.
+constexpr int32_t kPushRefactorEvery = 100;
 constexpr double kPivotTol = 1e-7;  // smallest |alpha| accepted as a pivot
 constexpr int32_t kStallBeforePerturb = 60;
 // A stall after the costs came back gets a fresh perturbation, a few times.
@@ -706,7 +709,7 @@ int32_t Simplex::push() {
     const int32_t j = order[k];
     if (state_[j] != kSuper) continue;
     if ((k & 63) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
-    if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
+    if (factor_.numUpdates() >= kPushRefactorEvery || factor_.outgrown()) {
       const int32_t rc = refactor(true);
       if (rc != 0) return rc;
       if (state_[j] != kSuper) continue;
