@@ -40,6 +40,7 @@ int BasisFactor::factor(int32_t m, const Vec<int32_t>& start,
   etaOf_.clear();
   etaNextInRow_.clear();
   rowLast_.assign(m, -1);
+  rowLinked_ = 0;
   dependentPosition->clear();
   dependentRow->clear();
   m_ = m;
@@ -182,6 +183,16 @@ void BasisFactor::btranEtas(double* v) const {
     }
     return;
   }
+  // The rows of the etas since the last btran (the push makes only ftrans).
+  etaOf_.resize(etaIndex_.size());
+  etaNextInRow_.resize(etaIndex_.size());
+  for (; rowLinked_ < etas; rowLinked_++)
+    for (int32_t p = etaStart_[rowLinked_]; p < etaStart_[rowLinked_ + 1]; p++) {
+      const int32_t i = etaIndex_[p];
+      etaNextInRow_[p] = rowLast_[i];
+      rowLast_[i] = p;
+      etaOf_[p] = rowLinked_;
+    }
   etaDot_.assign(etas, 0.0);
   for (const int32_t i : nonzero_) {
     const double x = v[i];
@@ -235,9 +246,6 @@ void BasisFactor::update(int32_t r, const double* alpha) {
   etaPivot_.push_back(alpha[r]);
   for (int32_t i = 0; i < m_; i++) {
     if (i == r || std::fabs(alpha[i]) < kEtaDrop) continue;
-    etaNextInRow_.push_back(rowLast_[i]);
-    rowLast_[i] = (int32_t)etaIndex_.size();
-    etaOf_.push_back((int32_t)etaPivotRow_.size() - 1);
     etaIndex_.push_back(i);
     etaValue_.push_back(alpha[i]);
   }

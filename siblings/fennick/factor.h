@@ -76,8 +76,11 @@ class BasisFactor {
   // The eta file by rows as well, for the btran: each entry links to the
   // entry of the same row in the eta before, rowLast_ holds the newest.
   // A btran from a sparse vector (a unit row, the usual case) then meets
-  // only the eta entries in its nonzero rows, not the whole file.
-  Vec<int32_t> etaOf_, etaNextInRow_, rowLast_;
+  // only the eta entries in its nonzero rows, not the whole file.  The
+  // links are made by the first such btran after an update, for the etas
+  // up to then (rowLinked_ of them so far).
+  mutable Vec<int32_t> etaOf_, etaNextInRow_, rowLast_;
+  mutable int32_t rowLinked_ = 0;
   mutable Vec<double> etaDot_;
   mutable Vec<int32_t> nonzero_;
 };
