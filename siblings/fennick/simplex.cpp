@@ -260,7 +260,7 @@ void Simplex::setup(const double* x0, const double* y0, const double* z0) {
 int32_t Simplex::refactor(bool keepBasics) {
   // The factor of this very basis, without updates: nothing to do but the
   // basic values (after an optimal run the polish and the vertex would
-  // otherwise factor the same basis twice more; maros-r7 crosses over with
+  // otherwise factor the same basis again; maros-r7 crosses over with
   // no pivot at all).
   if (factor_.numUpdates() == 0 && factoredHead_ == head_) {
     if (!keepBasics) computeBasics();
