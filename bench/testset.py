@@ -294,13 +294,15 @@ def highs_one(path, time_limit, method="highs"):
 # ---- the solvers -------------------------------------------------------------------------
 
 
-def run_halvex(exe, path, time_limit, workdir, crossover=True):
+def run_halvex(exe, path, time_limit, workdir, crossover=True, threads=None):
     out = os.path.join(workdir, "halvex.json")
     if os.path.exists(out):
         os.remove(out)
     cmd = [exe, "solve", path, "--json", out, "--print-level", "0",
            "--time-limit", str(time_limit), "--timer", "real",
            "--crossover", "on" if crossover else "off"]
+    if threads:
+        cmd += ["--threads", str(threads)]
     t0 = time.perf_counter()
     try:
         subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -404,7 +406,7 @@ def fmt(v, spec):
     return format(v, spec)
 
 
-def write_tables(results, solvers, out_prefix, title, time_limit):
+def write_tables(results, solvers, out_prefix, title, time_limit, threads=None):
     peers = [s for s in solvers if s != "halvex"]
     header = ["problem", "reference"]
     for s in solvers:
@@ -446,7 +448,8 @@ def write_tables(results, solvers, out_prefix, title, time_limit):
              "2-core machine, shared with other work. Times are each solver's own solve "
              "time in seconds (file reading left out). Success: status optimal (or "
              "acceptable) and relative objective error at most 1e-6. The ratio is halvex's "
-             "time over the peer's (below 1: halvex faster)." % time_limit, ""]
+             "time over the peer's (below 1: halvex faster)." % time_limit
+             + (" halvex ran with --threads %d." % threads if threads else ""), ""]
     cols = ["problem"]
     for s in solvers:
         cols += [s + " status", s + " err", s + " it", s + " time"]
@@ -534,6 +537,8 @@ def main():
     ap.add_argument("--solvers", default="halvex,clp,highs")
     ap.add_argument("--no-crossover", action="store_true",
                     help="halvex stops at the interior point")
+    ap.add_argument("--threads", type=int, default=None,
+                    help="threads of halvex's factorisation (default: the command's, the cores)")
     ap.add_argument("names", nargs="*")
     a = ap.parse_args()
     solvers = [s for s in a.solvers.split(",") if s]
@@ -552,7 +557,8 @@ def main():
             res = {}
             for s in solvers:
                 if s == "halvex":
-                    r = run_halvex(a.halvex, path, a.time_limit, work, not a.no_crossover)
+                    r = run_halvex(a.halvex, path, a.time_limit, work, not a.no_crossover,
+                                  a.threads)
                 elif s == "clp":
                     r = run_clp(path, a.time_limit, work)
                 elif s == "highs":
@@ -568,7 +574,8 @@ def main():
                 "%s %s %s %s" % (s, res[s].get("status"), fmt(res[s].get("err"), ".1e"),
                                  fmt(res[s].get("time"), ".3f")) for s in solvers), flush=True)
             write_tables(results, solvers, a.out,
-                         "Test set %s: halvex against its peers" % a.set, a.time_limit)
+                         "Test set %s: halvex against its peers" % a.set, a.time_limit,
+                         a.threads)
     return 0
 
 

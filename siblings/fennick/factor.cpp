@@ -37,6 +37,10 @@ int BasisFactor::factor(int32_t m, const Vec<int32_t>& start,
   etaIndex_.clear();
   etaPivot_.clear();
   etaValue_.clear();
+  etaOf_.clear();
+  etaNextInRow_.clear();
+  rowLast_.assign(m, -1);
+  rowLinked_ = 0;
   dependentPosition->clear();
   dependentRow->clear();
   m_ = m;
@@ -159,15 +163,57 @@ void BasisFactor::ftran(double* v) const {
   }
 }
 
+// The etas of the btran, newest first: eta e sets v_r = (v_r - eta_e' v) / pivot.
+// From a sparse v the dot products are gathered by rows instead: each
+// nonzero of v adds its share to the etas that hold its row, and a change
+// of v_r at eta e to the older etas that hold row r.
+void BasisFactor::btranEtas(double* v) const {
+  const int32_t etas = (int32_t)etaPivotRow_.size();
+  if (etas == 0) return;
+  nonzero_.clear();
+  for (int32_t i = 0; i < m_; i++)
+    if (v[i] != 0.0) nonzero_.push_back(i);
+  // Dense: the row-wise walk costs more than the plain dot products.
+  if ((int64_t)nonzero_.size() * 4 > m_) {
+    for (int32_t e = etas - 1; e >= 0; e--) {
+      const int32_t r = etaPivotRow_[e];
+      double s = v[r];
+      for (int32_t p = etaStart_[e]; p < etaStart_[e + 1]; p++) s -= etaValue_[p] * v[etaIndex_[p]];
+      v[r] = s / etaPivot_[e];
+    }
+    return;
+  }
+  // The rows of the etas since the last btran (the push makes only ftrans).
+  etaOf_.resize(etaIndex_.size());
+  etaNextInRow_.resize(etaIndex_.size());
+  for (; rowLinked_ < etas; rowLinked_++)
+    for (int32_t p = etaStart_[rowLinked_]; p < etaStart_[rowLinked_ + 1]; p++) {
+      const int32_t i = etaIndex_[p];
+      etaNextInRow_[p] = rowLast_[i];
+      rowLast_[i] = p;
+      etaOf_[p] = rowLinked_;
+    }
+  etaDot_.assign(etas, 0.0);
+  for (const int32_t i : nonzero_) {
+    const double x = v[i];
+    for (int32_t p = rowLast_[i]; p >= 0; p = etaNextInRow_[p]) etaDot_[etaOf_[p]] += etaValue_[p] * x;
+  }
+  for (int32_t e = etas - 1; e >= 0; e--) {
+    const int32_t r = etaPivotRow_[e];
+    const double old = v[r];
+    const double now = (old - etaDot_[e]) / etaPivot_[e];
+    v[r] = now;
+    const double change = now - old;
+    if (change == 0.0) continue;
+    for (int32_t p = rowLast_[r]; p >= 0; p = etaNextInRow_[p])
+      if (etaOf_[p] < e) etaDot_[etaOf_[p]] += etaValue_[p] * change;
+  }
+}
+
 // The transposed solve, blocks first to last, by the rows of the factors.
 void BasisFactor::btran(double* v) const {
   if (m_ == 0) return;
-  for (int32_t e = (int32_t)etaPivotRow_.size() - 1; e >= 0; e--) {
-    const int32_t r = etaPivotRow_[e];
-    double s = v[r];
-    for (int32_t p = etaStart_[e]; p < etaStart_[e + 1]; p++) s -= etaValue_[p] * v[etaIndex_[p]];
-    v[r] = s / etaPivot_[e];
-  }
+  btranEtas(v);
   double* c = work_.data();
   for (int32_t k = 0; k < m_; k++) c[k] = v[colPerm_[k]];
   const int32_t blocks = (int32_t)blockStart_.size() - 1;

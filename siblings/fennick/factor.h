@@ -51,6 +51,7 @@ class BasisFactor {
  private:
   void release();
   int extract();
+  void btranEtas(double* v) const;
 
   int32_t m_ = 0;
   mutable klu_common common_;
@@ -72,6 +73,16 @@ class BasisFactor {
   int64_t factorNonzeros_ = 0;
   Vec<int32_t> etaPivotRow_, etaStart_, etaIndex_;
   Vec<double> etaPivot_, etaValue_;
+  // The eta file by rows as well, for the btran: each entry links to the
+  // entry of the same row in the eta before, rowLast_ holds the newest.
+  // A btran from a sparse vector (a unit row, the usual case) then meets
+  // only the eta entries in its nonzero rows, not the whole file.  The
+  // links are made by the first such btran after an update, for the etas
+  // up to then (rowLinked_ of them so far).
+  mutable Vec<int32_t> etaOf_, etaNextInRow_, rowLast_;
+  mutable int32_t rowLinked_ = 0;
+  mutable Vec<double> etaDot_;
+  mutable Vec<int32_t> nonzero_;
 };
 
 }  // namespace fennick

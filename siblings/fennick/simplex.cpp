@@ -28,7 +28,14 @@ namespace fennick {
 namespace {
 
 constexpr double kInfinity = 1e20;
-constexpr int32_t kRefactorEvery = 100;
+// The eta file's size (BasisFactor::outgrown) decides first on LPs whose
+// updates are dense (dfl001); this bounds the file of sparse ones.  200,
+// since the btran meets only the etas in the rows it reaches: at 100,
+// dfl001 spent a third of its instructions in KLU.
+constexpr int32_t kRefactorEvery = 200;
+// The push solves columns only, and the ftran meets every eta: pilot and
+// pilotnov push fastest between factors of 100 updates.
+constexpr int32_t kPushRefactorEvery = 100;
 constexpr double kPivotTol = 1e-7;  // smallest |alpha| accepted as a pivot
 constexpr int32_t kStallBeforePerturb = 60;
 // A stall after the costs came back gets a fresh perturbation, a few times.
@@ -119,6 +126,7 @@ class Simplex {
   Vec<int32_t> dualCand_;
   BasisFactor factor_;
   Vec<int32_t> bStart_, bIndex_, depPos_, depRow_;
+  Vec<int32_t> factoredHead_;  // the basis that factor_ holds without updates, empty if none
   Vec<double> bValue_;
   bool perturbed_ = false;
   bool crashing_ = false;
@@ -250,6 +258,15 @@ void Simplex::setup(const double* x0, const double* y0, const double* z0) {
 // ill-conditioned basis, at every refactorisation (pilot: basics 1e9 out
 // of bounds after the push, and 7600 pivots of phase 1 to repair them).
 int32_t Simplex::refactor(bool keepBasics) {
+  // The factor of this very basis, without updates: nothing to do but the
+  // basic values (after an optimal run the polish and the vertex would
+  // otherwise factor the same basis again; maros-r7 crosses over with
+  // no pivot at all).
+  if (factor_.numUpdates() == 0 && factoredHead_ == head_) {
+    if (!keepBasics) computeBasics();
+    return 0;
+  }
+  factoredHead_.clear();
   for (int attempt = 0; attempt < 3; attempt++) {
     bStart_.assign(1, 0);
     bIndex_.clear();
@@ -264,6 +281,7 @@ int32_t Simplex::refactor(bool keepBasics) {
     const int rc = factor_.factor(m_, bStart_, bIndex_, bValue_, &depPos_, &depRow_);
     if (rc < 0) return IPM_STATUS_OUT_OF_MEMORY;
     if (rc == 0) {
+      factoredHead_ = head_;
       if (!keepBasics || attempt > 0) computeBasics();
       return 0;
     }
@@ -691,7 +709,7 @@ int32_t Simplex::push() {
     const int32_t j = order[k];
     if (state_[j] != kSuper) continue;
     if ((k & 63) == 0 && outOfTime()) return IPM_STATUS_TIME_LIMIT;
-    if (factor_.numUpdates() >= kRefactorEvery || factor_.outgrown()) {
+    if (factor_.numUpdates() >= kPushRefactorEvery || factor_.outgrown()) {
       const int32_t rc = refactor(true);
       if (rc != 0) return rc;
       if (state_[j] != kSuper) continue;

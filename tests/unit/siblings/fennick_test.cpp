@@ -16,6 +16,7 @@
 #include "frame/entry.h"
 #include "host/host.h"
 #include "records/lpdriver.h"
+#include "siblings/fennick/factor.h"
 #include "siblings/fennick/fennick.h"
 #include "support/dense_ref.h"
 #include "support/lp_builder.h"
@@ -178,6 +179,30 @@ TestLP randomLP(std::mt19937& rng, int m, int n) {
     lp.addCol(std::round(u(rng) * 10.0), xs[j] - 3.0 - std::fabs(u(rng)),
               xs[j] + 3.0 + std::fabs(u(rng)), cols[j]);
   return lp;
+}
+
+// The btran through many updates against the updated matrix, from unit rows
+// (the etas walked by rows) and from dense ones.
+TEST(FennickFactor, BtranAfterUpdatesSolvesTheUpdatedMatrix) {
+  const int32_t m = 40;
+  std::mt19937 rng(7);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  hxtest::Dense bt(m, hxtest::Vec(m, 0.0));  // B' by rows, B = 4 I at first
+  fennick::Vec<int32_t> start(1, 0), index, dep1, dep2;
+  for (int32_t j = 0; j < m; j++) index.push_back(j), start.push_back(j + 1), bt[j][j] = 4.0;
+  fennick::BasisFactor f;
+  ASSERT_EQ(f.factor(m, start, index, fennick::Vec<double>(m, 4.0), &dep1, &dep2), 0);
+  for (int32_t k = 0, r = 0; k < 4 * m; k++, r = (int32_t)(rng() % m)) {
+    hxtest::Vec a(m), y(m), alpha, x;
+    for (int32_t i = 0; i < m; i++) a[i] = (i == r) * 2.0 + (rng() % 4 ? 0.0 : u(rng));
+    f.ftran((alpha = a).data());
+    if (std::fabs(alpha[r]) < 0.5) continue;
+    f.update(r, alpha.data());
+    bt[r] = a;
+    for (int32_t i = 0; i < m; i++) y[i] = k % 2 ? u(rng) : i == k % m;
+    f.btran((x = y).data());
+    EXPECT_LT(hxtest::residual(bt, x, y), 1e-9) << "update " << k;
+  }
 }
 
 TEST(FennickSimplex, RandomLPsFromColdStartAndFromPointsAgreeOnAnOptimalBasis) {
