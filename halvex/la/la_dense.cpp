@@ -15,6 +15,21 @@ inline const double* at(const double* A, int64_t lda, int64_t i, int64_t j) {
 
 const int kOne = 1;
 
+// The two L columns of a 2x2 pivot at k over count rows, from the reduced
+// columns w0 and w1 by the inverse of the pivot's block, which W holds at
+// (k, k).
+void pairColumns(const double* W, int32_t ldw, int32_t k, const double* w0, const double* w1,
+                 double* a0, double* a1, int32_t count) {
+  double d21 = *at(W, ldw, k + 1, k);
+  double d11 = *at(W, ldw, k + 1, k + 1) / d21;
+  double d22 = *at(W, ldw, k, k) / d21;
+  double t = 1.0 / (d21 * (d11 * d22 - 1.0));
+  for (int32_t j = 0; j < count; j++) {
+    a0[j] = t * (d11 * w0[j] - w1[j]);
+    a1[j] = t * (d22 * w1[j] - w0[j]);
+  }
+}
+
 // The rows below the block of the panel's kb done columns.  Column k there
 // is its unreduced part minus L(below, 0:k) W(k, 0:k)', as the panel forms
 // it within the block; the reduced column goes to W (which keeps L D for
@@ -43,18 +58,8 @@ void formBelow(int32_t mb, int32_t kb, double* AB, int32_t lda, double* W, int32
         memcpy(at(AB, lda, 0, k), at(WB, ldw, 0, k), sizeof(double) * (size_t)mb);
         my_dscal(1.0 / *at(Ad, lda, k, k), mb, at(AB, lda, 0, k), 1);
       } else {
-        double d21 = *at(W, ldw, k + 1, k);
-        double d11 = *at(W, ldw, k + 1, k + 1) / d21;
-        double d22 = *at(W, ldw, k, k) / d21;
-        double t = 1.0 / (d21 * (d11 * d22 - 1.0));
-        const double* w0 = at(WB, ldw, 0, k);
-        const double* w1 = at(WB, ldw, 0, k + 1);
-        double* a0 = at(AB, lda, 0, k);
-        double* a1 = at(AB, lda, 0, k + 1);
-        for (int32_t j = 0; j < mb; j++) {
-          a0[j] = t * (d11 * w0[j] - w1[j]);
-          a1[j] = t * (d22 * w1[j] - w0[j]);
-        }
+        pairColumns(W, ldw, k, at(WB, ldw, 0, k), at(WB, ldw, 0, k + 1), at(AB, lda, 0, k),
+                    at(AB, lda, 0, k + 1), mb);
       }
       k += step;
     }
@@ -154,20 +159,9 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
       pivots[k] = kp;
     } else {
       // 7. The two L columns of a 2x2 pivot, from W by the block inverse.
-      if (k < m - 2) {
-        double d21 = *at(W, ldw, k + 1, k);
-        double d11 = *at(W, ldw, k + 1, k + 1) / d21;
-        double d22 = *at(W, ldw, k, k) / d21;
-        double t = 1.0 / (d21 * (d11 * d22 - 1.0));
-        const double* w0 = at(W, ldw, 0, k);
-        const double* w1 = at(W, ldw, 0, k + 1);
-        double* a0 = at(A, lda, 0, k);
-        double* a1 = at(A, lda, 0, k + 1);
-        for (int32_t j = k + 2; j < n; j++) {
-          a0[j] = t * (d11 * w0[j] - w1[j]);
-          a1[j] = t * (d22 * w1[j] - w0[j]);
-        }
-      }
+      if (k < m - 2)
+        pairColumns(W, ldw, k, at(W, ldw, k + 2, k), at(W, ldw, k + 2, k + 1), at(A, lda, k + 2, k),
+                    at(A, lda, k + 2, k + 1), n - k - 2);
       *at(A, lda, k, k) = *at(W, ldw, k, k);
       *at(A, lda, k + 1, k) = *at(W, ldw, k + 1, k);
       *at(A, lda, k + 1, k + 1) = *at(W, ldw, k + 1, k + 1);
