@@ -10,7 +10,7 @@ most likely did not reach their iterations, though it can still cost time.
 
   compare_libraries.py --halvex PATH --old LIB --new LIB --data DIR
                        --out PREFIX [--time-limit S] [--repeat R]
-                       [--label-old T] [--label-new T] SET/NAME ...
+                       [--label-old T] [--label-new T] [--threads N] SET/NAME ...
 
 With --repeat R each build solves each problem R times, alternating, and
 the least solve time counts: the machine is shared, and the least time is
@@ -25,11 +25,13 @@ import subprocess
 import tempfile
 
 
-def solve(halvex, lib, path, limit):
+def solve(halvex, lib, path, limit, threads=None):
     with tempfile.NamedTemporaryFile(suffix=".json", delete=False) as f:
         out = f.name
     cmd = [halvex, "solve", path, "--library", lib, "--tol", "1e-8", "--print-level", "0",
            "--time-limit", str(limit), "--json", out]
+    if threads:
+        cmd += ["--threads", str(threads)]
     try:
         subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                        timeout=2 * limit + 30, check=False)
@@ -53,6 +55,8 @@ def main():
     ap.add_argument("--repeat", type=int, default=1)
     ap.add_argument("--label-old", default="old")
     ap.add_argument("--label-new", default="new")
+    ap.add_argument("--threads", type=int, default=None,
+                    help="threads of the factorisation (default: the command's, the cores)")
     ap.add_argument("problems", nargs="+")
     a = ap.parse_args()
 
@@ -63,8 +67,8 @@ def main():
         path = os.path.join(a.data, folder, name + ext)
         old = new = None
         for _ in range(a.repeat):
-            o = solve(a.halvex, a.old, path, a.time_limit)
-            n = solve(a.halvex, a.new, path, a.time_limit)
+            o = solve(a.halvex, a.old, path, a.time_limit, a.threads)
+            n = solve(a.halvex, a.new, path, a.time_limit, a.threads)
             if o and (old is None or o["times"]["solve"] < old["times"]["solve"]):
                 old = o
             if n and (new is None or n["times"]["solve"] < new["times"]["solve"]):

@@ -15,6 +15,9 @@ inline const double* at(const double* A, int64_t lda, int64_t i, int64_t j) {
 
 const int kOne = 1;
 
+// Rows below the block from which the panel forms them apart (formBelow).
+constexpr int32_t kDeferRows = 48;
+
 // The two L columns of a 2x2 pivot at k over count rows, from the reduced
 // columns w0 and w1 by the inverse of the pivot's block, which W holds at
 // (k, k).
@@ -88,13 +91,16 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
   const double alpha = LA_BK_ALPHA;
   // A 2x2 step needs a second W column, so a wide block stops one short.
   int32_t kMax = n <= KERNEL_BLOCK ? n : KERNEL_BLOCK - 1;
-  // The rows from n down are never pivot candidates: the loop forms only
-  // the block's rows of each column, and their part of the columns is
-  // formed after it by matrix products (formBelow), where one
-  // matrix-vector product per column would stream the whole panel.
+  // The rows from n down are never pivot candidates.  When there are many,
+  // the loop forms only the block's rows of each column (up to `formed`),
+  // and their part of the columns is formed after it by matrix products
+  // (formBelow), where one matrix-vector product per column would stream
+  // the whole panel; a few rows go along with the block, as the extra
+  // calls would cost more than they save.
+  const int32_t formed = m - n >= kDeferRows ? n : m;
   int32_t k = 0;
   while (k < kMax) {
-    int32_t len = n - k;
+    int32_t len = formed - k;
     // 1. The current column, brought up to date from the done columns.
     memcpy(at(W, ldw, k, k), at(A, lda, k, k), sizeof(double) * (size_t)len);
     if (k > 0) laGemv('N', len, k, -1.0, at(A, lda, k, 0), lda, at(W, ldw, k, 0), 1.0,
@@ -118,7 +124,7 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
       // 4. Column imax decides between a swap and a 2x2 pivot.
       double* wk1 = at(W, ldw, 0, k + 1);
       for (int32_t i = k; i < imax; i++) wk1[i] = *at(A, lda, imax, i);
-      memcpy(wk1 + imax, at(A, lda, imax, imax), sizeof(double) * (size_t)(n - imax));
+      memcpy(wk1 + imax, at(A, lda, imax, imax), sizeof(double) * (size_t)(formed - imax));
       if (k > 0) laGemv('N', len, k, -1.0, at(A, lda, k, 0), lda, at(W, ldw, imax, 0), 1.0, wk1 + k,
                         ldw);
       double rowmax = 0.0;
@@ -145,23 +151,24 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
     if (kp != kk) {
       *at(A, lda, kp, k) = *at(A, lda, kk, k);
       for (int32_t i = k + 1; i < kp; i++) *at(A, lda, kp, i) = *at(A, lda, i, kk);
-      memmove(at(A, lda, kp, kp), at(A, lda, kp, kk), sizeof(double) * (size_t)(n - kp));
+      memmove(at(A, lda, kp, kp), at(A, lda, kp, kk), sizeof(double) * (size_t)(formed - kp));
       // Below the block the two columns are still unreduced: they trade
       // places, and each is reduced at its new position.
-      if (m > n) my_dswap_one(m - n, at(A, lda, n, kk), at(A, lda, n, kp));
+      if (m > formed) my_dswap_one(m - formed, at(A, lda, formed, kk), at(A, lda, formed, kp));
       if (kk > 0) my_dswap(kk, at(A, lda, kk, 0), lda, at(A, lda, kp, 0), lda);
       my_dswap(kk + 1, at(W, ldw, kk, 0), ldw, at(W, ldw, kp, 0), ldw);
     }
     if (kstep == 1) {
       // 6. L from the updated column.
       memcpy(at(A, lda, k, k), at(W, ldw, k, k), sizeof(double) * (size_t)len);
-      if (k < n - 1) my_dscal(1.0 / *at(A, lda, k, k), n - k - 1, at(A, lda, k + 1, k), 1);
+      if (k < formed - 1)
+        my_dscal(1.0 / *at(A, lda, k, k), formed - k - 1, at(A, lda, k + 1, k), 1);
       pivots[k] = kp;
     } else {
       // 7. The two L columns of a 2x2 pivot, from W by the block inverse.
       if (k < m - 2)
         pairColumns(W, ldw, k, at(W, ldw, k + 2, k), at(W, ldw, k + 2, k + 1), at(A, lda, k + 2, k),
-                    at(A, lda, k + 2, k + 1), n - k - 2);
+                    at(A, lda, k + 2, k + 1), formed - k - 2);
       *at(A, lda, k, k) = *at(W, ldw, k, k);
       *at(A, lda, k + 1, k) = *at(W, ldw, k + 1, k);
       *at(A, lda, k + 1, k + 1) = *at(W, ldw, k + 1, k + 1);
@@ -170,7 +177,7 @@ int32_t DenseLDLDlasyf(double tol, int32_t m, int32_t n, int32_t* done, double* 
     k += kstep;
   }
   int32_t kb = k;
-  if (m > n) formBelow(m - n, kb, A + n, lda, W, ldw, pivots, A);
+  if (m > formed) formBelow(m - formed, kb, A + formed, lda, W, ldw, pivots, A);
 
   // Trailing columns of the block, level 3, in strips of the kernel width.
   for (int32_t j = kb; j < n; j += KERNEL_BLOCK) {
