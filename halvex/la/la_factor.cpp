@@ -87,11 +87,48 @@ struct PushState {
   bool consecutive;
 };
 
-// Subtracts columns [u0, u1) of U (k by k, lower) from the supernodes that
-// hold the update rows upd[0..k).  A target's row positions are found by a
-// merge of the two ascending row lists when its first column comes up.
+// Positions in the ascending row list tl[pos..end) of the ascending keys,
+// all of which it holds, from tl[pos] < keys[0] on.  The rows are distinct
+// integers, so a key lies at most its distance in value from tl[pos]: a
+// group of keys whose last one sits exactly there meets a run of the list
+// without gaps, and the others are searched over that bound.  The keys go in
+// groups of eight, each searched with the same halvings, so that their
+// searches overlap instead of each waiting on the one before.
+void seekRows(const int32_t* tl, int32_t pos, int32_t end, const int32_t* keys, int32_t count,
+              int32_t* out) {
+  const int32_t kGroup = 8;
+  for (int32_t q = 0; q < count; q += kGroup) {
+    int32_t g = count - q < kGroup ? count - q : kGroup;
+    const int32_t* key = keys + q;
+    int32_t base = tl[pos];
+    int32_t hi = pos + (key[g - 1] - base);
+    if (hi >= end) hi = end - 1;
+    if (tl[hi] == key[g - 1] && hi - pos == key[g - 1] - base) {
+      for (int32_t j = 0; j < g; j++) out[q + j] = pos + (key[j] - base);
+    } else {
+      int32_t b[kGroup];
+      for (int32_t j = 0; j < kGroup; j++) b[j] = pos + 1;
+      // The answer of each key lies in [b, b + len).
+      for (int32_t len = hi - pos; len > 1;) {
+        int32_t half = len >> 1;
+        for (int32_t j = 0; j < g; j++) b[j] = tl[b[j] + half - 1] < key[j] ? b[j] + half : b[j];
+        len -= half;
+      }
+      for (int32_t j = 0; j < g; j++) out[q + j] = b[j];
+    }
+    pos = out[q + g - 1];
+  }
+}
+
+// Subtracts columns [u0, u1) of the update from the supernodes that hold
+// the update rows upd[0..k).  A target's row positions are found by a merge
+// of the two ascending row lists when its first column comes up.  The
+// update is U (k by k, lower), or with Outer the product x y' of a
+// one-column supernode, taken entry by entry as it goes out: writing the
+// whole square out first and reading it back costs more than the products.
+template <bool Outer>
 void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, int32_t u0,
-                 int32_t u1) {
+                 int32_t u1, const double* x = nullptr, const double* y = nullptr) {
   LASymbolic* sym = run.sym;
   int32_t* rel = run.rel;
   for (int32_t u = u0; u < u1; u++) {
@@ -104,18 +141,16 @@ void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, i
       while (p + m < k && upd[p + m] < tEnd) m++;
       const int32_t* tl = sym->rowList + sym->rowBegin[t];
       int32_t rt = laSNodeRows(sym, t);
-      int32_t pos = upd[p] - sym->snodeStart[t];
-      for (int32_t q = p; q < k; q++) {
-        pos = (int32_t)laSeekRow(tl, pos, rt, upd[q]);
-        rel[q] = pos;
-      }
+      rel[p] = upd[p] - sym->snodeStart[t];
+      seekRows(tl, rel[p], rt, upd + p + 1, k - p - 1, rel + p + 1);
       ps.p = p;
       ps.end = p + m;
       ps.Ft = run.factor + sym->factorBegin[t];
       ps.rt = rt;
       ps.consecutive = rel[k - 1] - rel[p] == k - 1 - p;
     }
-    const double* Uc = run.U + (int64_t)u * k;
+    const double* Uc = Outer ? x : run.U + (int64_t)u * k;
+    const double yu = Outer ? y[u] : 1.0;
     double* Fc = ps.Ft + (int64_t)rel[u] * ps.rt;
     // The next target column is far away in memory, and its entries are
     // asked for while this one is done.
@@ -123,18 +158,21 @@ void pushColumns(FactorRun& run, PushState& ps, const int32_t* upd, int32_t k, i
     if (ps.consecutive) {
       if (next) {
         const double* head = next + rel[u + 1];
-        for (int32_t x = 0; x < 32; x += 8) __builtin_prefetch(head + x, 1);
+        for (int32_t o = 0; o < 32; o += 8) __builtin_prefetch(head + o, 1);
       }
       double* __restrict f = Fc + rel[ps.p] - ps.p;
       const double* __restrict uc = Uc;
-      for (int32_t v = u; v < k; v++) f[v] -= uc[v];
+      if (Outer)
+        for (int32_t v = u; v < k; v++) f[v] -= yu * uc[v];
+      else
+        for (int32_t v = u; v < k; v++) f[v] -= uc[v];
     } else if (next) {
       for (int32_t v = u; v < k; v++) {
         __builtin_prefetch(next + rel[v], 1);
-        Fc[rel[v]] -= Uc[v];
+        Fc[rel[v]] -= Outer ? yu * Uc[v] : Uc[v];
       }
     } else {
-      for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Uc[v];
+      for (int32_t v = u; v < k; v++) Fc[rel[v]] -= Outer ? yu * Uc[v] : Uc[v];
     }
   }
 }
@@ -149,8 +187,7 @@ void factorBlock(FactorRun& run, double* P, int32_t rl, int32_t w, const int32_t
   PushState ps;
   memset(&ps, 0, sizeof(ps));
   if (w == 1) {
-    my_outer_prod(k, k, P + 1, run.W + 1, run.U);
-    pushColumns(run, ps, rows + w, k, 0, k);
+    pushColumns<true>(run, ps, rows + w, k, 0, k, P + 1, run.W + 1);
     return;
   }
   // Each strip of U goes out while it is still in cache; a large update
@@ -158,7 +195,7 @@ void factorBlock(FactorRun& run, double* P, int32_t rl, int32_t w, const int32_t
   for (int32_t i0 = 0; i0 < k; i0 += KERNEL_BLOCK) {
     int32_t jb = k - i0 < KERNEL_BLOCK ? k - i0 : KERNEL_BLOCK;
     formUpdateStrip(run, P, run.W, rl, w, i0, jb);
-    pushColumns(run, ps, rows + w, k, i0, i0 + jb);
+    pushColumns<false>(run, ps, rows + w, k, i0, i0 + jb);
   }
 }
 
