@@ -362,6 +362,12 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // halvex's BLAS runs on one thread, which the host sets once the library
+  // is loaded; by then OpenBLAS has started its own worker threads, and an
+  // idle one spins for tens of milliseconds (70 on maros-r7) on the core the
+  // factorisation's second thread wants.  Read at load time, this keeps it
+  // from starting them at all.
+  setenv("OPENBLAS_NUM_THREADS", "1", 1);
   // The reader and the writers use the standard containers; running out of
   // memory there is the command's failure, not the file's.
   try {
