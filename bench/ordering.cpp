@@ -308,7 +308,7 @@ struct Means {
 
 int main(int argc, char** argv) {
   std::string outDir = argc > 1 ? argv[1] : "bench/results";
-  std::string dataDir = argc > 2 ? argv[2] : "/work/shared/data";
+  std::string dataDir = argc > 2 ? argv[2] : HALVEX_DATA_DIR;
 
   std::vector<Pattern> set;
   for (int32_t k : {100, 200, 400, 1000}) set.push_back(grid2d(k, false));

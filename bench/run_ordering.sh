@@ -7,7 +7,7 @@
 set -e
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${BUILD:-$ROOT/build-bench-ordering}
-DATA=${DATA:-/work/shared/data}
+DATA=${DATA:-$ROOT/../shared/data}
 
 need=""
 [ -f /usr/include/suitesparse/amd.h ] || need="$need libsuitesparse-dev"
