@@ -32,6 +32,14 @@ void laGemmNT(int m, int n, int k, double alpha, const double* A, int lda, const
 void laGemv(char trans, int m, int n, double alpha, const double* A, int lda, const double* x,
             double beta, double* y, int incx = 1);
 
+// r = b - A x over the stored matrix (both triangles), row by row in the
+// stored order; returns the largest column sum of magnitudes and puts the
+// largest magnitudes of r, x and b in norms.  With gathers (the processor
+// must have AVX2) four rows go at once, to the same bits.
+double laResidual(bool gathers, int32_t n, const int32_t* colBegin, const int32_t* rowIndex,
+                  const double* value, const double* b, const double* x, double* r,
+                  double norms[3]);
+
 // ---- constants -----------------------------------------------------------------
 #define LA_PIVOT_TOL 1.0536712127723509e-08
 #define LA_BK_ALPHA 0.6403882032022076
