@@ -20,7 +20,9 @@
 # problems: COUNT_NAMES (default: the same problems) names the problems that
 # get instruction counts.  MERGE_ONLY=DIR only writes the tables from the
 # results kept in DIR (DIR/before and DIR/after as this script leaves them
-# with KEEP=DIR).
+# with KEEP=DIR).  With KEEP=DIR holding an earlier run's DIR/before and no
+# BASE_REF, only this tree runs; BASE_LABEL then names the kept version in
+# the tables.
 set -e
 here="$(cd "$(dirname "$0")" && pwd)"
 repo="$(dirname "$here")"
@@ -84,7 +86,7 @@ mkdir -p "$here/results"
 machine="$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(getconf _NPROCESSORS_ONLN) cores"
 ordering="${HALVEX_BENCH_ORDERING:-}"
 prefix="$here/results/solve${ordering:+_ordering$ordering}"
-python3 - "$work" "$prefix" "$machine" "${base_ref:-}" "$ordering" <<'PY'
+python3 - "$work" "$prefix" "$machine" "${base_ref:-${BASE_LABEL:-}}" "$ordering" <<'PY'
 import csv, glob, math, os, re, sys, time
 work, prefix, machine, base_ref, ordering = sys.argv[1:6]
 
