@@ -264,6 +264,23 @@ int32_t General2WayBalance(OrderingControl* control, OrderingGraph* graph,
   return balanceEdgeCut(control, graph, targets, true);
 }
 
+void untouchedCount(UntouchedBlocks* u, const int32_t* touched, int32_t n) {
+  int32_t size = 1 << u->shift;
+  for (int32_t b = 0, v = 0; v < n; b++) {
+    int32_t end = n - v < size ? n : v + size, free = 0;
+    for (; v < end; v++) free += touched[v] == 0;
+    u->count[b] = free;
+  }
+}
+
+int32_t untouchedFind(const UntouchedBlocks* u, const int32_t* touched, int32_t k) {
+  int32_t b = 0;
+  while (k >= u->count[b]) k -= u->count[b++];
+  int32_t v = b << u->shift;
+  for (;; v++)
+    if (!touched[v] && k-- == 0) return v;
+}
+
 int32_t Init2WayPartition(OrderingControl* control, OrderingGraph* g, const int32_t* targets) {
   if (AllocatePartition(control, g) != ORDERING_OK) return ORDERING_NOMEM;
   int32_t n = g->numVertex;
@@ -288,15 +305,21 @@ int32_t Init2WayPartition(OrderingControl* control, OrderingGraph* g, const int3
     touched[seed] = 1;
     queue[0] = seed;
     int32_t first = 0, last = 1, left = n - 1;
+    // The degree arrays are free until the partition's parameters are
+    // computed below; the counts are made at the first restart, so that a
+    // connected graph never pays for them.
+    UntouchedBlocks blocks = {nullptr, untouchedShift(n)};
     for (;;) {
       if (first == last) {
         // The component is used up: restart at a random untouched vertex.
         if (left == 0) break;
         int32_t k = (qvRand(&control->seed) >> 3) % left;
-        int32_t v = 0;
-        for (;; v++)
-          if (!touched[v] && k-- == 0) break;
-        touched[v] = 1;
+        if (!blocks.count) {
+          blocks.count = g->externalDegree;
+          untouchedCount(&blocks, touched, n);
+        }
+        int32_t v = untouchedFind(&blocks, touched, k);
+        untouchedTake(&blocks, touched, v);
         queue[last++] = v;
         left--;
       }
@@ -312,7 +335,7 @@ int32_t Init2WayPartition(OrderingControl* control, OrderingGraph* g, const int3
       for (int32_t p = g->adjBegin[i]; p < g->adjBegin[i + 1]; p++) {
         int32_t k = g->adjIndex[p];
         if (!touched[k]) {
-          touched[k] = 1;
+          untouchedTake(&blocks, touched, k);
           queue[last++] = k;
           left--;
         }

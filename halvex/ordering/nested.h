@@ -29,6 +29,31 @@ int32_t Bnd2WayBalance(OrderingControl* control, OrderingGraph* graph, const int
 int32_t General2WayBalance(OrderingControl* control, OrderingGraph* graph,
                            const int32_t* targets);
 
+// The k-th untouched vertex in number order, which the growing of the edge
+// bisection restarts from when a component runs out.  A coarsest graph of
+// many small components (or none but isolated vertices) restarts thousands
+// of times, and a scan from vertex 0 each time is quadratic: the counts of
+// untouched vertices per block of 2^shift let a restart walk the blocks and
+// then one block.  count holds one entry per block.
+struct UntouchedBlocks {
+  int32_t* count;
+  int32_t shift;
+};
+// Counts the untouched vertices of touched[0..n) (0 marks untouched).
+void untouchedCount(UntouchedBlocks* u, const int32_t* touched, int32_t n);
+// The k-th (from 0) untouched vertex; k is below the number untouched.
+int32_t untouchedFind(const UntouchedBlocks* u, const int32_t* touched, int32_t k);
+// Marks v touched, in the counts too once they are made.
+inline void untouchedTake(UntouchedBlocks* u, int32_t* touched, int32_t v) {
+  touched[v] = 1;
+  if (u->count) u->count[v >> u->shift]--;
+}
+inline int32_t untouchedShift(int32_t n) {
+  int32_t shift = 6;
+  while ((int64_t)1 << (2 * shift) < n) shift++;
+  return shift;
+}
+
 // side holds 2 on the separator; recomputes sideWeight, the boundary (the
 // separator, ascending), sideReach and separatorWeight.
 void ComputeSeparatorParams(OrderingGraph* graph);

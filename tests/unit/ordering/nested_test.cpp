@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
 #include <vector>
 
 #include "frame/qv.h"
@@ -226,6 +227,34 @@ TEST(NestedBisection, SeparatorsSeparateAndBalanceAtEveryLevel) {
     EXPECT_EQ(d.control.workTop, 0);
   }
   EXPECT_EQ(e.live(), 0);
+}
+
+// The restarts of the growing pick the k-th untouched vertex; the block
+// counts must give the vertex a scan from 0 gives, as vertices are taken by
+// restarts and by the breadth-first queue alike, at block edges included.
+TEST(NestedBisection, RestartsFindTheVertexAScanFinds) {
+  std::mt19937 rng(7);
+  for (int32_t n : {1, 63, 64, 65, 4097, 20000}) {
+    std::vector<int32_t> touched(n, 0), count(n);
+    for (int32_t v = 0; v < n; v += 3) touched[v] = rng() % 2;
+    UntouchedBlocks u = {count.data(), untouchedShift(n)};
+    untouchedCount(&u, touched.data(), n);
+    int32_t left = 0;
+    for (int32_t t : touched) left += t == 0;
+    while (left > 0) {
+      int32_t k = (int32_t)(rng() % left), want = 0;
+      for (int32_t j = k;; want++)
+        if (!touched[want] && j-- == 0) break;
+      int32_t got = untouchedFind(&u, touched.data(), k);
+      ASSERT_EQ(got, want) << "n " << n << " k " << k;
+      // The pick and, now and then, a vertex the queue would take.
+      for (int32_t v : {got, (int32_t)(rng() % n)})
+        if (!touched[v] && (v == got || rng() % 2)) {
+          untouchedTake(&u, touched.data(), v);
+          left--;
+        }
+    }
+  }
 }
 
 TEST(NestedDissectionDriver, OrdersEveryFamilyAndBeatsMinimumDegreeOnGrids) {
