@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "la/la_internal.h"
+#include "la/la_numeric_internal.h"
 #include "ordering/ordering.h"
 
 bool laHalvesMatch(int32_t n, const int32_t* colBegin, const int32_t* rowIndex) {
@@ -435,6 +436,16 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
   if (factorBytes >= LA_SIZE_LIMIT) return LA_ERR_TOO_BIG;
   sym->factor = static_cast<double*>(laAlloc(pool, sym->numFactorEntries * 8));
   if (!sym->factor) return LA_ERR_MEMORY;
+  // The solves' copies of the narrow diagonal blocks: at most
+  // LA_DIAG_COPY_COLS doubles per column, plus the composed interchanges.
+  sym->diagCopyBegin =
+      static_cast<int64_t*>(laAlloc(pool, ((int64_t)sym->numSNodes + 1) * 8));
+  if (!sym->diagCopyBegin) return LA_ERR_MEMORY;
+  int64_t copyEntries = laDiagCopyLayout(sym);
+  sym->diagCopy = static_cast<double*>(laAlloc(pool, copyEntries * 8 + (int64_t)n * 4));
+  if (!sym->diagCopy) return LA_ERR_MEMORY;
+  sym->diagCopyPerm = reinterpret_cast<int32_t*>(sym->diagCopy + copyEntries);
+  for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPerm[sym->snodeStart[s]] = -1;
   if (sym->threaded) num->panelWidth = sym->blockSize;
   num->panelBuffers = static_cast<double*>(
       laAlloc(pool, (int64_t)num->panelWidth * LA_SEQ_PANEL_WIDTH * 8 * threads));
@@ -502,6 +513,8 @@ void laReleasePlan(QVPool* pool, LASymbolic* sym, LANumeric* num) {
   if (sym) {
     laFree(pool, sym->rowList);
     laFree(pool, sym->factor);
+    laFree(pool, sym->diagCopyBegin);
+    laFree(pool, sym->diagCopy);
     laFree(pool, sym->work);
     if (sym->blockDeps) {
       laFree(pool, sym->blockDeps[0]);

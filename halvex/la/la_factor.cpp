@@ -251,6 +251,7 @@ HALVEX_EXPORT int32_t LA_FactorMatrixLDL(int32_t mode, int32_t n, const int32_t*
   for (int32_t s = 0; s < sym->numSNodes; s++) factorSNode(run, &numeric->lowerCopy, s);
   // The threaded path adds its threads' counts; this one assigns.
   sym->numPerturbed = run.perturbed;
+  laBuildDiagCopies(sym);
 
   if (env->collectInertia == 1) laCollectInertia(env, sym, 0);
   return LA_OK;

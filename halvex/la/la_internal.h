@@ -56,6 +56,15 @@ struct LASymbolic {
   int64_t* factorBegin;      // numSNodes + 1
   double* factor;
   void* work;
+  // Narrow diagonal blocks with interchanges or 2x2 pivots, rewritten by
+  // each factor step so that the solves take a block's interchanges at once
+  // and its unit triangle four columns at a time (laBuildDiagCopies).  Kept
+  // apart from the factor, whose own form the other readers expect; null
+  // when the pool could not give them, and the solves then take the
+  // interchanges pivot by pivot.
+  int64_t* diagCopyBegin;    // numSNodes + 1; an empty range: no copy
+  double* diagCopy;
+  int32_t* diagCopyPerm;     // n; negative at a supernode's first position: no copy
 };
 
 static_assert(offsetof(LASymbolic, numRowEntries) == 24, "LASymbolic layout");

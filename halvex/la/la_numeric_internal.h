@@ -62,6 +62,18 @@ typedef int32_t (*LATriangularSolveFn)(int32_t mode, double* a, LASymbolic* sym,
 int32_t ldl_solve(int32_t mode, double* a, LASymbolic* sym, double* b);
 int32_t ldl_psolve(int32_t mode, double* a, LASymbolic* sym, double* b);
 
+// Diagonal blocks of at most this many columns get a copy (none wider than
+// the block size on the block storage).
+#define LA_DIAG_COPY_COLS 32
+// Doubles that the copies of the plan need, with diagCopyBegin filled.
+int64_t laDiagCopyLayout(LASymbolic* sym);
+// After a factor step: per supernode with a copy range, the composed
+// interchanges in diagCopyPerm and, in diagCopy (c by c, column-major),
+// the unit triangle with every later interchange applied to the rows of the
+// earlier columns, D on the diagonal and a 2x2 pivot's off-diagonal above
+// it.  Supernodes whose pivots need no copy are marked in diagCopyPerm.
+void laBuildDiagCopies(LASymbolic* sym);
+
 int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin,
                const int32_t* rowIndex, const double* value, const double* b, int32_t mode,
                int32_t maxIter, int32_t m, int32_t mMax, int32_t keepExtra, int32_t ortho,

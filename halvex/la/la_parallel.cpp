@@ -1040,6 +1040,7 @@ int32_t NumericLDLParallel(LAEnv* env, LASymbolic* sym, LANumeric* num) {
   poolFree(pool, q->tasks);
   poolFree(pool, fixed);
   if (status) return status;
+  laBuildDiagCopies(sym);
 
   // 9.
   if (env->collectInertia == 1) laCollectInertia(env, sym, nb);

@@ -607,9 +607,25 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
 LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, int64_t ld,
                             int32_t w, int64_t last) {
   const double G = LA_SOLVE_GUARD;
-  for (int32_t j = w - 1; j >= 0;) {
-    int32_t g = j + 1 < 4 ? j + 1 : 4;
-    int32_t lo = j - g + 1;
+  int32_t j = w - 1;
+  // Whole groups unrolled, each sum in the order of the loop below; only
+  // the block's last column can be the supernode's last row.
+  for (; j >= 3; j -= 4) {
+    colDotsT<4>(w - j - 1, T + (j - 3) * ld + j + 1, ld, x + j + 1, x + j - 3);
+    const double *f0 = T + (j - 3) * ld, *f1 = f0 + ld, *f2 = f1 + ld;
+    double x3 = x[j];
+    double x2 = x[j - 1] - x3 * f2[j];
+    double x1 = x[j - 2] - (x2 * f1[j - 1] + x3 * f1[j]);
+    double x0 = x[j - 3] - (x1 * f0[j - 2] + x2 * f0[j - 1] + x3 * f0[j]);
+    x[j - 1] = x2;
+    x[j - 2] = x1;
+    x[j - 3] = x0;
+    if (((j < last) & (fabs(x3) >= G)) | (fabs(x2) >= G) | (fabs(x1) >= G) | (fabs(x0) >= G))
+      return false;
+  }
+  for (; j >= 0;) {
+    int32_t g = j + 1;
+    int32_t lo = 0;
     colDots(w - j - 1, g, T + lo * ld + j + 1, ld, x + j + 1, x + lo);
     for (int32_t k = j; k >= lo; k--) {
       if (k < last) {
@@ -713,15 +729,75 @@ LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
   return c == 2 || (piv[2] == 2 && (c == 3 || piv[3] == 3));
 }
 
+// A diagonal block through its copy: the interchanges at once, the unit
+// triangle four columns at a time, then D.  t gets the values before
+// division, for the rows below.
+LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const double* __restrict T,
+                          const int32_t* q, const int32_t* piv, int32_t w) {
+  const double G = LA_SOLVE_GUARD;
+  double p[LA_DIAG_COPY_COLS];
+  for (int32_t k = 0; k < w; k++) p[k] = x[q[k]];
+  int32_t j = 0;
+  for (; j + 4 <= w; j += 4) {
+    const double *f0 = T + j * w, *f1 = f0 + w, *f2 = f1 + w;
+    double t0 = p[j];
+    double t1 = p[j + 1] - t0 * f0[j + 1];
+    double t2 = p[j + 2] - t0 * f0[j + 2] - t1 * f1[j + 2];
+    double t3 = p[j + 3] - t0 * f0[j + 3] - t1 * f1[j + 3] - t2 * f2[j + 3];
+    p[j + 1] = t1;
+    p[j + 2] = t2;
+    p[j + 3] = t3;
+    colUpdateT<4, false>(w - j - 4, f0 + j + 4, w, p + j, p + j + 4);
+  }
+  for (; j < w; j++) {
+    const double* f = T + j * w;
+    double tj = p[j];
+    for (int32_t k = j + 1; k < w; k++) p[k] -= tj * f[k];
+  }
+  for (j = 0; j < w;) {
+    t[j] = p[j];
+    if (piv[j] >= 0) {
+      x[j] = p[j] / T[j + j * w];
+      if (fabs(x[j]) >= G) return false;
+      j += 1;
+    } else {
+      t[j + 1] = p[j + 1];
+      double d = T[j + (j + 1) * w];
+      double u = T[j + j * w] / d;
+      double v = T[j + 1 + (j + 1) * w] / d;
+      double den = u * v - 1.0;
+      double a0 = p[j], a1 = p[j + 1];
+      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+      x[j] = (v * (a0 / d) - a1 / d) / den;
+      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
+      j += 2;
+    }
+  }
+  return true;
+}
+
+// Going up: the unit triangle of the copy has zeros where the pairs keep
+// their off-diagonal, so the plain block sweep serves; the interchanges
+// are undone at once after it.
+LA_SWEEP bool backwardCopy(double* __restrict x, const double* __restrict T, const int32_t* q,
+                           int32_t w, int64_t last) {
+  if (!backwardPlain(x, T, w, w, last)) return false;
+  double p[LA_DIAG_COPY_COLS];
+  for (int32_t k = 0; k < w; k++) p[k] = x[k];
+  for (int32_t k = 0; k < w; k++) x[q[k]] = p[k];
+  return true;
+}
+
 LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
-                                    double* buf) {
+                                    double* buf, const double* T, const int32_t* q) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
   // The rows below take the values before division, which buf gets.
-  bool ok = plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
-                                : forwardPivots(x, buf, F, r, c, piv);
+  bool ok = q                    ? forwardCopy(x, buf, T, q, piv, c)
+            : plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
+                                  : forwardPivots(x, buf, F, r, c, piv);
   if (!ok) return false;
   const double* t = buf;
   if (m > 0) {
@@ -739,7 +815,7 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
 
 LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
                                      const double* F, int32_t r, int32_t c, const int32_t* piv,
-                                     double* buf, bool avx2) {
+                                     double* buf, bool avx2, const double* T, const int32_t* q) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
@@ -756,6 +832,7 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
     colDots(m, c, F + c, r, buf, x);
   else if (m > 0)
     indexedDots4(m, c, F + c, r, idx, b, x);
+  if (q) return backwardCopy(x, T, q, c, r - 1);
   if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
   return backwardPivots(x, F, r, c, piv, r - 1);
 }
@@ -822,6 +899,9 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
   const double* factor = sym->factor;
   const int32_t* pivots = sym->pivots;
   const int32_t numSNodes = sym->numSNodes;
+  const int64_t* copyBegin = sym->diagCopyBegin;
+  const double* copies = sym->diagCopy;
+  const int32_t* copyPerm = sym->diagCopyPerm;
 
   for (int32_t s = 0; s < numSNodes; s++) {
     int32_t first = start[s];
@@ -841,8 +921,11 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
       if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       memcpy(b + first, a, sizeof(double) * (size_t)c);
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
-    } else if (!forwardNarrow(b, first, rows, F, r, c, piv, a)) {
-      return LA_ERR_SOLVE_OVERFLOW;
+    } else {
+      bool copy = copyPerm && copyPerm[first] >= 0;
+      const double* T = copy ? copies + copyBegin[s] : nullptr;
+      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T, copy ? copyPerm + first : nullptr))
+        return LA_ERR_SOLVE_OVERFLOW;
     }
   }
 
@@ -864,8 +947,12 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
       if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
       // The rows below are only read on the way back.
       memcpy(b + first, a, sizeof(double) * (size_t)c);
-    } else if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2)) {
-      return LA_ERR_SOLVE_OVERFLOW;
+    } else {
+      bool copy = copyPerm && copyPerm[first] >= 0;
+      const double* T = copy ? copies + copyBegin[s] : nullptr;
+      if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T,
+                          copy ? copyPerm + first : nullptr))
+        return LA_ERR_SOLVE_OVERFLOW;
     }
   }
 
@@ -881,6 +968,69 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
 }
 
 }  // namespace
+
+int64_t laDiagCopyLayout(LASymbolic* sym) {
+  int32_t nb = sym->blockSize;
+  int64_t total = 0;
+  sym->diagCopyBegin[0] = 0;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int64_t c = sym->snodeStart[s + 1] - sym->snodeStart[s];
+    if (c >= 2 && c <= LA_DIAG_COPY_COLS && (nb == 0 || c <= nb)) total += c * c;
+    sym->diagCopyBegin[s + 1] = total;
+  }
+  return total;
+}
+
+void laBuildDiagCopies(LASymbolic* sym) {
+  if (!sym->diagCopyPerm || !sym->pivots) return;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int32_t first = sym->snodeStart[s];
+    int32_t c = sym->snodeStart[s + 1] - first;
+    int32_t* q = sym->diagCopyPerm + first;
+    const int32_t* piv = sym->pivots + first;
+    q[0] = -1;
+    if (sym->diagCopyBegin[s + 1] == sym->diagCopyBegin[s] || plainPivots(piv, c)) continue;
+    int32_t r = (int32_t)(sym->rowBegin[s + 1] - sym->rowBegin[s]);
+    const double* F = sym->factor + sym->factorBegin[s];
+    double* T = sym->diagCopy + sym->diagCopyBegin[s];
+    for (int32_t j = 0; j < c; j++)
+      for (int32_t i = 0; i < c; i++) T[i + (int64_t)j * c] = i >= j ? F[i + (int64_t)j * r] : 0.0;
+    for (int32_t k = 0; k < c; k++) q[k] = k;
+    bool valid = true;
+    for (int32_t k = 0; k < c && valid;) {
+      // The interchange of step k moves rows a and p of every column before
+      // k; the pair's own columns see it before their update.
+      int32_t a = k, p = piv[k], step = 1;
+      if (p < 0) {
+        a = k + 1;
+        p = -p;
+        step = 2;
+        valid = a < c && piv[a] == piv[k];
+        if (!valid) break;
+        T[k + (int64_t)a * c] = T[a + (int64_t)k * c];
+        T[a + (int64_t)k * c] = 0.0;
+      }
+      if (p < a || p >= c) {
+        valid = false;
+        break;
+      }
+      if (p != a) {
+        int32_t tq = q[a];
+        q[a] = q[p];
+        q[p] = tq;
+        for (int32_t j = 0; j < k; j++) {
+          double t = T[a + (int64_t)j * c];
+          T[a + (int64_t)j * c] = T[p + (int64_t)j * c];
+          T[p + (int64_t)j * c] = t;
+        }
+      }
+      k += step;
+    }
+    // A record that the copy cannot express is left to the sweeps that read
+    // the factor itself.
+    if (!valid) q[0] = -1;
+  }
+}
 
 int32_t ldl_solve(int32_t mode, double* a, LASymbolic* sym, double* b) {
   return supernodalSolve(mode, a, sym, b, 0);

@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "la/la_internal.h"
 #include "kernels/cpu.h"
+#include "la/la_internal.h"
 #include "la/la_numeric_internal.h"
 
 namespace {
@@ -27,6 +27,9 @@ struct Factor {
   I64Vec rowBegin, factorBegin;
   Vec factor;
   int32_t nb = 0;
+  I64Vec copyBegin;
+  Vec copies;
+  IntVec copyPerm;
 
   int32_t cols(int32_t s) const { return snodeStart[s + 1] - snodeStart[s]; }
   int32_t rows(int32_t s) const { return (int32_t)(rowBegin[s + 1] - rowBegin[s]); }
@@ -38,11 +41,11 @@ struct Factor {
 };
 
 struct Shape {
-  int32_t nb;                  // 0: the sequential storage
+  int32_t nb;                   // 0: the sequential storage
   std::vector<int32_t> widths;  // columns per supernode
-  int32_t maxBelow;            // rows under a supernode, at most
-  double tinyShare;            // share of pivots as small as the replacements
-  bool plain = false;          // 1x1 pivots only, no interchange
+  int32_t maxBelow;             // rows under a supernode, at most
+  double tinyShare;             // share of pivots as small as the replacements
+  bool plain = false;           // 1x1 pivots only, no interchange
 };
 
 Factor makeFactor(const Shape& shape, uint32_t seed) {
@@ -197,6 +200,22 @@ double maxAbs(const Vec& v) {
   return m;
 }
 
+// The copies of the diagonal blocks as the factor step makes them; the
+// number of supernodes that got one.
+int32_t attachCopies(Factor& f) {
+  LASymbolic& sym = f.sym;
+  f.copyBegin.assign(sym.numSNodes + 1, -1);
+  sym.diagCopyBegin = f.copyBegin.data();
+  f.copies.assign(laDiagCopyLayout(&sym), NAN);
+  f.copyPerm.assign(sym.n, -7);
+  sym.diagCopy = f.copies.data();
+  sym.diagCopyPerm = f.copyPerm.data();
+  laBuildDiagCopies(&sym);
+  int32_t made = 0;
+  for (int32_t s = 0; s < sym.numSNodes; s++) made += f.copyPerm[f.snodeStart[s]] >= 0;
+  return made;
+}
+
 // Both modes of the fast solve against the reference on one factor.
 void expectSameSolution(Factor& f, uint32_t seed) {
   std::mt19937 rng(seed);
@@ -225,23 +244,33 @@ void expectSameSolution(Factor& f, uint32_t seed) {
 TEST(LASolveSweeps, MatchThePivotByPivotSolveOnBothStorages) {
   const std::vector<int32_t> mixed = {1, 1, 2, 3, 5, 1, 9, 4, 17, 1, 2, 6, 33, 1, 8, 12, 3, 1};
   const Shape shapes[] = {
-      {0, mixed, 40, 0.0},                     // sequential storage
-      {0, {1, 1, 1, 2, 1, 1, 3, 1}, 6, 0.1},   // only narrow groups
-      {0, {60, 7, 45}, 25, 0.05},              // wide diagonal blocks
-      {4, mixed, 40, 0.0},                     // block storage, many wide supernodes
-      {8, mixed, 12, 0.05},                    // wide ones with few rows below
-      {5, {11, 1, 23, 2, 16}, 50, 0.0},        // column blocks of odd width
-      {0, mixed, 30, 0.05, true},              // plain pivots, sequential storage
-      {6, mixed, 20, 0.0, true},               // and block storage
+      {0, mixed, 40, 0.0},                    // sequential storage
+      {0, {1, 1, 1, 2, 1, 1, 3, 1}, 6, 0.1},  // only narrow groups
+      {0, {60, 7, 45}, 25, 0.05},             // wide diagonal blocks
+      {4, mixed, 40, 0.0},                    // block storage, many wide supernodes
+      {8, mixed, 12, 0.05},                   // wide ones with few rows below
+      {5, {11, 1, 23, 2, 16}, 50, 0.0},       // column blocks of odd width
+      {0, mixed, 30, 0.05, true},             // plain pivots, sequential storage
+      {6, mixed, 20, 0.0, true},              // and block storage
   };
   uint32_t seed = 11;
+  int32_t copied = 0;
   for (const Shape& shape : shapes) {
     for (int rep = 0; rep < 3; rep++, seed++) {
       SCOPED_TRACE(testing::Message() << "nb " << shape.nb << " seed " << seed);
       Factor f = makeFactor(shape, seed);
       expectSameSolution(f, seed * 7 + 1);
+      // Again through the copies of the diagonal blocks; plain pivots need
+      // none.
+      int32_t made = attachCopies(f);
+      if (shape.plain) {
+        EXPECT_EQ(0, made);
+      }
+      copied += made;
+      expectSameSolution(f, seed * 7 + 1);
     }
   }
+  EXPECT_GT(copied, 40);
 }
 
 TEST(LASolveSweeps, GuardStopsOnOverflowInEveryKindOfSupernode) {
@@ -259,32 +288,38 @@ TEST(LASolveSweeps, GuardStopsOnOverflowInEveryKindOfSupernode) {
   for (const Case& c : cases) {
     // A huge entry of L under the supernode's first column: the forward
     // sweep carries it, the backward sum overflows.
-    Factor f = makeFactor(c.shape, 5);
-    f.at(c.snode, f.rows(c.snode) - 1, 0) = 1e300;
-    Vec rhs(f.sym.n, 1.0), permuted(f.sym.n), buffer(f.sym.n);
-    for (int32_t i = 0; i < f.sym.n; i++) permuted[i] = rhs[f.perm[i]];
-    Vec ref = permuted;
-    EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, referenceSolve(f, ref));
-    auto solve = f.nb > 0 ? ldl_psolve : ldl_solve;
-    EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(0, rhs.data(), &f.sym, buffer.data()));
-    EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(1, buffer.data(), &f.sym, permuted.data()));
+    for (bool copies : {false, true}) {
+      Factor f = makeFactor(c.shape, 5);
+      f.at(c.snode, f.rows(c.snode) - 1, 0) = 1e300;
+      if (copies) attachCopies(f);
+      Vec rhs(f.sym.n, 1.0), permuted(f.sym.n), buffer(f.sym.n);
+      for (int32_t i = 0; i < f.sym.n; i++) permuted[i] = rhs[f.perm[i]];
+      Vec ref = permuted;
+      EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, referenceSolve(f, ref));
+      auto solve = f.nb > 0 ? ldl_psolve : ldl_solve;
+      EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(0, rhs.data(), &f.sym, buffer.data()));
+      EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(1, buffer.data(), &f.sym, permuted.data()));
+    }
   }
   for (const Case& c : cases) {
-    Factor f = makeFactor(c.shape, 5);
-    int32_t s = c.snode, j = f.cols(s) - 1;
-    // The last pivot of the supernode; a pair gets a zero diagonal and a
-    // denormal off-diagonal, so that both its values blow up.
-    if (f.pivots[f.snodeStart[s] + j] < 0) {
-      f.at(s, j - 1, j - 1) = f.at(s, j, j) = 0.0;
-      f.at(s, j, j - 1) = 1e-310;
-    } else {
-      f.at(s, j, j) = 1e-310;
+    for (bool copies : {false, true}) {
+      Factor f = makeFactor(c.shape, 5);
+      int32_t s = c.snode, j = f.cols(s) - 1;
+      // The last pivot of the supernode; a pair gets a zero diagonal and a
+      // denormal off-diagonal, so that both its values blow up.
+      if (f.pivots[f.snodeStart[s] + j] < 0) {
+        f.at(s, j - 1, j - 1) = f.at(s, j, j) = 0.0;
+        f.at(s, j, j - 1) = 1e-310;
+      } else {
+        f.at(s, j, j) = 1e-310;
+      }
+      if (copies) attachCopies(f);
+      Vec rhs(f.sym.n, 1.0), ref(f.sym.n), buffer(f.sym.n);
+      for (int32_t i = 0; i < f.sym.n; i++) ref[i] = rhs[f.perm[i]];
+      EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, referenceSolve(f, ref));
+      auto solve = f.nb > 0 ? ldl_psolve : ldl_solve;
+      EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(0, rhs.data(), &f.sym, buffer.data()));
     }
-    Vec rhs(f.sym.n, 1.0), ref(f.sym.n), buffer(f.sym.n);
-    for (int32_t i = 0; i < f.sym.n; i++) ref[i] = rhs[f.perm[i]];
-    EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, referenceSolve(f, ref));
-    auto solve = f.nb > 0 ? ldl_psolve : ldl_solve;
-    EXPECT_EQ(LA_ERR_SOLVE_OVERFLOW, solve(0, rhs.data(), &f.sym, buffer.data()));
   }
 }
 
@@ -330,8 +365,7 @@ TEST(LAResidual, FourRowsAtOnceGiveTheBitsOfOneRowAtATime) {
       double maxB = 0.0;
       for (int32_t i = 0; i < n; i++) {
         double ri = b[i];
-        for (int32_t k = colBegin[i]; k < colBegin[i + 1]; k++)
-          ri -= value[k] * x[rowIndex[k]];
+        for (int32_t k = colBegin[i]; k < colBegin[i + 1]; k++) ri -= value[k] * x[rowIndex[k]];
         if (!std::isnan(ri)) {
           EXPECT_NEAR(ri, r1[i], 1e-12 * (1 + std::fabs(ri))) << i;
         }
