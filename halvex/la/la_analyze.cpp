@@ -442,9 +442,14 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
       static_cast<int64_t*>(laAlloc(pool, ((int64_t)sym->numSNodes + 1) * 8));
   if (!sym->diagCopyBegin) return LA_ERR_MEMORY;
   int64_t copyEntries = laDiagCopyLayout(sym);
-  sym->diagCopy = static_cast<double*>(laAlloc(pool, copyEntries * 8 + (int64_t)n * 4));
+  sym->diagCopy = static_cast<double*>(
+      laAlloc(pool, copyEntries * 8 + ((int64_t)n * 4 + sym->numRowEntries) * 4));
   if (!sym->diagCopy) return LA_ERR_MEMORY;
   sym->diagCopyPerm = reinterpret_cast<int32_t*>(sym->diagCopy + copyEntries);
+  sym->solvePos = sym->diagCopyPerm + n;
+  sym->solvePerm = sym->solvePos + n;
+  sym->solveInvPerm = sym->solvePerm + n;
+  sym->solveRowList = sym->solveInvPerm + n;
   for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPerm[sym->snodeStart[s]] = -1;
   if (sym->threaded) num->panelWidth = sym->blockSize;
   num->panelBuffers = static_cast<double*>(

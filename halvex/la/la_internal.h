@@ -65,6 +65,15 @@ struct LASymbolic {
   int64_t* diagCopyBegin;    // numSNodes + 1; an empty range: no copy
   double* diagCopy;
   int32_t* diagCopyPerm;     // n; negative at a supernode's first position: no copy
+  // Where some copy interchanges, the solves keep each such block in its
+  // interchanged order from the first sweep to the end of the second: the
+  // row lists and the permutations below then point at those places, so
+  // that no sweep moves an entry.  solveMoved says whether they are in use.
+  int32_t solveMoved;
+  int32_t* solveRowList;     // rowList with every position mapped
+  int32_t* solvePos;         // n; solve place -> analysis position
+  int32_t* solvePerm;        // n; perm through solvePos
+  int32_t* solveInvPerm;     // n; its inverse
 };
 
 static_assert(offsetof(LASymbolic, numRowEntries) == 24, "LASymbolic layout");

@@ -72,6 +72,7 @@ int64_t laDiagCopyLayout(LASymbolic* sym);
 // the unit triangle with every later interchange applied to the rows of the
 // earlier columns, D on the diagonal and a 2x2 pivot's off-diagonal above
 // it.  Supernodes whose pivots need no copy are marked in diagCopyPerm.
+// Where a copy interchanges, the solve's row list and permutations too.
 void laBuildDiagCopies(LASymbolic* sym);
 
 int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin,

@@ -729,14 +729,14 @@ LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
   return c == 2 || (piv[2] == 2 && (c == 3 || piv[3] == 3));
 }
 
-// A diagonal block through its copy: the interchanges at once, the unit
-// triangle four columns at a time, then D.  t gets the values before
-// division, for the rows below.
+// A diagonal block through its copy, whose entries the solve keeps in the
+// block's interchanged order: the unit triangle four columns at a time,
+// then D.  t gets the values before division, for the rows below.
 LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const double* __restrict T,
-                          const int32_t* q, const int32_t* piv, int32_t w) {
+                          const int32_t* piv, int32_t w) {
   const double G = LA_SOLVE_GUARD;
   double p[LA_DIAG_COPY_COLS];
-  for (int32_t k = 0; k < w; k++) p[k] = x[q[k]];
+  for (int32_t k = 0; k < w; k++) p[k] = x[k];
   int32_t j = 0;
   for (; j + 4 <= w; j += 4) {
     const double *f0 = T + j * w, *f1 = f0 + w, *f2 = f1 + w;
@@ -776,26 +776,14 @@ LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const doub
   return true;
 }
 
-// Going up: the unit triangle of the copy has zeros where the pairs keep
-// their off-diagonal, so the plain block sweep serves; the interchanges
-// are undone at once after it.
-LA_SWEEP bool backwardCopy(double* __restrict x, const double* __restrict T, const int32_t* q,
-                           int32_t w, int64_t last) {
-  if (!backwardPlain(x, T, w, w, last)) return false;
-  double p[LA_DIAG_COPY_COLS];
-  for (int32_t k = 0; k < w; k++) p[k] = x[k];
-  for (int32_t k = 0; k < w; k++) x[q[k]] = p[k];
-  return true;
-}
-
 LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
-                                    double* buf, const double* T, const int32_t* q) {
+                                    double* buf, const double* T) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
   // The rows below take the values before division, which buf gets.
-  bool ok = q                    ? forwardCopy(x, buf, T, q, piv, c)
+  bool ok = T                    ? forwardCopy(x, buf, T, piv, c)
             : plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
                                   : forwardPivots(x, buf, F, r, c, piv);
   if (!ok) return false;
@@ -815,7 +803,7 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
 
 LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
                                      const double* F, int32_t r, int32_t c, const int32_t* piv,
-                                     double* buf, bool avx2, const double* T, const int32_t* q) {
+                                     double* buf, bool avx2, const double* T) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
@@ -832,7 +820,9 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
     colDots(m, c, F + c, r, buf, x);
   else if (m > 0)
     indexedDots4(m, c, F + c, r, idx, b, x);
-  if (q) return backwardCopy(x, T, q, c, r - 1);
+  // The copy's unit triangle has zeros where the pairs keep their
+  // off-diagonal, so the plain block sweep serves.
+  if (T) return backwardPlain(x, T, c, c, r - 1);
   if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
   return backwardPivots(x, F, r, c, piv, r - 1);
 }
@@ -884,24 +874,22 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
   for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
 }
 
-// The two sweeps over the factor, in storage order; nb is 0 for the
-// storage of the sequential path and blockSize for the block storage.
-LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
-                                        int32_t nb) {
-  static const bool avx2 = hxk::avx2Available();
-  int32_t n = sym->n;
-  if (mode == 0) gather(avx2, n, sym->perm, a, b);
+// The two sweeps over the factor, in storage order, on x with buf as
+// scratch; nb is 0 for the storage of the sequential path and blockSize for
+// the block storage.
+LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASymbolic* sym,
+                        const int32_t* rowList, int32_t nb, bool avx2) {
   const int32_t* start = sym->snodeStart;
   const int64_t* rowBegin = sym->rowBegin;
   const int64_t* factorBegin = sym->factorBegin;
-  // Stores to b could alias the record for all the compiler knows.
-  const int32_t* rowList = sym->rowList;
   const double* factor = sym->factor;
   const int32_t* pivots = sym->pivots;
   const int32_t numSNodes = sym->numSNodes;
   const int64_t* copyBegin = sym->diagCopyBegin;
   const double* copies = sym->diagCopy;
   const int32_t* copyPerm = sym->diagCopyPerm;
+  double* b = x;
+  double* a = buf;
 
   for (int32_t s = 0; s < numSNodes; s++) {
     int32_t first = start[s];
@@ -922,10 +910,8 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
       memcpy(b + first, a, sizeof(double) * (size_t)c);
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
     } else {
-      bool copy = copyPerm && copyPerm[first] >= 0;
-      const double* T = copy ? copies + copyBegin[s] : nullptr;
-      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T, copy ? copyPerm + first : nullptr))
-        return LA_ERR_SOLVE_OVERFLOW;
+      const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
+      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T)) return LA_ERR_SOLVE_OVERFLOW;
     }
   }
 
@@ -948,21 +934,42 @@ LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym
       // The rows below are only read on the way back.
       memcpy(b + first, a, sizeof(double) * (size_t)c);
     } else {
-      bool copy = copyPerm && copyPerm[first] >= 0;
-      const double* T = copy ? copies + copyBegin[s] : nullptr;
-      if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T,
-                          copy ? copyPerm + first : nullptr))
-        return LA_ERR_SOLVE_OVERFLOW;
+      const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
+      if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T)) return LA_ERR_SOLVE_OVERFLOW;
     }
   }
+  return LA_OK;
+}
 
+LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
+                                        int32_t nb) {
+  static const bool avx2 = hxk::avx2Available();
+  int32_t n = sym->n;
+  bool moved = sym->solveMoved != 0;
+  const int32_t* rowList = moved ? sym->solveRowList : sym->rowList;
+  // The sweeps run on x in the solve's order: b, gathered from a in mode 0;
+  // in mode 1 b is in analysis order, which the solve's order may move.
+  double* x = b;
+  double* buf = a;
   if (mode == 0) {
-    if (sym->invPerm) {
-      gather(avx2, n, sym->invPerm, b, a);
+    gather(avx2, n, moved ? sym->solvePerm : sym->perm, a, b);
+  } else if (moved) {
+    gather(avx2, n, sym->solvePos, b, a);
+    x = a;
+    buf = b;
+  }
+  int32_t status = sweeps(x, buf, sym, rowList, nb, avx2);
+  if (status) return status;
+  if (mode == 0) {
+    if (moved || sym->invPerm) {
+      gather(avx2, n, moved ? sym->solveInvPerm : sym->invPerm, b, a);
     } else {
       const int32_t* perm = sym->perm;
       for (int32_t i = 0; i < n; i++) a[perm[i]] = b[i];
     }
+  } else if (moved) {
+    const int32_t* pos = sym->solvePos;
+    for (int32_t i = 0; i < n; i++) b[pos[i]] = a[i];
   }
   return LA_OK;
 }
@@ -982,7 +989,9 @@ int64_t laDiagCopyLayout(LASymbolic* sym) {
 }
 
 void laBuildDiagCopies(LASymbolic* sym) {
+  sym->solveMoved = 0;
   if (!sym->diagCopyPerm || !sym->pivots) return;
+  bool moved = false;
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int32_t first = sym->snodeStart[s];
     int32_t c = sym->snodeStart[s + 1] - first;
@@ -1028,8 +1037,32 @@ void laBuildDiagCopies(LASymbolic* sym) {
     }
     // A record that the copy cannot express is left to the sweeps that read
     // the factor itself.
-    if (!valid) q[0] = -1;
+    if (!valid) {
+      q[0] = -1;
+      continue;
+    }
+    for (int32_t k = 0; k < c; k++) moved |= q[k] != k;
   }
+  sym->solveMoved = moved;
+  if (!moved) return;
+
+  // Solve place first + k holds analysis position first + q[k].
+  int32_t n = sym->n;
+  int32_t* pos = sym->solvePos;
+  int32_t* place = sym->solveInvPerm;  // for now: analysis position -> place
+  for (int32_t i = 0; i < n; i++) pos[i] = i;
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int32_t first = sym->snodeStart[s];
+    const int32_t* q = sym->diagCopyPerm + first;
+    if (q[0] < 0) continue;
+    int32_t c = sym->snodeStart[s + 1] - first;
+    for (int32_t k = 0; k < c; k++) pos[first + k] = first + q[k];
+  }
+  for (int32_t i = 0; i < n; i++) place[pos[i]] = i;
+  int64_t entries = sym->rowBegin[sym->numSNodes];
+  for (int64_t e = 0; e < entries; e++) sym->solveRowList[e] = place[sym->rowList[e]];
+  for (int32_t i = 0; i < n; i++) sym->solvePerm[i] = sym->perm[pos[i]];
+  for (int32_t i = 0; i < n; i++) sym->solveInvPerm[sym->solvePerm[i]] = i;
 }
 
 int32_t ldl_solve(int32_t mode, double* a, LASymbolic* sym, double* b) {

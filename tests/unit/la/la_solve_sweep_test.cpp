@@ -29,7 +29,7 @@ struct Factor {
   int32_t nb = 0;
   I64Vec copyBegin;
   Vec copies;
-  IntVec copyPerm;
+  IntVec copyPerm, solveMaps;
 
   int32_t cols(int32_t s) const { return snodeStart[s + 1] - snodeStart[s]; }
   int32_t rows(int32_t s) const { return (int32_t)(rowBegin[s + 1] - rowBegin[s]); }
@@ -210,6 +210,11 @@ int32_t attachCopies(Factor& f) {
   f.copyPerm.assign(sym.n, -7);
   sym.diagCopy = f.copies.data();
   sym.diagCopyPerm = f.copyPerm.data();
+  f.solveMaps.assign(3 * sym.n + f.rowList.size(), -7);
+  sym.solvePos = f.solveMaps.data();
+  sym.solvePerm = sym.solvePos + sym.n;
+  sym.solveInvPerm = sym.solvePerm + sym.n;
+  sym.solveRowList = sym.solveInvPerm + sym.n;
   laBuildDiagCopies(&sym);
   int32_t made = 0;
   for (int32_t s = 0; s < sym.numSNodes; s++) made += f.copyPerm[f.snodeStart[s]] >= 0;
@@ -254,7 +259,7 @@ TEST(LASolveSweeps, MatchThePivotByPivotSolveOnBothStorages) {
       {6, mixed, 20, 0.0, true},              // and block storage
   };
   uint32_t seed = 11;
-  int32_t copied = 0;
+  int32_t copied = 0, moved = 0;
   for (const Shape& shape : shapes) {
     for (int rep = 0; rep < 3; rep++, seed++) {
       SCOPED_TRACE(testing::Message() << "nb " << shape.nb << " seed " << seed);
@@ -267,10 +272,12 @@ TEST(LASolveSweeps, MatchThePivotByPivotSolveOnBothStorages) {
         EXPECT_EQ(0, made);
       }
       copied += made;
+      moved += f.sym.solveMoved;
       expectSameSolution(f, seed * 7 + 1);
     }
   }
   EXPECT_GT(copied, 40);
+  EXPECT_GT(moved, 5);
 }
 
 TEST(LASolveSweeps, GuardStopsOnOverflowInEveryKindOfSupernode) {
