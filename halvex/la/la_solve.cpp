@@ -504,7 +504,6 @@ LA_SWEEP void dot2Short(const double* __restrict x, const double* __restrict f,
 LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
                             const double* __restrict T, int64_t ld, int32_t w,
                             const int32_t* piv) {
-  const double G = LA_SOLVE_GUARD;
   for (int32_t j = 0; j < w;) {
     const double* f = T + j * ld;
     if (piv[j] >= 0) {
@@ -513,7 +512,6 @@ LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
       axpyShort(x + j + 1, f + j + 1, tj, w - j - 1);
       t[j] = tj;
       x[j] = tj / f[j];
-      if (fabs(x[j]) >= G) return false;
       j += 1;
     } else {
       if (-piv[j] != j + 1) swapEntries(x, j + 1, -piv[j]);
@@ -528,7 +526,6 @@ LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
       double den = u * v - 1.0;
       x[j + 1] = (u * (a1 / d) - a0 / d) / den;
       x[j] = (v * (a0 / d) - a1 / d) / den;
-      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
       j += 2;
     }
   }
@@ -539,13 +536,11 @@ LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
 // last is the position of the supernode's last row.
 LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, int64_t ld,
                              int32_t w, const int32_t* piv, int64_t last) {
-  const double G = LA_SOLVE_GUARD;
   for (int32_t j = w - 1; j >= 0;) {
     const double* f = T + j * ld;
     if (piv[j] >= 0) {
       if (j < last) {
         x[j] -= dotShort(x + j + 1, f + j + 1, w - j - 1);
-        if (fabs(x[j]) >= G) return false;
       }
       if (piv[j] != j) swapEntries(x, j, piv[j]);
       j -= 1;
@@ -556,7 +551,6 @@ LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, i
         dot2Short(x + j + 1, f + j + 1, f - ld + j + 1, w - j - 1, &s1, &s0);
         x[j] -= s1;
         x[j - 1] -= s0;
-        if (fabs(x[j]) >= G || fabs(x[j - 1]) >= G) return false;
       }
       if (-piv[j] != j) swapEntries(x, j, -piv[j]);
       j -= 2;
@@ -569,7 +563,6 @@ LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, i
 // the values before division (what the rows below need), x the solved ones.
 LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const double* __restrict T,
                            int64_t ld, int32_t w) {
-  const double G = LA_SOLVE_GUARD;
   int32_t j = 0;
   for (; j + 4 <= w; j += 4) {
     const double *f0 = T + j * ld, *f1 = f0 + ld, *f2 = f1 + ld, *f3 = f2 + ld;
@@ -585,9 +578,6 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
     x[j + 1] = t1 / f1[j + 1];
     x[j + 2] = t2 / f2[j + 2];
     x[j + 3] = t3 / f3[j + 3];
-    if ((fabs(x[j]) >= G) | (fabs(x[j + 1]) >= G) | (fabs(x[j + 2]) >= G) |
-        (fabs(x[j + 3]) >= G))
-      return false;
     colUpdateT<4, false>(w - j - 4, f0 + j + 4, ld, t + j, x + j + 4);
   }
   // The last columns have no rows of the block below them but their own.
@@ -597,7 +587,6 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
     for (int32_t k = j + 1; k < w; k++) x[k] -= tj * f[k];
     t[j] = tj;
     x[j] = tj / f[j];
-    if (fabs(x[j]) >= G) return false;
   }
   return true;
 }
@@ -606,7 +595,6 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
 // taken off x, four columns at a time from the bottom.
 LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, int64_t ld,
                             int32_t w, int64_t last) {
-  const double G = LA_SOLVE_GUARD;
   int32_t j = w - 1;
   // Whole groups unrolled, each sum in the order of the loop below; only
   // the block's last column can be the supernode's last row.
@@ -620,8 +608,6 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
     x[j - 1] = x2;
     x[j - 2] = x1;
     x[j - 3] = x0;
-    if (((j < last) & (fabs(x3) >= G)) | (fabs(x2) >= G) | (fabs(x1) >= G) | (fabs(x0) >= G))
-      return false;
   }
   for (; j >= 0;) {
     int32_t g = j + 1;
@@ -633,7 +619,6 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
         double sum = 0.0;
         for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
         x[k] -= sum;
-        if (fabs(x[k]) >= G) return false;
       }
     }
     j = lo - 1;
@@ -654,7 +639,6 @@ LA_SWEEP bool forwardOne(double* b, int32_t first, const int32_t* rows, const do
   const int32_t* idx = rows + 1;
   double t0 = x[0];
   x[0] = t0 / F[0];
-  if (fabs(x[0]) >= LA_SOLVE_GUARD) return false;
   const double* f = F + 1;
   LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
   return true;
@@ -675,7 +659,7 @@ LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const d
   }
   if (i < m) s0 += f[i] * b[idx[i]];
   x[0] -= s0 + s1;
-  return fabs(x[0]) < LA_SOLVE_GUARD;
+  return true;
 }
 
 // Two to four columns, no 2x2 pivot and no interchange: unrolled whole.
@@ -689,12 +673,7 @@ LA_SWEEP bool forwardSmall(double* b, int32_t first, const int32_t* rows, const 
     for (int k = 0; k < j; k++) v -= t[k] * F[k * r + j];
     t[j] = v;
   }
-  bool over = false;
-  for (int j = 0; j < C; j++) {
-    x[j] = t[j] / F[j * r + j];
-    over |= fabs(x[j]) >= LA_SOLVE_GUARD;
-  }
-  if (over) return false;
+  for (int j = 0; j < C; j++) x[j] = t[j] / F[j * r + j];
   for (int32_t i = C; i < r; i++) {
     double u = F[i] * t[0];
     for (int k = 1; k < C; k++) u += F[k * r + i] * t[k];
@@ -719,7 +698,6 @@ LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const
     for (int k = j + 1; k < C; k++) inner += x[k] * F[j * r + k];
     double v = (x[j] - s[j]) - inner;
     x[j] = v;
-    if (fabs(v) >= LA_SOLVE_GUARD) return false;
   }
   return true;
 }
@@ -734,7 +712,6 @@ LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
 // then D.  t gets the values before division, for the rows below.
 LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const double* __restrict T,
                           const int32_t* piv, int32_t w) {
-  const double G = LA_SOLVE_GUARD;
   double p[LA_DIAG_COPY_COLS];
   for (int32_t k = 0; k < w; k++) p[k] = x[k];
   int32_t j = 0;
@@ -758,7 +735,6 @@ LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const doub
     t[j] = p[j];
     if (piv[j] >= 0) {
       x[j] = p[j] / T[j + j * w];
-      if (fabs(x[j]) >= G) return false;
       j += 1;
     } else {
       t[j + 1] = p[j + 1];
@@ -769,7 +745,6 @@ LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const doub
       double a0 = p[j], a1 = p[j + 1];
       x[j + 1] = (u * (a1 / d) - a0 / d) / den;
       x[j] = (v * (a0 / d) - a1 / d) / den;
-      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
       j += 2;
     }
   }
@@ -814,7 +789,7 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
   if (c == 1 && piv[0] == 0) {
     if (!gathered) return backwardOne(b, first, rows, F, r);
     colDotsT<1>(m, F + 1, r, buf, x);
-    return fabs(x[0]) < LA_SOLVE_GUARD;
+    return true;
   }
   if (gathered)
     colDots(m, c, F + c, r, buf, x);
@@ -874,6 +849,25 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
   for (int32_t i = c; i < r; i++) a[i] = b[rows[i]];
 }
 
+// Whether a value of x has reached the guard.  A value that leaves its
+// pivot is not touched again in the same sweep, so one look at the whole
+// vector after the sweep stops the solve on the same values as a look at
+// each pivot; only the narrow supernodes leave it to this.
+LA_SWEEP bool overGuard(int32_t n, const double* x) {
+  typedef long long v4l __attribute__((vector_size(32)));
+  const double G = LA_SOLVE_GUARD;
+  const v4d hi = {G, G, G, G}, lo = -hi;
+  v4l hit = {0, 0, 0, 0};
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    v4d v = LA_LOAD4(x + i);
+    hit |= (v >= hi) | (v <= lo);
+  }
+  bool over = (hit[0] | hit[1] | hit[2] | hit[3]) != 0;
+  for (; i < n; i++) over |= fabs(x[i]) >= G;
+  return over;
+}
+
 // The two sweeps over the factor, in storage order, on x with buf as
 // scratch; nb is 0 for the storage of the sequential path and blockSize for
 // the block storage.
@@ -914,6 +908,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T)) return LA_ERR_SOLVE_OVERFLOW;
     }
   }
+  if (overGuard(sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
 
   for (int32_t s = numSNodes - 1; s >= 0; s--) {
     int32_t first = start[s];
@@ -938,7 +933,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T)) return LA_ERR_SOLVE_OVERFLOW;
     }
   }
-  return LA_OK;
+  return overGuard(sym->n, b) ? LA_ERR_SOLVE_OVERFLOW : LA_OK;
 }
 
 LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
