@@ -64,7 +64,9 @@ struct LASymbolic {
   // interchanges pivot by pivot.
   int64_t* diagCopyBegin;    // numSNodes + 1; an empty range: no copy
   double* diagCopy;
-  int32_t* diagCopyPerm;     // n; negative at a supernode's first position: no copy
+  int32_t* diagCopyPerm;     // n; per supernode with a copy, the number of its
+                             // 2x2 pivots and then their first columns; -1 at
+                             // its first position: no copy
   // Where some copy interchanges, the solves keep each such block in its
   // interchanged order from the first sweep to the end of the second: the
   // row lists and the permutations below then point at those places, so

@@ -67,12 +67,14 @@ int32_t ldl_psolve(int32_t mode, double* a, LASymbolic* sym, double* b);
 #define LA_DIAG_COPY_COLS 32
 // Doubles that the copies of the plan need, with diagCopyBegin filled.
 int64_t laDiagCopyLayout(LASymbolic* sym);
-// After a factor step: per supernode with a copy range, the composed
-// interchanges in diagCopyPerm and, in diagCopy (c by c, column-major),
-// the unit triangle with every later interchange applied to the rows of the
-// earlier columns, D on the diagonal and a 2x2 pivot's off-diagonal above
-// it.  Supernodes whose pivots need no copy are marked in diagCopyPerm.
-// Where a copy interchanges, the solve's row list and permutations too.
+// After a factor step, per supernode with a copy range whose pivots have
+// interchanges or pairs, in diagCopy: the unit triangle (c by c,
+// column-major) with every later interchange applied to the rows of the
+// earlier columns and zeros at the pairs' off-diagonals; then c 1x1 pivots
+// (1.0 at a pair); then, per pair at column j, from entry 2j: its
+// off-diagonal and the three constants of its solve.  diagCopyPerm lists
+// the pairs.  Where a copy interchanges, the solve's row list and
+// permutations too.
 void laBuildDiagCopies(LASymbolic* sym);
 
 int32_t FGMRES(double tol, double stagnation, int32_t n, const int32_t* colBegin,

@@ -80,6 +80,13 @@ typedef double v4u __attribute__((vector_size(32), aligned(8)));
 // the loop on the short columns of most supernodes.
 #define LA_STORE4(p, v) (*reinterpret_cast<v4u*>(p) = (v))
 
+typedef long long v4l __attribute__((vector_size(32)));
+// Lanes kept of a four-wide step over the last four rows, when the steps
+// before it took the first 0 to 3 of them (the index).
+alignas(32) const long long kLastRows[4][4] = {
+    {-1, -1, -1, -1}, {0, -1, -1, -1}, {0, 0, -1, -1}, {0, 0, 0, -1}};
+#define lastRowsMask(done) (*reinterpret_cast<const v4l*>(kLastRows[done]))
+
 // x[c] -= sum_i F(i, c) y[i] for the G columns of F (leading dimension ld)
 // over m rows.
 template <int G>
@@ -93,6 +100,14 @@ LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
     for (; i + 4 <= m; i += 4) {
       v4d yv = LA_LOAD4(y + i);
       for (int c = 0; c < G; c++) s[c] += LA_LOAD4(F + c * ld + i) * yv;
+    }
+    // The rows left over: one more step over the last four rows, with the
+    // ones already taken zeroed in y.
+    if (i < m) {
+      int32_t e = m - 4;
+      v4d yv = (v4d)((v4l)LA_LOAD4(y + e) & lastRowsMask(i - e));
+      for (int c = 0; c < G; c++) s[c] += LA_LOAD4(F + c * ld + e) * yv;
+      i = m;
     }
     if (G == 4) {
       // The four sums reduced together, each in the same order as alone.
@@ -128,6 +143,19 @@ LA_SWEEP void colUpdateT(int32_t m, const double* __restrict F, int64_t ld,
       LA_STORE4(x + i, -u);
     else
       LA_STORE4(x + i, LA_LOAD4(x + i) - u);
+  }
+  // The rows left over: one more step over the last four rows, which
+  // leaves the ones already done as they are.
+  if (i < m && m >= 4) {
+    int32_t e = m - 4;
+    v4l keep = lastRowsMask(i - e);
+    v4d u = LA_LOAD4(F + e) * tc[0];
+    for (int c = 1; c < G; c++) u += LA_LOAD4(F + c * ld + e) * tc[c];
+    if (Init)
+      LA_STORE4(x + e, (v4d)(((v4l)LA_LOAD4(x + e) & ~keep) | ((v4l)(-u) & keep)));
+    else
+      LA_STORE4(x + e, LA_LOAD4(x + e) - (v4d)((v4l)u & keep));
+    i = m;
   }
   for (; i < m; i++) {
     double u = F[i] * tc[0];
@@ -709,58 +737,61 @@ LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
 
 // A diagonal block through its copy, whose entries the solve keeps in the
 // block's interchanged order: the unit triangle four columns at a time,
-// then D.  t gets the values before division, for the rows below.
-LA_SWEEP bool forwardCopy(double* __restrict x, double* __restrict t, const double* __restrict T,
-                          const int32_t* piv, int32_t w) {
-  double p[LA_DIAG_COPY_COLS];
-  for (int32_t k = 0; k < w; k++) p[k] = x[k];
+// then D, four 1x1 pivots at a time with the pairs done over after.  t gets
+// the values before division, for the rows below; pairs lists the block's
+// 2x2 pivots (count first).
+LA_SWEEP void forwardCopy(double* __restrict x, double* __restrict t, const double* __restrict T,
+                          const int32_t* pairs, int32_t w) {
   int32_t j = 0;
   for (; j + 4 <= w; j += 4) {
     const double *f0 = T + j * w, *f1 = f0 + w, *f2 = f1 + w;
-    double t0 = p[j];
-    double t1 = p[j + 1] - t0 * f0[j + 1];
-    double t2 = p[j + 2] - t0 * f0[j + 2] - t1 * f1[j + 2];
-    double t3 = p[j + 3] - t0 * f0[j + 3] - t1 * f1[j + 3] - t2 * f2[j + 3];
-    p[j + 1] = t1;
-    p[j + 2] = t2;
-    p[j + 3] = t3;
-    colUpdateT<4, false>(w - j - 4, f0 + j + 4, w, p + j, p + j + 4);
+    double t0 = x[j];
+    double t1 = x[j + 1] - t0 * f0[j + 1];
+    double t2 = x[j + 2] - t0 * f0[j + 2] - t1 * f1[j + 2];
+    double t3 = x[j + 3] - t0 * f0[j + 3] - t1 * f1[j + 3] - t2 * f2[j + 3];
+    x[j + 1] = t1;
+    x[j + 2] = t2;
+    x[j + 3] = t3;
+    colUpdateT<4, false>(w - j - 4, f0 + j + 4, w, x + j, x + j + 4);
   }
   for (; j < w; j++) {
     const double* f = T + j * w;
-    double tj = p[j];
-    for (int32_t k = j + 1; k < w; k++) p[k] -= tj * f[k];
+    double tj = x[j];
+    for (int32_t k = j + 1; k < w; k++) x[k] -= tj * f[k];
   }
-  for (j = 0; j < w;) {
-    t[j] = p[j];
-    if (piv[j] >= 0) {
-      x[j] = p[j] / T[j + j * w];
-      j += 1;
-    } else {
-      t[j + 1] = p[j + 1];
-      double d = T[j + (j + 1) * w];
-      double u = T[j + j * w] / d;
-      double v = T[j + 1 + (j + 1) * w] / d;
-      double den = u * v - 1.0;
-      double a0 = p[j], a1 = p[j + 1];
-      x[j + 1] = (u * (a1 / d) - a0 / d) / den;
-      x[j] = (v * (a0 / d) - a1 / d) / den;
-      j += 2;
-    }
+  const double* D = T + w * w;
+  for (j = 0; j + 4 <= w; j += 4) {
+    v4d v = LA_LOAD4(x + j);
+    LA_STORE4(t + j, v);
+    LA_STORE4(x + j, v / LA_LOAD4(D + j));
   }
-  return true;
+  for (; j < w; j++) {
+    t[j] = x[j];
+    x[j] = t[j] / D[j];
+  }
+  const double* pair = D + w;
+  for (int32_t k = 1; k <= pairs[0]; k++) {
+    j = pairs[k];
+    const double* e = pair + 2 * j;
+    double d = e[0], u = e[1], v = e[2], den = e[3];
+    double a0 = t[j], a1 = t[j + 1];
+    x[j + 1] = (u * (a1 / d) - a0 / d) / den;
+    x[j] = (v * (a0 / d) - a1 / d) / den;
+  }
 }
 
 LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
-                                    double* buf, const double* T) {
+                                    double* buf, const double* T, const int32_t* pairs) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
   // The rows below take the values before division, which buf gets.
-  bool ok = T                    ? forwardCopy(x, buf, T, piv, c)
-            : plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c)
-                                  : forwardPivots(x, buf, F, r, c, piv);
+  bool ok = true;
+  if (T)
+    forwardCopy(x, buf, T, pairs, c);
+  else
+    ok = plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c) : forwardPivots(x, buf, F, r, c, piv);
   if (!ok) return false;
   const double* t = buf;
   if (m > 0) {
@@ -854,7 +885,6 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 // vector after the sweep stops the solve on the same values as a look at
 // each pivot; only the narrow supernodes leave it to this.
 LA_SWEEP bool overGuard(int32_t n, const double* x) {
-  typedef long long v4l __attribute__((vector_size(32)));
   const double G = LA_SOLVE_GUARD;
   const v4d hi = {G, G, G, G}, lo = -hi;
   v4l hit = {0, 0, 0, 0};
@@ -905,7 +935,8 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
     } else {
       const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
-      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T)) return LA_ERR_SOLVE_OVERFLOW;
+      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T, copyPerm + first))
+        return LA_ERR_SOLVE_OVERFLOW;
     }
   }
   if (overGuard(sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
@@ -977,10 +1008,14 @@ int64_t laDiagCopyLayout(LASymbolic* sym) {
   sym->diagCopyBegin[0] = 0;
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int64_t c = sym->snodeStart[s + 1] - sym->snodeStart[s];
-    if (c >= 2 && c <= LA_DIAG_COPY_COLS && (nb == 0 || c <= nb)) total += c * c;
+    if (c >= 2 && c <= LA_DIAG_COPY_COLS && (nb == 0 || c <= nb)) total += c * c + 3 * c;
     sym->diagCopyBegin[s + 1] = total;
   }
   return total;
+}
+
+namespace {
+void buildSolveMaps(LASymbolic* sym);
 }
 
 void laBuildDiagCopies(LASymbolic* sym) {
@@ -1037,10 +1072,43 @@ void laBuildDiagCopies(LASymbolic* sym) {
       continue;
     }
     for (int32_t k = 0; k < c; k++) moved |= q[k] != k;
+    // D: the 1x1 pivots and, per pair, the constants of its solve, made as
+    // the solve of the factor itself makes them.
+    double* D = T + (int64_t)c * c;
+    double* pair = D + c;
+    for (int32_t k = 0; k < c;) {
+      if (piv[k] >= 0) {
+        D[k] = T[k + (int64_t)k * c];
+        k += 1;
+      } else {
+        double* e = pair + 2 * k;
+        double d = T[k + (int64_t)(k + 1) * c];
+        e[0] = d;
+        e[1] = T[k + (int64_t)k * c] / d;
+        e[2] = T[k + 1 + (int64_t)(k + 1) * c] / d;
+        e[3] = e[1] * e[2] - 1.0;
+        D[k] = D[k + 1] = 1.0;
+        k += 2;
+      }
+    }
   }
   sym->solveMoved = moved;
-  if (!moved) return;
+  if (moved) buildSolveMaps(sym);
+  // The interchanges are in the maps now; their places list the pairs.
+  for (int32_t s = 0; s < sym->numSNodes; s++) {
+    int32_t first = sym->snodeStart[s];
+    int32_t* q = sym->diagCopyPerm + first;
+    if (q[0] < 0) continue;
+    const int32_t* piv = sym->pivots + first;
+    int32_t c = sym->snodeStart[s + 1] - first, count = 0;
+    for (int32_t k = 0; k < c; k += piv[k] >= 0 ? 1 : 2)
+      if (piv[k] < 0) q[1 + count++] = k;
+    q[0] = count;
+  }
+}
 
+namespace {
+void buildSolveMaps(LASymbolic* sym) {
   // Solve place first + k holds analysis position first + q[k].
   int32_t n = sym->n;
   int32_t* pos = sym->solvePos;
@@ -1059,6 +1127,7 @@ void laBuildDiagCopies(LASymbolic* sym) {
   for (int32_t i = 0; i < n; i++) sym->solvePerm[i] = sym->perm[pos[i]];
   for (int32_t i = 0; i < n; i++) sym->solveInvPerm[sym->solvePerm[i]] = i;
 }
+}  // namespace
 
 int32_t ldl_solve(int32_t mode, double* a, LASymbolic* sym, double* b) {
   return supernodalSolve(mode, a, sym, b, 0);
