@@ -88,13 +88,14 @@ alignas(32) const long long kLastRows[4][4] = {
 #define lastRowsMask(done) (*reinterpret_cast<const v4l*>(kLastRows[done]))
 
 // x[c] -= sum_i F(i, c) y[i] for the G columns of F (leading dimension ld)
-// over m rows.
-template <int G>
+// over m rows.  With Back, fewer than four rows go in one masked step that
+// starts before the first row: F and y must be readable there.
+template <int G, bool Back = false>
 LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
                        const double* __restrict y, double* __restrict x) {
   double t[G];
   int32_t i = 0;
-  if (m >= 4) {
+  if (m >= 4 || (Back && m > 0)) {
     v4d s[G];
     for (int c = 0; c < G; c++) s[c] = (v4d){0, 0, 0, 0};
     for (; i + 4 <= m; i += 4) {
@@ -129,8 +130,10 @@ LA_SWEEP void colDotsT(int32_t m, const double* __restrict F, int64_t ld,
 }
 
 // x[i] -= sum_c F(i, c) t[c] over m rows for the G columns of F; with Init,
-// x[i] = -sum_c F(i, c) t[c].
-template <int G, bool Init>
+// x[i] = -sum_c F(i, c) t[c].  With Back, fewer than four rows go in one
+// masked step that starts before the first row: F must be readable there,
+// x readable and writable (it is left as it is).
+template <int G, bool Init, bool Back = false>
 LA_SWEEP void colUpdateT(int32_t m, const double* __restrict F, int64_t ld,
                          const double* __restrict t, double* __restrict x) {
   double tc[G];
@@ -146,7 +149,7 @@ LA_SWEEP void colUpdateT(int32_t m, const double* __restrict F, int64_t ld,
   }
   // The rows left over: one more step over the last four rows, which
   // leaves the ones already done as they are.
-  if (i < m && m >= 4) {
+  if (i < m && (m >= 4 || Back)) {
     int32_t e = m - 4;
     v4l keep = lastRowsMask(i - e);
     v4d u = LA_LOAD4(F + e) * tc[0];
@@ -165,41 +168,42 @@ LA_SWEEP void colUpdateT(int32_t m, const double* __restrict F, int64_t ld,
 }
 
 // The same for any number of columns, four at a time.
+template <bool Back = false>
 LA_SWEEP void colDots(int32_t m, int32_t c, const double* F, int64_t ld, const double* y,
                       double* x) {
   if (m <= 0) return;
   int32_t j = 0;
-  for (; j + 4 <= c; j += 4) colDotsT<4>(m, F + j * ld, ld, y, x + j);
+  for (; j + 4 <= c; j += 4) colDotsT<4, Back>(m, F + j * ld, ld, y, x + j);
   switch (c - j) {
-    case 1: colDotsT<1>(m, F + j * ld, ld, y, x + j); break;
-    case 2: colDotsT<2>(m, F + j * ld, ld, y, x + j); break;
-    case 3: colDotsT<3>(m, F + j * ld, ld, y, x + j); break;
+    case 1: colDotsT<1, Back>(m, F + j * ld, ld, y, x + j); break;
+    case 2: colDotsT<2, Back>(m, F + j * ld, ld, y, x + j); break;
+    case 3: colDotsT<3, Back>(m, F + j * ld, ld, y, x + j); break;
     default: break;
   }
 }
 
-template <bool Init>
+template <bool Init, bool Back = false>
 LA_SWEEP void colUpdate(int32_t m, int32_t c, const double* F, int64_t ld, const double* t,
                         double* x) {
   if (m <= 0) return;
   int32_t j = 0;
   if (c >= 4) {
-    colUpdateT<4, Init>(m, F, ld, t, x);
+    colUpdateT<4, Init, Back>(m, F, ld, t, x);
     j = 4;
   } else {
     switch (c) {
-      case 1: colUpdateT<1, Init>(m, F, ld, t, x); break;
-      case 2: colUpdateT<2, Init>(m, F, ld, t, x); break;
-      case 3: colUpdateT<3, Init>(m, F, ld, t, x); break;
+      case 1: colUpdateT<1, Init, Back>(m, F, ld, t, x); break;
+      case 2: colUpdateT<2, Init, Back>(m, F, ld, t, x); break;
+      case 3: colUpdateT<3, Init, Back>(m, F, ld, t, x); break;
       default: break;
     }
     return;
   }
-  for (; j + 4 <= c; j += 4) colUpdateT<4, false>(m, F + j * ld, ld, t + j, x);
+  for (; j + 4 <= c; j += 4) colUpdateT<4, false, Back>(m, F + j * ld, ld, t + j, x);
   switch (c - j) {
-    case 1: colUpdateT<1, false>(m, F + j * ld, ld, t + j, x); break;
-    case 2: colUpdateT<2, false>(m, F + j * ld, ld, t + j, x); break;
-    case 3: colUpdateT<3, false>(m, F + j * ld, ld, t + j, x); break;
+    case 1: colUpdateT<1, false, Back>(m, F + j * ld, ld, t + j, x); break;
+    case 2: colUpdateT<2, false, Back>(m, F + j * ld, ld, t + j, x); break;
+    case 3: colUpdateT<3, false, Back>(m, F + j * ld, ld, t + j, x); break;
     default: break;
   }
 }
@@ -798,6 +802,13 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
     const double* F21 = F + c;
     if (c <= kIndexedCols) {
       indexedUpdate4(m, c, F21, r, t, idx, b);
+    } else if (m < 4) {
+      // A few rows below many columns: one masked step that starts above
+      // them, in the factor's own rows and in a place of its own here.
+      double room[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+      double* tmp = room + 4;
+      colUpdate<true, true>(m, c, F21, r, t, tmp);
+      for (int32_t i = 0; i < m; i++) b[idx[i]] += tmp[i];
     } else {
       double* tmp = buf + c;
       colUpdate<true>(m, c, F21, r, t, tmp);
@@ -816,14 +827,21 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
   // The rows below gathered when that is cheap (or the supernode wide),
   // read straight through the row list otherwise.
   bool gathered = m > 0 && (c > kIndexedCols || (avx2 && m >= 8));
-  if (gathered) gather(avx2, m, idx, b, buf);
+  // A few rows below many columns: one masked step that starts above them,
+  // in the factor's own rows and in buf's first four places (c > 4, so buf
+  // has room).
+  bool few = gathered && m < 4 && c > kIndexedCols;
+  double* y = few ? buf + 4 : buf;
+  if (gathered) gather(avx2, m, idx, b, y);
   if (c == 1 && piv[0] == 0) {
     if (!gathered) return backwardOne(b, first, rows, F, r);
-    colDotsT<1>(m, F + 1, r, buf, x);
+    colDotsT<1>(m, F + 1, r, y, x);
     return true;
   }
-  if (gathered)
-    colDots(m, c, F + c, r, buf, x);
+  if (few)
+    colDots<true>(m, c, F + c, r, y, x);
+  else if (gathered)
+    colDots(m, c, F + c, r, y, x);
   else if (m > 0)
     indexedDots4(m, c, F + c, r, idx, b, x);
   // The copy's unit triangle has zeros where the pairs keep their
