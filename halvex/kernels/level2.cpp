@@ -2,6 +2,7 @@
 // time, so that y is swept once per four columns while the four factors of
 // x stay in registers; the row loops are plain and vectorised by the
 // compiler.
+#include "kernels/cpu.h"
 #include "kernels/kernels.h"
 #include "kernels/vec.h"
 
@@ -11,7 +12,7 @@
 #if defined(__SANITIZE_THREAD__)
 #define HXK_CLONES
 #else
-#define HXK_CLONES __attribute__((target_clones("arch=haswell", "avx512f", "default")))
+#define HXK_CLONES __attribute__((target_clones(HXK_CLONE_AVX2, "avx512f", "default")))
 #endif
 
 namespace {

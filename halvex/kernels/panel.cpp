@@ -426,6 +426,13 @@ bool avx2Available() {
   return yes;
 }
 
+// Versions picked by the same dispatch as the clones; the dispatch is made
+// where a call sees them all.
+__attribute__((target("default"))) int cloneProbe() { return 0; }
+__attribute__((target(HXK_CLONE_AVX2))) int cloneProbe() { return 2; }
+
+int cloneLevel() { return cloneProbe(); }
+
 bool avx512Available() {
   static const bool yes = (__builtin_cpu_init(), avx2Available() &&
                                                      __builtin_cpu_supports("avx512f"));

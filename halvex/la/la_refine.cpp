@@ -33,7 +33,7 @@ inline double backwardError(double normR, double normX, double normA, double nor
 
 // The Krylov vectors are long and the work per element is small: these
 // loops are compiled for the wider vector units too and picked at load.
-#define LA_KRYLOV_CLONES __attribute__((target_clones("arch=haswell", "default")))
+#define LA_KRYLOV_CLONES __attribute__((target_clones(HXK_CLONE_AVX2, "default")))
 typedef double v4d __attribute__((vector_size(32)));
 typedef double v4u __attribute__((vector_size(32), aligned(8)));
 

@@ -14,17 +14,17 @@ namespace {
 // library loads; the helpers are forced inline so that each copy gets them
 // compiled for its own set.
 #define LA_SWEEP inline __attribute__((always_inline))
-#define LA_SWEEP_CLONES __attribute__((target_clones("arch=haswell", "default")))
+#define LA_SWEEP_CLONES __attribute__((target_clones(HXK_CLONE_AVX2, "default")))
 // The work on one supernode is kept out of the loop over the supernodes,
 // which is then small enough to hold its pointers in registers.
 // clang refuses noinline beside target_clones and never inlines a
 // multi-versioned function anyway.
 #if defined(__clang__)
-#define LA_SWEEP_OUTLINE __attribute__((target_clones("arch=haswell", "default")))
+#define LA_SWEEP_OUTLINE __attribute__((target_clones(HXK_CLONE_AVX2, "default")))
 #define LA_SHUFFLE(a, b, i0, i1, i2, i3) __builtin_shufflevector(a, b, i0, i1, i2, i3)
 #else
 #define LA_SWEEP_OUTLINE \
-  __attribute__((noinline, target_clones("arch=haswell", "default")))
+  __attribute__((noinline, target_clones(HXK_CLONE_AVX2, "default")))
 #define LA_SHUFFLE(a, b, i0, i1, i2, i3) \
   __builtin_shuffle(a, b, (long long __attribute__((vector_size(32)))){i0, i1, i2, i3})
 #endif

@@ -92,6 +92,12 @@ const double* place(std::vector<double>& store, const std::vector<double>& v, in
 // sums must come out the same to the last bit wherever they start: otherwise
 // the same problem, solved twice with the pool laid out differently, takes
 // two different paths through the solver.
+TEST(KernelDispatch, ClonesRunTheAvx2CopyWhereverTheProcessorHasIt) {
+  // Picking a copy by processor model instead of instruction set left every
+  // AVX2 processor but one model on the plain copies.
+  EXPECT_EQ(hxk::avx2Available() ? 2 : 0, hxk::cloneLevel());
+}
+
 TEST(KernelPanel, BothPathsMatchReferenceForAllShapesAndAlignments) {
   std::vector<std::pair<const char*, PanelFn>> paths = {{"portable", hxk::panelUpdatePortable}};
   if (hxk::avx2Available()) paths.push_back({"avx2", hxk::panelUpdateAvx2});
