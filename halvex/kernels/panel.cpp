@@ -428,8 +428,10 @@ bool avx2Available() {
 
 // Versions picked by the same dispatch as the clones; the dispatch is made
 // where a call sees them all.
+namespace {
 __attribute__((target("default"))) int cloneProbe() { return 0; }
 __attribute__((target(HXK_CLONE_AVX2))) int cloneProbe() { return 2; }
+}  // namespace
 
 int cloneLevel() { return cloneProbe(); }
 
