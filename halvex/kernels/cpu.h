@@ -6,8 +6,12 @@
 // The target of the AVX2 copies that target_clones makes.  It must name an
 // instruction-set level: an "arch=" processor name is picked only on that
 // very processor model, so every other processor with AVX2 would run the
-// plain copy.
+// plain copy.  A build may name another level, e.g. to measure the plain
+// copies on a processor that has AVX2 ("arch=haswell" does that on any
+// other model).
+#ifndef HXK_CLONE_AVX2
 #define HXK_CLONE_AVX2 "arch=x86-64-v3"
+#endif
 
 namespace hxk {
 
