@@ -901,17 +901,22 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 // Whether a value of x has reached the guard.  A value that leaves its
 // pivot is not touched again in the same sweep, so one look at the whole
 // vector after the sweep stops the solve on the same values as a look at
-// each pivot; only the narrow supernodes leave it to this.
-LA_SWEEP bool overGuard(int32_t n, const double* x) {
+// each pivot; only the narrow supernodes leave it to this.  Four values a
+// step where the processor has them (the plain copy would split each step
+// in two through memory).
+LA_SWEEP bool overGuard(bool avx2, int32_t n, const double* __restrict x) {
   const double G = LA_SOLVE_GUARD;
-  const v4d hi = {G, G, G, G}, lo = -hi;
-  v4l hit = {0, 0, 0, 0};
   int32_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    v4d v = LA_LOAD4(x + i);
-    hit |= (v >= hi) | (v <= lo);
+  bool over = false;
+  if (avx2) {
+    const v4d hi = {G, G, G, G}, lo = -hi;
+    v4l hit = {0, 0, 0, 0};
+    for (; i + 4 <= n; i += 4) {
+      v4d v = LA_LOAD4(x + i);
+      hit |= (v >= hi) | (v <= lo);
+    }
+    over = (hit[0] | hit[1] | hit[2] | hit[3]) != 0;
   }
-  bool over = (hit[0] | hit[1] | hit[2] | hit[3]) != 0;
   for (; i < n; i++) over |= fabs(x[i]) >= G;
   return over;
 }
@@ -957,7 +962,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
         return LA_ERR_SOLVE_OVERFLOW;
     }
   }
-  if (overGuard(sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
+  if (overGuard(avx2, sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
 
   for (int32_t s = numSNodes - 1; s >= 0; s--) {
     int32_t first = start[s];
@@ -982,7 +987,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T)) return LA_ERR_SOLVE_OVERFLOW;
     }
   }
-  return overGuard(sym->n, b) ? LA_ERR_SOLVE_OVERFLOW : LA_OK;
+  return overGuard(avx2, sym->n, b) ? LA_ERR_SOLVE_OVERFLOW : LA_OK;
 }
 
 LA_SWEEP_CLONES int32_t supernodalSolve(int32_t mode, double* a, LASymbolic* sym, double* b,
@@ -1039,6 +1044,12 @@ void buildSolveMaps(LASymbolic* sym);
 void laBuildDiagCopies(LASymbolic* sym) {
   sym->solveMoved = 0;
   if (!sym->diagCopyPerm || !sym->pivots) return;
+  // The copies pay where the sweeps take four values a step; the plain
+  // copy of the sweeps does better on the factor itself.
+  if (!hxk::avx2Available()) {
+    for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPerm[sym->snodeStart[s]] = -1;
+    return;
+  }
   bool moved = false;
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int32_t first = sym->snodeStart[s];
