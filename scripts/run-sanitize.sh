@@ -12,4 +12,7 @@ cmake --build "$build" -j2
 cd "$build"
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
-ctest --output-on-failure -j2 -L sanitize -LE long "$@"
+# The Python tests load the module into an interpreter built without the
+# sanitizers, and the install test reads paths that a debug build keeps:
+# neither can run here.
+ctest --output-on-failure -j2 -L sanitize -LE "long|python|install" "$@"
