@@ -264,14 +264,12 @@ LA_SWEEP void forwardDiag(double* __restrict x, const double* __restrict T, int6
   }
 }
 
-// The D part: every value that leaves a pivot meets the guard.
-LA_SWEEP bool divideDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w,
+// The D part.
+LA_SWEEP void divideDiag(double* __restrict x, const double* __restrict T, int64_t ld, int32_t w,
                          const int32_t* piv) {
-  const double G = LA_SOLVE_GUARD;
   for (int32_t j = 0; j < w;) {
     if (piv[j] >= 0) {
       x[j] /= T[j + j * ld];
-      if (fabs(x[j]) >= G) return false;
       j += 1;
     } else {
       double d = T[j + 1 + j * ld];
@@ -281,11 +279,9 @@ LA_SWEEP bool divideDiag(double* __restrict x, const double* __restrict T, int64
       double a0 = x[j], a1 = x[j + 1];
       x[j + 1] = (u * (a1 / d) - a0 / d) / den;
       x[j] = (v * (a0 / d) - a1 / d) / den;
-      if (fabs(x[j]) >= G || fabs(x[j + 1]) >= G) return false;
       j += 2;
     }
   }
-  return true;
 }
 
 // The same grouping going up: the group ends at column j, a pair is found
@@ -308,11 +304,9 @@ LA_SWEEP int32_t backwardGroup(const int32_t* piv, int32_t j) {
 }
 
 // Backward sweep inside one diagonal block whose rows below have already
-// been taken off x.  last is the position of the supernode's last row,
-// relative to the block: a column with nothing below it has no sum to check.
-LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int64_t ld,
-                           int32_t w, const int32_t* piv, int64_t last) {
-  const double G = LA_SOLVE_GUARD;
+// been taken off x.
+LA_SWEEP void backwardDiag(double* __restrict x, const double* __restrict T, int64_t ld,
+                           int32_t w, const int32_t* piv) {
   for (int32_t j = w - 1; j >= 0;) {
     int32_t g = backwardGroup(piv, j);
     int32_t lo = j - g + 1;
@@ -320,33 +314,26 @@ LA_SWEEP bool backwardDiag(double* __restrict x, const double* __restrict T, int
     for (int32_t k = j; k >= lo;) {
       const double* f = T + k * ld;
       if (piv[k] >= 0) {
-        if (k < last) {
-          double sum = 0.0;
-          for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
-          x[k] -= sum;
-          if (fabs(x[k]) >= G) return false;
-        }
+        double sum = 0.0;
+        for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
+        x[k] -= sum;
         if (piv[k] != k) swapEntries(x, k, piv[k]);
         k -= 1;
       } else {
         // The pair's first column skips the off-diagonal of D at row k.
-        if (k < last) {
-          double s1 = 0.0, s0 = 0.0;
-          for (int32_t i = k + 1; i <= j; i++) {
-            s1 += x[i] * f[i];
-            s0 += x[i] * f[i - ld];
-          }
-          x[k] -= s1;
-          x[k - 1] -= s0;
-          if (fabs(x[k]) >= G || fabs(x[k - 1]) >= G) return false;
+        double s1 = 0.0, s0 = 0.0;
+        for (int32_t i = k + 1; i <= j; i++) {
+          s1 += x[i] * f[i];
+          s0 += x[i] * f[i - ld];
         }
+        x[k] -= s1;
+        x[k - 1] -= s0;
         if (-piv[k] != k) swapEntries(x, k, -piv[k]);
         k -= 2;
       }
     }
     j = lo - 1;
   }
-  return true;
 }
 
 // Scatters through a row list two rows per step: the rows are distinct,
@@ -533,7 +520,7 @@ LA_SWEEP void dot2Short(const double* __restrict x, const double* __restrict f,
 // Diagonal blocks with 2x2 pivots or interchanges, column by column: the
 // search for groups that interchanges allow costs more than it saves on
 // the blocks that have them.  t gets the values before division.
-LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
+LA_SWEEP void forwardPivots(double* __restrict x, double* __restrict t,
                             const double* __restrict T, int64_t ld, int32_t w,
                             const int32_t* piv) {
   for (int32_t j = 0; j < w;) {
@@ -561,39 +548,32 @@ LA_SWEEP bool forwardPivots(double* __restrict x, double* __restrict t,
       j += 2;
     }
   }
-  return true;
 }
 
-// The same going up, on a block whose rows below are already taken off x;
-// last is the position of the supernode's last row.
-LA_SWEEP bool backwardPivots(double* __restrict x, const double* __restrict T, int64_t ld,
-                             int32_t w, const int32_t* piv, int64_t last) {
+// The same going up, on a block whose rows below are already taken off x.
+LA_SWEEP void backwardPivots(double* __restrict x, const double* __restrict T, int64_t ld,
+                             int32_t w, const int32_t* piv) {
   for (int32_t j = w - 1; j >= 0;) {
     const double* f = T + j * ld;
     if (piv[j] >= 0) {
-      if (j < last) {
-        x[j] -= dotShort(x + j + 1, f + j + 1, w - j - 1);
-      }
+      x[j] -= dotShort(x + j + 1, f + j + 1, w - j - 1);
       if (piv[j] != j) swapEntries(x, j, piv[j]);
       j -= 1;
     } else {
       // The pair's first column skips the off-diagonal of D at row j.
-      if (j < last) {
-        double s1, s0;
-        dot2Short(x + j + 1, f + j + 1, f - ld + j + 1, w - j - 1, &s1, &s0);
-        x[j] -= s1;
-        x[j - 1] -= s0;
-      }
+      double s1, s0;
+      dot2Short(x + j + 1, f + j + 1, f - ld + j + 1, w - j - 1, &s1, &s0);
+      x[j] -= s1;
+      x[j - 1] -= s0;
       if (-piv[j] != j) swapEntries(x, j, -piv[j]);
       j -= 2;
     }
   }
-  return true;
 }
 
 // Forward sweep of a plain diagonal block, four columns at a time: t gets
 // the values before division (what the rows below need), x the solved ones.
-LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const double* __restrict T,
+LA_SWEEP void forwardPlain(double* __restrict x, double* __restrict t, const double* __restrict T,
                            int64_t ld, int32_t w) {
   int32_t j = 0;
   for (; j + 4 <= w; j += 4) {
@@ -620,16 +600,14 @@ LA_SWEEP bool forwardPlain(double* __restrict x, double* __restrict t, const dou
     t[j] = tj;
     x[j] = tj / f[j];
   }
-  return true;
 }
 
 // Backward sweep of a plain diagonal block whose rows below are already
 // taken off x, four columns at a time from the bottom.
-LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, int64_t ld,
-                            int32_t w, int64_t last) {
+LA_SWEEP void backwardPlain(double* __restrict x, const double* __restrict T, int64_t ld,
+                            int32_t w) {
   int32_t j = w - 1;
-  // Whole groups unrolled, each sum in the order of the loop below; only
-  // the block's last column can be the supernode's last row.
+  // Whole groups unrolled, each sum in the order of the loop below.
   for (; j >= 3; j -= 4) {
     colDotsT<4>(w - j - 1, T + (j - 3) * ld + j + 1, ld, x + j + 1, x + j - 3);
     const double *f0 = T + (j - 3) * ld, *f1 = f0 + ld, *f2 = f1 + ld;
@@ -641,21 +619,16 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
     x[j - 2] = x1;
     x[j - 3] = x0;
   }
-  for (; j >= 0;) {
-    int32_t g = j + 1;
-    int32_t lo = 0;
-    colDots(w - j - 1, g, T + lo * ld + j + 1, ld, x + j + 1, x + lo);
-    for (int32_t k = j; k >= lo; k--) {
-      if (k < last) {
-        const double* f = T + k * ld;
-        double sum = 0.0;
-        for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
-        x[k] -= sum;
-      }
+  // The first one to three columns.
+  if (j >= 0) {
+    colDots(w - j - 1, j + 1, T + j + 1, ld, x + j + 1, x);
+    for (int32_t k = j; k >= 0; k--) {
+      const double* f = T + k * ld;
+      double sum = 0.0;
+      for (int32_t i = k + 1; i <= j; i++) sum += x[i] * f[i];
+      x[k] -= sum;
     }
-    j = lo - 1;
   }
-  return true;
 }
 
 // One supernode stored as a single column-major array (the sequential
@@ -664,7 +637,7 @@ LA_SWEEP bool backwardPlain(double* __restrict x, const double* __restrict T, in
 // go through the row list: straight for a narrow supernode, through one
 // dense product into buf and one scatter otherwise.  buf holds r doubles.
 // One column and no interchange: the commonest supernode of all.
-LA_SWEEP bool forwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+LA_SWEEP void forwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
                          int32_t r) {
   double* x = b + first;
   int32_t m = r - 1;
@@ -673,13 +646,12 @@ LA_SWEEP bool forwardOne(double* b, int32_t first, const int32_t* rows, const do
   x[0] = t0 / F[0];
   const double* f = F + 1;
   LA_ROWS2(m, b[idx[i]] -= f[i] * t0);
-  return true;
 }
 
-LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
+LA_SWEEP void backwardOne(double* b, int32_t first, const int32_t* rows, const double* F,
                           int32_t r) {
   int32_t m = r - 1;
-  if (m == 0) return true;
+  if (m == 0) return;
   double* x = b + first;
   const int32_t* idx = rows + 1;
   const double* f = F + 1;
@@ -691,12 +663,11 @@ LA_SWEEP bool backwardOne(double* b, int32_t first, const int32_t* rows, const d
   }
   if (i < m) s0 += f[i] * b[idx[i]];
   x[0] -= s0 + s1;
-  return true;
 }
 
 // Two to four columns, no 2x2 pivot and no interchange: unrolled whole.
 template <int C>
-LA_SWEEP bool forwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+LA_SWEEP void forwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
                            int32_t r) {
   double* x = b + first;
   double t[C];
@@ -711,11 +682,10 @@ LA_SWEEP bool forwardSmall(double* b, int32_t first, const int32_t* rows, const 
     for (int k = 1; k < C; k++) u += F[k * r + i] * t[k];
     b[rows[i]] -= u;
   }
-  return true;
 }
 
 template <int C>
-LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
+LA_SWEEP void backwardSmall(double* b, int32_t first, const int32_t* rows, const double* F,
                             int32_t r) {
   double* x = b + first;
   double s[C];
@@ -725,13 +695,10 @@ LA_SWEEP bool backwardSmall(double* b, int32_t first, const int32_t* rows, const
     for (int k = 0; k < C; k++) s[k] += F[k * r + i] * v;
   }
   for (int j = C - 1; j >= 0; j--) {
-    if (j == r - 1) continue;  // nothing below: no sum to check
     double inner = 0.0;
     for (int k = j + 1; k < C; k++) inner += x[k] * F[j * r + k];
-    double v = (x[j] - s[j]) - inner;
-    x[j] = v;
+    x[j] = (x[j] - s[j]) - inner;
   }
-  return true;
 }
 
 LA_SWEEP bool smallPlain(int32_t c, const int32_t* piv) {
@@ -784,19 +751,19 @@ LA_SWEEP void forwardCopy(double* __restrict x, double* __restrict t, const doub
   }
 }
 
-LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* rows,
+LA_SWEEP_OUTLINE void forwardNarrow(double* b, int32_t first, const int32_t* rows,
                                     const double* F, int32_t r, int32_t c, const int32_t* piv,
                                     double* buf, const double* T, const int32_t* pairs) {
   double* x = b + first;
   int32_t m = r - c;
   const int32_t* idx = rows + c;
   // The rows below take the values before division, which buf gets.
-  bool ok = true;
   if (T)
     forwardCopy(x, buf, T, pairs, c);
+  else if (plainPivots(piv, c))
+    forwardPlain(x, buf, F, r, c);
   else
-    ok = plainPivots(piv, c) ? forwardPlain(x, buf, F, r, c) : forwardPivots(x, buf, F, r, c, piv);
-  if (!ok) return false;
+    forwardPivots(x, buf, F, r, c, piv);
   const double* t = buf;
   if (m > 0) {
     const double* F21 = F + c;
@@ -815,10 +782,9 @@ LA_SWEEP_OUTLINE bool forwardNarrow(double* b, int32_t first, const int32_t* row
       LA_ROWS2(m, b[idx[i]] += tmp[i]);
     }
   }
-  return true;
 }
 
-LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* rows,
+LA_SWEEP_OUTLINE void backwardNarrow(double* b, int32_t first, const int32_t* rows,
                                      const double* F, int32_t r, int32_t c, const int32_t* piv,
                                      double* buf, bool avx2, const double* T) {
   double* x = b + first;
@@ -834,9 +800,11 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
   double* y = few ? buf + 4 : buf;
   if (gathered) gather(avx2, m, idx, b, y);
   if (c == 1 && piv[0] == 0) {
-    if (!gathered) return backwardOne(b, first, rows, F, r);
-    colDotsT<1>(m, F + 1, r, y, x);
-    return true;
+    if (gathered)
+      colDotsT<1>(m, F + 1, r, y, x);
+    else
+      backwardOne(b, first, rows, F, r);
+    return;
   }
   if (few)
     colDots<true>(m, c, F + c, r, y, x);
@@ -846,15 +814,18 @@ LA_SWEEP_OUTLINE bool backwardNarrow(double* b, int32_t first, const int32_t* ro
     indexedDots4(m, c, F + c, r, idx, b, x);
   // The copy's unit triangle has zeros where the pairs keep their
   // off-diagonal, so the plain block sweep serves.
-  if (T) return backwardPlain(x, T, c, c, r - 1);
-  if (plainPivots(piv, c)) return backwardPlain(x, F, r, c, r - 1);
-  return backwardPivots(x, F, r, c, piv, r - 1);
+  if (T)
+    backwardPlain(x, T, c, c);
+  else if (plainPivots(piv, c))
+    backwardPlain(x, F, r, c);
+  else
+    backwardPivots(x, F, r, c, piv);
 }
 
 // A wide supernode of the block storage: column blocks of width nb, each cut
 // into tiles that are column-major with their own height as leading
 // dimension.  The supernode is gathered once into a (r doubles).
-LA_SWEEP_OUTLINE bool forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE void forwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                  const int32_t* piv) {
   for (int32_t J = 0; J * nb < c; J++) {
     int32_t j0 = J * nb;
@@ -868,12 +839,11 @@ LA_SWEEP_OUTLINE bool forwardWide(double* a, const double* F, int32_t nb, int32_
       int32_t h = r - I * nb < nb ? r - I * nb : nb;
       gemvMinus(h, w, block + (int64_t)(I - J) * nb * w, h, x, a + (int64_t)I * nb);
     }
-    if (!divideDiag(x, block, hJ, w, piv + j0)) return false;
+    divideDiag(x, block, hJ, w, piv + j0);
   }
-  return true;
 }
 
-LA_SWEEP_OUTLINE bool backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
+LA_SWEEP_OUTLINE void backwardWide(double* a, const double* F, int32_t nb, int32_t r, int32_t c,
                   const int32_t* piv) {
   int32_t last = (c - 1) / nb;
   for (int32_t J = last; J >= 0; J--) {
@@ -887,9 +857,8 @@ LA_SWEEP_OUTLINE bool backwardWide(double* a, const double* F, int32_t nb, int32
       int32_t h = r - I * nb < nb ? r - I * nb : nb;
       gemvTransMinus(h, w, block + (int64_t)(I - J) * nb * w, h, a + (int64_t)I * nb, x);
     }
-    if (!backwardDiag(x, block, hJ, w, piv + j0, (int64_t)r - 1 - j0)) return false;
+    backwardDiag(x, block, hJ, w, piv + j0);
   }
-  return true;
 }
 
 LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32_t first,
@@ -900,10 +869,9 @@ LA_SWEEP void gatherSNode(double* a, const double* b, const int32_t* rows, int32
 
 // Whether a value of x has reached the guard.  A value that leaves its
 // pivot is not touched again in the same sweep, so one look at the whole
-// vector after the sweep stops the solve on the same values as a look at
-// each pivot; only the narrow supernodes leave it to this.  Four values a
-// step where the processor has them (the plain copy would split each step
-// in two through memory).
+// vector after each sweep stops the solve on the same values as a look at
+// each pivot would.  Four values a step where the processor has them (the
+// plain copy would split each step in two through memory).
 LA_SWEEP bool overGuard(bool avx2, int32_t n, const double* __restrict x) {
   const double G = LA_SOLVE_GUARD;
   int32_t i = 0;
@@ -945,21 +913,22 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
     const double* F = factor + factorBegin[s];
     const int32_t* piv = pivots + first;
     if (c == 1 && piv[0] == 0) {
-      if (!forwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+      forwardOne(b, first, rows, F, r);
     } else if (smallPlain(c, piv)) {
-      bool ok = c == 2   ? forwardSmall<2>(b, first, rows, F, r)
-                : c == 3 ? forwardSmall<3>(b, first, rows, F, r)
-                         : forwardSmall<4>(b, first, rows, F, r);
-      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
+      if (c == 2)
+        forwardSmall<2>(b, first, rows, F, r);
+      else if (c == 3)
+        forwardSmall<3>(b, first, rows, F, r);
+      else
+        forwardSmall<4>(b, first, rows, F, r);
     } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
-      if (!forwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      forwardWide(a, F, nb, r, c, piv);
       memcpy(b + first, a, sizeof(double) * (size_t)c);
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
     } else {
       const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
-      if (!forwardNarrow(b, first, rows, F, r, c, piv, a, T, copyPerm + first))
-        return LA_ERR_SOLVE_OVERFLOW;
+      forwardNarrow(b, first, rows, F, r, c, piv, a, T, copyPerm + first);
     }
   }
   if (overGuard(avx2, sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
@@ -971,20 +940,22 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
     const double* F = factor + factorBegin[s];
     const int32_t* piv = pivots + first;
     if (c == 1 && piv[0] == 0 && r < 9) {
-      if (!backwardOne(b, first, rows, F, r)) return LA_ERR_SOLVE_OVERFLOW;
+      backwardOne(b, first, rows, F, r);
     } else if (r < 9 + c && smallPlain(c, piv)) {
-      bool ok = c == 2   ? backwardSmall<2>(b, first, rows, F, r)
-                : c == 3 ? backwardSmall<3>(b, first, rows, F, r)
-                         : backwardSmall<4>(b, first, rows, F, r);
-      if (!ok) return LA_ERR_SOLVE_OVERFLOW;
+      if (c == 2)
+        backwardSmall<2>(b, first, rows, F, r);
+      else if (c == 3)
+        backwardSmall<3>(b, first, rows, F, r);
+      else
+        backwardSmall<4>(b, first, rows, F, r);
     } else if (nb > 0 && c > nb) {
       gatherSNode(a, b, rows, first, r, c);
-      if (!backwardWide(a, F, nb, r, c, piv)) return LA_ERR_SOLVE_OVERFLOW;
+      backwardWide(a, F, nb, r, c, piv);
       // The rows below are only read on the way back.
       memcpy(b + first, a, sizeof(double) * (size_t)c);
     } else {
       const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
-      if (!backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T)) return LA_ERR_SOLVE_OVERFLOW;
+      backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T);
     }
   }
   return overGuard(avx2, sym->n, b) ? LA_ERR_SOLVE_OVERFLOW : LA_OK;
