@@ -26,7 +26,8 @@ enum StepKind : uint8_t {
   kColValue,      // a fixed or empty column went with its value
   kSingletonRow,  // a row of one entry became a bound of its column
   kForcingRow,    // a row at the end of its activity fixed all its columns
-  kFreeColumn,    // a free column of one entry left with its row
+  kFreeColumn,    // a column of one entry, free or kept inside its bounds by its
+                  // equation, left with its row
 };
 
 // Which bound of a singleton row's column the row gave.
@@ -157,6 +158,29 @@ struct PostsolveState {
     *maxA = mx;
     *minInf = ni;
     *maxInf = xi;
+  }
+
+  // Whether the other columns of equation i keep column j (coefficient a)
+  // inside its bounds whatever their values: the column is then free in
+  // effect, and can leave with the row.
+  bool impliedFree(int32_t i, int32_t j, double a) const {
+    double mn, mx;
+    int32_t ni, xi;
+    rowActivity(i, &mn, &mx, &ni, &xi);
+    const double lb = a > 0 ? l[j] : u[j], ub = a > 0 ? u[j] : l[j];
+    // The others' activity alone: take the column's own share out.
+    if (std::isinf(lb)) ni--; else mn -= a * lb;
+    if (std::isinf(ub)) xi--; else mx -= a * ub;
+    const double b = lo[i];
+    double xl = -kInf, xu = kInf;
+    if (a > 0) {
+      if (xi == 0) xl = (b - mx) / a;
+      if (ni == 0) xu = (b - mn) / a;
+    } else {
+      if (ni == 0) xl = (b - mn) / a;
+      if (xi == 0) xu = (b - mx) / a;
+    }
+    return (l[j] == -kInf || xl >= l[j] + eps(l[j])) && (u[j] == kInf || xu <= u[j] - eps(u[j]));
   }
 
   bool reduceRow(int32_t i);
@@ -310,7 +334,7 @@ bool PostsolveState::reduceCol(int32_t j) {
     fixColumn(j, v);
     return true;
   }
-  if (colCnt[j] == 1 && l[j] == -kInf && u[j] == kInf) {
+  if (colCnt[j] == 1) {
     int32_t i = -1;
     double a = 0.0;
     for (int32_t p = cStart[j]; p < cStart[j + 1]; p++)
@@ -320,7 +344,13 @@ bool PostsolveState::reduceCol(int32_t j) {
       }
     const bool equation = lo[i] == hi[i];
     const bool costless = std::fabs(c[j]) <= tiny;
-    if (!equation && !costless) return false;
+    if (l[j] != -kInf || u[j] != kInf) {
+      // A bounded column goes only where an equation keeps it inside its
+      // bounds (the two signs of a row's slack in an L1 fit, for one).
+      if (!equation || !impliedFree(i, j, a)) return false;
+    } else if (!equation && !costless) {
+      return false;
+    }
     // The column absorbs whatever the row needs; in an equation its cost
     // moves onto the other columns of the row.
     Step s{};

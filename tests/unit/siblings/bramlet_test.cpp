@@ -250,6 +250,32 @@ TEST(BramletPresolve, BoundsImpliedByAKeptRowAreMarked) {
   EXPECT_NEAR(lp.rec.objConstant, -1.25, 1e-9);
 }
 
+TEST(BramletPresolve, ABoundedColumnLeavesWithTheEquationThatKeepsItInside) {
+  // x0 + x1 + x2 = 5 with x1, x2 in [0, 1] keeps x0 in [3, 5]: inside [0, 10]
+  // the column leaves with its row, its cost moving onto x1 and x2; inside
+  // [0, 4.5] it must stay, the row may push it to its upper bound.
+  for (double upper : {10.0, 4.5}) {
+    SCOPED_TRACE(testing::Message() << "upper " << upper);
+    TestLP lp;
+    lp.addRow('E', 5.0);
+    lp.addRow('L', 1.5);
+    lp.addCol(2.0, 0.0, upper, {{0, 1.0}});
+    lp.addCol(1.0, 0.0, 1.0, {{0, 1.0}, {1, 1.0}});
+    lp.addCol(0.5, 0.0, 1.0, {{0, 1.0}, {1, 1.0}});
+    lp.addCol(-1.0, 0.0, 2.0, {{1, 1.0}});
+    TestLP ref = lp;
+    std::vector<double> xr, yr;
+    ASSERT_TRUE(solveDense(*ref.record(), nullptr, &xr, &yr));
+    PipelineRun run = presolveSolvePostsolve(lp, 3);
+    ASSERT_EQ(run.code, 0);
+    const bool leaves = upper == 10.0;
+    EXPECT_EQ(run.presolved.numRow, leaves ? 1 : 2);
+    EXPECT_EQ(run.presolved.numCol, leaves ? 3 : 4);
+    expectKKT(lp);
+    EXPECT_NEAR(lp.rec.objConstant, objectiveOf(lp, xr), 1e-9);
+  }
+}
+
 // Random tiny LPs with fixed, free, empty and singleton columns, free,
 // redundant and forcing rows at either end, at every kind of level, some
 // read through the load path, every other one solved with the implied
