@@ -445,12 +445,12 @@ int32_t laAnalyzeWithPlan(int32_t n, const int32_t* colBegin, const int32_t* row
   sym->diagCopy = static_cast<double*>(
       laAlloc(pool, copyEntries * 8 + ((int64_t)n * 4 + sym->numRowEntries) * 4));
   if (!sym->diagCopy) return LA_ERR_MEMORY;
-  sym->diagCopyPerm = reinterpret_cast<int32_t*>(sym->diagCopy + copyEntries);
-  sym->solvePos = sym->diagCopyPerm + n;
+  sym->diagCopyPairs = reinterpret_cast<int32_t*>(sym->diagCopy + copyEntries);
+  sym->solvePos = sym->diagCopyPairs + n;
   sym->solvePerm = sym->solvePos + n;
   sym->solveInvPerm = sym->solvePerm + n;
   sym->solveRowList = sym->solveInvPerm + n;
-  for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPerm[sym->snodeStart[s]] = -1;
+  for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPairs[sym->snodeStart[s]] = -1;
   if (sym->threaded) num->panelWidth = sym->blockSize;
   num->panelBuffers = static_cast<double*>(
       laAlloc(pool, (int64_t)num->panelWidth * LA_SEQ_PANEL_WIDTH * 8 * threads));

@@ -59,12 +59,12 @@ struct LASymbolic {
   // Narrow diagonal blocks with interchanges or 2x2 pivots, rewritten by
   // each factor step so that the solves take a block's interchanges at once
   // and its unit triangle four columns at a time (laBuildDiagCopies).  Kept
-  // apart from the factor, whose own form the other readers expect; null
-  // when the pool could not give them, and the solves then take the
-  // interchanges pivot by pivot.
+  // apart from the factor, whose own form the other readers expect.  Null
+  // where a record never had them (the Cholesky path): the solves then take
+  // the interchanges pivot by pivot.
   int64_t* diagCopyBegin;    // numSNodes + 1; an empty range: no copy
   double* diagCopy;
-  int32_t* diagCopyPerm;     // n; per supernode with a copy, the number of its
+  int32_t* diagCopyPairs;    // n; per supernode with a copy, the number of its
                              // 2x2 pivots and then their first columns; -1 at
                              // its first position: no copy
   // Where some copy interchanges, the solves keep each such block in its

@@ -72,7 +72,7 @@ int64_t laDiagCopyLayout(LASymbolic* sym);
 // column-major) with every later interchange applied to the rows of the
 // earlier columns and zeros at the pairs' off-diagonals; then c 1x1 pivots
 // (1.0 at a pair); then, per pair at column j, from entry 2j: its
-// off-diagonal and the three constants of its solve.  diagCopyPerm lists
+// off-diagonal and the three constants of its solve.  diagCopyPairs lists
 // the pairs.  Where a copy interchanges, the solve's row list and
 // permutations too.
 void laBuildDiagCopies(LASymbolic* sym);

@@ -889,10 +889,10 @@ LA_SWEEP bool overGuard(bool avx2, int32_t n, const double* __restrict x) {
   return over;
 }
 
-// The two sweeps over the factor, in storage order, on x with buf as
+// The two sweeps over the factor, in storage order, on b with a as
 // scratch; nb is 0 for the storage of the sequential path and blockSize for
 // the block storage.
-LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASymbolic* sym,
+LA_SWEEP int32_t sweeps(double* __restrict b, double* __restrict a, const LASymbolic* sym,
                         const int32_t* rowList, int32_t nb, bool avx2) {
   const int32_t* start = sym->snodeStart;
   const int64_t* rowBegin = sym->rowBegin;
@@ -902,9 +902,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
   const int32_t numSNodes = sym->numSNodes;
   const int64_t* copyBegin = sym->diagCopyBegin;
   const double* copies = sym->diagCopy;
-  const int32_t* copyPerm = sym->diagCopyPerm;
-  double* b = x;
-  double* a = buf;
+  const int32_t* copyPairs = sym->diagCopyPairs;
 
   for (int32_t s = 0; s < numSNodes; s++) {
     int32_t first = start[s];
@@ -927,8 +925,8 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       memcpy(b + first, a, sizeof(double) * (size_t)c);
       for (int32_t i = c; i < r; i++) b[rows[i]] = a[i];
     } else {
-      const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
-      forwardNarrow(b, first, rows, F, r, c, piv, a, T, copyPerm + first);
+      const double* T = copyPairs && copyPairs[first] >= 0 ? copies + copyBegin[s] : nullptr;
+      forwardNarrow(b, first, rows, F, r, c, piv, a, T, copyPairs + first);
     }
   }
   if (overGuard(avx2, sym->n, b)) return LA_ERR_SOLVE_OVERFLOW;
@@ -954,7 +952,7 @@ LA_SWEEP int32_t sweeps(double* __restrict x, double* __restrict buf, const LASy
       // The rows below are only read on the way back.
       memcpy(b + first, a, sizeof(double) * (size_t)c);
     } else {
-      const double* T = copyPerm && copyPerm[first] >= 0 ? copies + copyBegin[s] : nullptr;
+      const double* T = copyPairs && copyPairs[first] >= 0 ? copies + copyBegin[s] : nullptr;
       backwardNarrow(b, first, rows, F, r, c, piv, a, avx2, T);
     }
   }
@@ -1008,34 +1006,35 @@ int64_t laDiagCopyLayout(LASymbolic* sym) {
   return total;
 }
 
-namespace {
-void buildSolveMaps(LASymbolic* sym);
-}
-
 void laBuildDiagCopies(LASymbolic* sym) {
   sym->solveMoved = 0;
-  if (!sym->diagCopyPerm || !sym->pivots) return;
+  if (!sym->diagCopyPairs || !sym->pivots) return;
   // The copies pay where the sweeps take four values a step; the plain
   // copy of the sweeps does better on the factor itself.
   if (!hxk::avx2Available()) {
-    for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPerm[sym->snodeStart[s]] = -1;
+    for (int32_t s = 0; s < sym->numSNodes; s++) sym->diagCopyPairs[sym->snodeStart[s]] = -1;
     return;
   }
+  // Solve place i holds analysis position pos[i]: a block's interchanges,
+  // composed, move its places.
+  int32_t* pos = sym->solvePos;
+  for (int32_t i = 0; i < sym->n; i++) pos[i] = i;
   bool moved = false;
   for (int32_t s = 0; s < sym->numSNodes; s++) {
     int32_t first = sym->snodeStart[s];
     int32_t c = sym->snodeStart[s + 1] - first;
-    int32_t* q = sym->diagCopyPerm + first;
+    int32_t* pairs = sym->diagCopyPairs + first;
+    int32_t* q = pos + first;
     const int32_t* piv = sym->pivots + first;
-    q[0] = -1;
+    pairs[0] = -1;
     if (sym->diagCopyBegin[s + 1] == sym->diagCopyBegin[s] || plainPivots(piv, c)) continue;
     int32_t r = (int32_t)(sym->rowBegin[s + 1] - sym->rowBegin[s]);
     const double* F = sym->factor + sym->factorBegin[s];
     double* T = sym->diagCopy + sym->diagCopyBegin[s];
     for (int32_t j = 0; j < c; j++)
       for (int32_t i = 0; i < c; i++) T[i + (int64_t)j * c] = i >= j ? F[i + (int64_t)j * r] : 0.0;
-    for (int32_t k = 0; k < c; k++) q[k] = k;
     bool valid = true;
+    int32_t count = 0;
     for (int32_t k = 0; k < c && valid;) {
       // The interchange of step k moves rows a and p of every column before
       // k; the pair's own columns see it before their update.
@@ -1048,6 +1047,7 @@ void laBuildDiagCopies(LASymbolic* sym) {
         if (!valid) break;
         T[k + (int64_t)a * c] = T[a + (int64_t)k * c];
         T[a + (int64_t)k * c] = 0.0;
+        pairs[1 + count++] = k;
       }
       if (p < a || p >= c) {
         valid = false;
@@ -1066,12 +1066,13 @@ void laBuildDiagCopies(LASymbolic* sym) {
       k += step;
     }
     // A record that the copy cannot express is left to the sweeps that read
-    // the factor itself.
+    // the factor itself, in the factor's own order.
     if (!valid) {
-      q[0] = -1;
+      for (int32_t k = 0; k < c; k++) q[k] = first + k;
       continue;
     }
-    for (int32_t k = 0; k < c; k++) moved |= q[k] != k;
+    pairs[0] = count;
+    for (int32_t k = 0; k < c; k++) moved |= q[k] != first + k;
     // D: the 1x1 pivots and, per pair, the constants of its solve, made as
     // the solve of the factor itself makes them.
     double* D = T + (int64_t)c * c;
@@ -1093,41 +1094,15 @@ void laBuildDiagCopies(LASymbolic* sym) {
     }
   }
   sym->solveMoved = moved;
-  if (moved) buildSolveMaps(sym);
-  // The interchanges are in the maps now; their places list the pairs.
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    int32_t first = sym->snodeStart[s];
-    int32_t* q = sym->diagCopyPerm + first;
-    if (q[0] < 0) continue;
-    const int32_t* piv = sym->pivots + first;
-    int32_t c = sym->snodeStart[s + 1] - first, count = 0;
-    for (int32_t k = 0; k < c; k += piv[k] >= 0 ? 1 : 2)
-      if (piv[k] < 0) q[1 + count++] = k;
-    q[0] = count;
-  }
-}
-
-namespace {
-void buildSolveMaps(LASymbolic* sym) {
-  // Solve place first + k holds analysis position first + q[k].
+  if (!moved) return;
   int32_t n = sym->n;
-  int32_t* pos = sym->solvePos;
   int32_t* place = sym->solveInvPerm;  // for now: analysis position -> place
-  for (int32_t i = 0; i < n; i++) pos[i] = i;
-  for (int32_t s = 0; s < sym->numSNodes; s++) {
-    int32_t first = sym->snodeStart[s];
-    const int32_t* q = sym->diagCopyPerm + first;
-    if (q[0] < 0) continue;
-    int32_t c = sym->snodeStart[s + 1] - first;
-    for (int32_t k = 0; k < c; k++) pos[first + k] = first + q[k];
-  }
   for (int32_t i = 0; i < n; i++) place[pos[i]] = i;
   int64_t entries = sym->rowBegin[sym->numSNodes];
   for (int64_t e = 0; e < entries; e++) sym->solveRowList[e] = place[sym->rowList[e]];
   for (int32_t i = 0; i < n; i++) sym->solvePerm[i] = sym->perm[pos[i]];
   for (int32_t i = 0; i < n; i++) sym->solveInvPerm[sym->solvePerm[i]] = i;
 }
-}  // namespace
 
 int32_t ldl_solve(int32_t mode, double* a, LASymbolic* sym, double* b) {
   return supernodalSolve(mode, a, sym, b, 0);

@@ -29,7 +29,7 @@ struct Factor {
   int32_t nb = 0;
   I64Vec copyBegin;
   Vec copies;
-  IntVec copyPerm, solveMaps;
+  IntVec copyPairs, solveMaps;
 
   int32_t cols(int32_t s) const { return snodeStart[s + 1] - snodeStart[s]; }
   int32_t rows(int32_t s) const { return (int32_t)(rowBegin[s + 1] - rowBegin[s]); }
@@ -207,9 +207,9 @@ int32_t attachCopies(Factor& f) {
   f.copyBegin.assign(sym.numSNodes + 1, -1);
   sym.diagCopyBegin = f.copyBegin.data();
   f.copies.assign(laDiagCopyLayout(&sym), NAN);
-  f.copyPerm.assign(sym.n, -7);
+  f.copyPairs.assign(sym.n, -7);
   sym.diagCopy = f.copies.data();
-  sym.diagCopyPerm = f.copyPerm.data();
+  sym.diagCopyPairs = f.copyPairs.data();
   f.solveMaps.assign(3 * sym.n + f.rowList.size(), -7);
   sym.solvePos = f.solveMaps.data();
   sym.solvePerm = sym.solvePos + sym.n;
@@ -217,7 +217,7 @@ int32_t attachCopies(Factor& f) {
   sym.solveRowList = sym.solveInvPerm + sym.n;
   laBuildDiagCopies(&sym);
   int32_t made = 0;
-  for (int32_t s = 0; s < sym.numSNodes; s++) made += f.copyPerm[f.snodeStart[s]] >= 0;
+  for (int32_t s = 0; s < sym.numSNodes; s++) made += f.copyPairs[f.snodeStart[s]] >= 0;
   return made;
 }
 
